@@ -1,0 +1,32 @@
+#include "model/bandwidth_settings.h"
+
+namespace quenby {
+namespace {
+
+constexpr std::int64_t kBitsPerByte = 8;
+constexpr std::int64_t kBytesPerKbit = 125;
+
+}  // namespace
+
+void BandwidthSettings::clear() {
+  speed = kNeverSet;
+  burst = 0;
+}
+
+bool BandwidthSettings::operator==(const BandwidthSettings& other) const {
+  return speed == other.speed && burst == other.burst && download_ == other.download_;
+}
+
+bool BandwidthSettings::setSpeed(const std::string& text) { return _tobps(text, speed); }
+
+std::int64_t BandwidthSettings::speedKbps() const {
+  return speed == kEmptyValue ? kEmptyValue : speed / kBytesPerKbit;
+}
+
+bool BandwidthSettings::_tobps(const std::string& text, std::int64_t& out) {
+  if (!_set_rate(text, out)) return false;
+  if (out != kEmptyValue) out /= kBitsPerByte;
+  return true;
+}
+
+}  // namespace quenby

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+#include "model/bandwidth_settings.h"
+
+namespace quenby {
+
+/// One direction of the default tariff.
+class DefaultDirSettings : public BandwidthSettings {
+ public:
+  using BandwidthSettings::BandwidthSettings;
+  std::int64_t rateBps() const override { return ceiling; }
+  void clear() override;
+  bool operator==(const BandwidthSettings& other) const override;
+  bool operator==(const DefaultDirSettings& other) const;
+
+  /// The guaranteed rate in bytes per second: the configured speed until rate resolution finds that
+  /// the guarantee no longer fits and makes it 0.
+  std::int64_t ceiling = 0;
+};
+
+/// Settings of the traffic whose address belongs to no tariff.
+class DefaultSettings : public BandwidthSettingsInterface<DefaultDirSettings> {
+ public:
+  /// The section name in files.
+  static std::string name() { return "defaultqosipqueue"; }
+  /// The name shown to people.
+  static std::string printName() { return "defaultQoSIPQueue"; }
+
+  bool operator==(const DefaultSettings& other) const;
+};
+
+}  // namespace quenby

@@ -1,0 +1,79 @@
+#include "model/global_set.h"
+
+namespace quenby {
+namespace {
+
+bool set_default_speed(DefaultDirSettings& direction, const std::string& value) {
+  if (!direction.setSpeed(value)) return false;
+  direction.ceiling = direction.speed;
+  return true;
+}
+
+// Writes both speeds; one that was never set has no line.
+template <typename D>
+void write_speeds(std::ofstream& out, const BandwidthSettingsInterface<D>& settings) {
+  if (settings.download.speed != kNeverSet)
+    out << "download_speed=" << settings.download.speedKbps() << '\n';
+  if (settings.upload.speed != kNeverSet)
+    out << "upload_speed=" << settings.upload.speedKbps() << '\n';
+}
+
+}  // namespace
+
+bool GlobalSet::write(std::ofstream& out) const {
+  if (!out.is_open()) return false;
+  out << '[' << GlobalSettings::name() << "]\n";
+  write_speeds(out, global);
+  if (!global.wan.empty()) out << "wan=" << global.wan << '\n';
+  out << "enabled=" << (global.enabled ? "true" : "false") << '\n';
+  if (has_default) {
+    out << '[' << DefaultSettings::name() << "]\n";
+    write_speeds(out, defaults);
+  }
+  return true;
+}
+
+bool GlobalSet::onSection(const std::string& name) {
+  if (name == GlobalSettings::name()) {
+    global.clear();
+    global.enabled = false;
+    has_global = true;
+  } else if (name == DefaultSettings::name()) {
+    defaults.clear();
+    has_default = true;
+  } else {
+    return false;
+  }
+  section = name;
+  return true;
+}
+
+bool GlobalSet::onKey(const std::string& current, const std::string& key,
+                      const std::string& value) {
+  if (current != section) return false;
+  if (section == GlobalSettings::name()) return onGlobalKey(key, value);
+  if (section == DefaultSettings::name()) return onDefaultKey(key, value);
+  return false;
+}
+
+bool GlobalSet::onGlobalKey(const std::string& key, const std::string& value) {
+  if (key == "download_speed") return global.download.setSpeed(value);
+  if (key == "upload_speed") return global.upload.setSpeed(value);
+  if (key == "enabled") return global.setEnabled(value);
+  if (key != "wan") return false;
+  global.wan = value;
+  return true;
+}
+
+bool GlobalSet::onDefaultKey(const std::string& key, const std::string& value) {
+  if (key == "download_speed") return set_default_speed(defaults.download, value);
+  if (key == "upload_speed") return set_default_speed(defaults.upload, value);
+  return false;
+}
+
+bool GlobalSet::endSection() {
+  section.clear();
+  return true;
+}
+
+}  // namespace quenby

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+#include "model/default_settings.h"
+#include "model/global_settings.h"
+#include "model/shaper_config_interface.h"
+
+namespace quenby {
+
+/// The contents of the global file: the settings of the line and of the default tariff.
+class GlobalSet : public ShaperConfigInterface {
+ public:
+  bool write(std::ofstream& out) const override;
+  bool beginParse() override { return true; }
+  bool onSection(const std::string& name) override;
+  bool onKey(const std::string& section, const std::string& key, const std::string& value) override;
+  bool endSection() override;
+  bool endParse() override { return true; }
+
+  /// The section that is being read; empty outside a parse.
+  std::string section;
+  GlobalSettings global;
+  DefaultSettings defaults;
+  /// Whether the file held the section.
+  bool has_global = false;
+  bool has_default = false;
+
+ private:
+  bool onGlobalKey(const std::string& key, const std::string& value);
+  bool onDefaultKey(const std::string& key, const std::string& value);
+};
+
+}  // namespace quenby

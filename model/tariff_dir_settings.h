@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstdint>
+
+#include "model/bandwidth_settings.h"
+
+namespace quenby {
+
+/// Class numbers that a tariff may hold.
+inline constexpr int kMinTariffId = 1;
+inline constexpr int kMaxTariffId = 15999;
+
+/// Leaf queueing discipline kinds. Any other number means no leaf qdisc.
+inline constexpr int kQdiscNone = 0;
+inline constexpr int kQdiscPfifo = 1;
+inline constexpr int kQdiscSfq = 2;
+inline constexpr int kQdiscFqCodel = 3;
+
+/// One direction of a tariff.
+class TariffDirSettings : public BandwidthSettings {
+ public:
+  using BandwidthSettings::BandwidthSettings;
+
+  /// The speed divided by the aggregation factor, truncated.
+  std::int64_t rateBps() const override;
+  void clear() override;
+  bool operator==(const BandwidthSettings& other) const override;
+  bool operator==(const TariffDirSettings& other) const;
+
+  /// Takes a class number; false, with nothing changed, outside 1..15999.
+  bool setID(int number);
+
+  /// The burst in bytes to give the kernel; 0 asks the class engine to compute one. With a burst
+  /// rate it is speed (bytes/s) times burst size over burst rate (bit/s), the units taken as they
+  /// stand.
+  int burstSize() const;
+
+  /// Divisor of the guaranteed rate.
+  double aggregation = 1.0;
+  /// Bits per second.
+  std::int64_t burst_rate = 0;
+  /// Bytes.
+  std::int64_t burst_size = 0;
+  /// Class number of the owning tariff; 0 while it has none.
+  std::int32_t id = 0;
+  std::int32_t qdisc = kQdiscNone;
+};
+
+}  // namespace quenby

@@ -1,0 +1,110 @@
+#include "model/tariff_set.h"
+
+#include <map>
+#include <utility>
+
+#include "model/number.h"
+#include "model/rate.h"
+
+namespace quenby {
+namespace {
+
+constexpr std::size_t kUsualTariffs = 256;
+constexpr std::int64_t kBitsPerKbit = 1000;
+
+using Setter = bool (*)(TariffSettings&, const std::string&);
+
+// Every key of a tariff section.
+const std::map<std::string, Setter>& setters() {
+  using T = TariffSettings;
+  using S = const std::string;
+  static const std::map<std::string, Setter> kSetters = {
+      {"id", [](T& t, S& v) { return t.setID(v); }},
+      {"ip", [](T& t, S& v) { return t.addCIDR(v); }},
+      {"download_speed", [](T& t, S& v) { return t.download.setSpeed(v); }},
+      {"upload_speed", [](T& t, S& v) { return t.upload.setSpeed(v); }},
+      {"aggregation", [](T& t, S& v) { return t.setAggregation(v); }},
+      {"download_burst_rate", [](T& t, S& v) { return _set_rate(v, t.download.burst_rate); }},
+      {"upload_burst_rate", [](T& t, S& v) { return _set_rate(v, t.upload.burst_rate); }},
+      {"download_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.download.burst_size); }},
+      {"upload_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.upload.burst_size); }},
+      {"queuing_discipline", [](T& t, S& v) { return t.setQDisc(v); }},
+  };
+  return kSetters;
+}
+
+void write_direction(std::ofstream& out, const std::string& prefix,
+                     const TariffDirSettings& direction) {
+  out << prefix << "_speed=" << direction.speedKbps() << '\n';
+  const std::int64_t burst_rate = direction.burst_rate / kBitsPerKbit;
+  if (burst_rate != 0) out << prefix << "_burst_rate=" << burst_rate << '\n';
+  // Only 32 bits of a burst size are of any use to the kernel, and only they are stored.
+  const std::int32_t burst_size = low32_signed(direction.burst_size);
+  if (burst_size != 0) out << prefix << "_burst_size=" << burst_size << '\n';
+}
+
+void write_tariff(std::ofstream& out, const TariffSettings& tariff) {
+  out << '[' << tariff.name << "]\n";
+  if (tariff.id != 0) out << "id=" << tariff.id << '\n';
+  for (const std::string& address : tariff.address_texts) out << "ip=" << address << '\n';
+  if (tariff.aggregation_text != "1") out << "aggregation=" << tariff.aggregation_text << '\n';
+  write_direction(out, "download", tariff.download);
+  write_direction(out, "upload", tariff.upload);
+  if (tariff.qdisc != kQdiscNone) out << "queuing_discipline=" << tariff.qdisc_str() << '\n';
+}
+
+}  // namespace
+
+bool TariffSet::addTariff(const TariffSettings& tariff) {
+  return addTariff(TariffSettings(tariff));
+}
+
+bool TariffSet::addTariff(TariffSettings&& tariff) {
+  if (tariff.name.empty()) return false;
+  tariffs_.push_back(std::move(tariff));
+  return true;
+}
+
+bool TariffSet::write(std::ofstream& out) const {
+  if (!out.is_open()) return false;
+  for (const TariffSettings& tariff : tariffs_) write_tariff(out, tariff);
+  return true;
+}
+
+bool TariffSet::beginParse() {
+  tariffs_.reserve(kUsualTariffs);
+  return true;
+}
+
+bool TariffSet::onSection(const std::string& name) {
+  if (!section_.empty() && !_pushObj()) return false;
+  pending_.name = name;
+  section_ = name;
+  return true;
+}
+
+bool TariffSet::onKey(const std::string& section, const std::string& key,
+                      const std::string& value) {
+  if (section_.empty() || section != section_) return false;
+  const auto setter = setters().find(key);
+  return setter != setters().end() && setter->second(pending_, value);
+}
+
+bool TariffSet::endSection() {
+  if (!section_.empty() && !_pushObj()) return false;
+  section_.clear();
+  return true;
+}
+
+bool TariffSet::endParse() {
+  tariffs_.shrink_to_fit();
+  return true;
+}
+
+bool TariffSet::_pushObj() {
+  const bool added = addTariff(std::move(pending_));
+  pending_.clear();
+  return added;
+}
+
+}  // namespace quenby
