@@ -1,0 +1,41 @@
+#pragma once
+
+#include "config/tariff_ini_file.h"
+#include "model/global_set.h"
+#include "model/tariff_set.h"
+
+namespace quenby {
+
+/// The stored global file. Every save ends the process through `_error` when it fails.
+class GlobalSystemConfig : public TariffIniFile {
+ public:
+  GlobalSystemConfig();
+
+  /// True when something, of any type, stands at the path.
+  static bool exists();
+  /// Removes the file; false when that was not possible or there was none.
+  static bool clean();
+
+  /// Replaces the file.
+  void cfgSave(const GlobalSet& set);
+};
+
+/// The stored tariff file. Every save ends the process through `_error` when it fails.
+class TariffSystemConfig : public TariffIniFile {
+ public:
+  TariffSystemConfig();
+
+  static bool exists();
+  static bool clean();
+
+  /// Replaces the file; an empty set removes it.
+  void cfgSave(const TariffSet& set);
+
+  /// Appends the sections of `set` in place; an interrupted append can leave some of them.
+  void addSave(const TariffSet& set);
+
+  /// Removes the sections named in `set`, and the file with the last of them. Needs `set` sorted.
+  void delSave(const TariffSet& set);
+};
+
+}  // namespace quenby

@@ -1,0 +1,175 @@
+#include "config/tariff_ini_file.h"
+
+#include <array>
+#include <boost/filesystem.hpp>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+#include "cli/error.h"
+#include "config/paths.h"
+#include "config/temporary_file.h"
+
+namespace quenby {
+namespace {
+
+namespace fs = boost::filesystem;
+
+bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+
+std::string lower(std::string text) {
+  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  return text;
+}
+
+// Reads lines of at most 4095 characters: a longer one comes in pieces, each a line of its own. A
+// NUL byte ends a line's text.
+class LineReader {
+ public:
+  explicit LineReader(const std::string& path) : file_(std::fopen(path.c_str(), "r")) {}
+
+  bool is_open() const { return file_ != nullptr; }
+
+  // The next line that is not blank, without leading white space and valid until the next call;
+  // null at the end of the file.
+  char* next() {
+    while (std::fgets(line_.data(), static_cast<int>(line_.size()), file_.get()) != nullptr) {
+      char* const text = TariffIniFile::trim_left(line_.data());
+      if (*text != '\0') return text;
+    }
+    return nullptr;
+  }
+
+ private:
+  struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+
+  std::unique_ptr<std::FILE, Close> file_;
+  std::array<char, 4096> line_{};
+};
+
+// Hands one key line to `cfg`.
+bool parse_key(char* line, const std::string& section, ShaperConfigInterface& cfg) {
+  char* const equals = std::strchr(line, '=');
+  if (equals == nullptr) return false;
+  *equals = '\0';
+  const std::string key = lower(TariffIniFile::trim_right(line, equals));
+  const std::string value = TariffIniFile::trim_right(TariffIniFile::trim_left(equals + 1));
+  return !key.empty() && !value.empty() && cfg.onKey(section, key, value);
+}
+
+bool parse_lines(LineReader& lines, ShaperConfigInterface& cfg) {
+  std::string section;
+  while (char* const line = lines.next()) {
+    const bool accepted =
+        *line == '[' ? TariffIniFile::parse_section(line + 1, section) && cfg.onSection(section)
+                     : parse_key(line, section, cfg);
+    if (!accepted) return false;
+  }
+  return true;
+}
+
+bool copy_other_sections(LineReader& lines, const TariffSet& dropped, std::ofstream& out) {
+  bool keep = true;
+  std::string section;
+  while (char* const line = lines.next()) {
+    if (*line == '[') {
+      if (!TariffIniFile::parse_section(line + 1, section)) return false;
+      keep = !dropped.exists(section);
+      if (keep) out << '[' << section << "]\n";
+    } else if (keep) {
+      out << TariffIniFile::trim_right(line) << '\n';
+    }
+  }
+  return true;
+}
+
+// False when any of it did not reach the file.
+bool write_and_close(const ShaperConfigInterface& cfg, std::ofstream& out) {
+  const bool written = cfg.write(out);
+  out.close();
+  return written && out.good();
+}
+
+}  // namespace
+
+TariffIniFile::TariffIniFile(const std::string& path, bool command_line)
+    : path_(path), command_line_(command_line) {}
+
+bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) {
+  LineReader lines(path_);
+  if (!lines.is_open()) return false;
+  cfg.beginParse();
+  const bool parsed = parse_lines(lines, cfg);
+  cfg.endSection();
+  cfg.endParse();
+  return parsed;
+}
+
+bool TariffIniFile::parse_section(char* text, std::string& name) {
+  char* const begin = trim_left(text);
+  char* const bracket = std::strchr(begin, ']');
+  if (bracket == nullptr) return false;
+  name = trim_right(begin, bracket);
+  return !name.empty();
+}
+
+char* TariffIniFile::trim_left(char* text) {
+  while (is_space(*text)) ++text;
+  return text;
+}
+
+char* TariffIniFile::trim_right(char* begin, char* end) {
+  while (end > begin && is_space(*(end - 1))) --end;
+  *end = '\0';
+  return begin;
+}
+
+char* TariffIniFile::trim_right(char* begin) {
+  return trim_right(begin, begin + std::strlen(begin));
+}
+
+bool TariffIniFile::modify_ini(const TariffSet& set, const std::string& out_path) {
+  LineReader lines(path_);
+  if (!lines.is_open()) return false;
+  std::ofstream out(out_path);
+  if (!out.is_open() || !copy_other_sections(lines, set, out)) return false;
+  out.close();
+  return out.good();
+}
+
+void TariffIniFile::cfgSave(const ShaperConfigInterface& cfg) {
+  bool written = false;
+  try {
+    make_config_directory();
+    const TemporaryFile temporary(path_ + ".tmp");
+    std::ofstream out(temporary.path());
+    written = write_and_close(cfg, out);
+    if (written) temporary.replace(path_);
+  } catch (const fs::filesystem_error& e) {
+    _error("failed to copy configuration", e);
+  } catch (...) {
+    _error("failed to copy configuration");
+  }
+  if (!written) _error("failed to save configuration");
+}
+
+void TariffIniFile::updSave(const TariffSet& set) {
+  bool written = false;
+  try {
+    const TemporaryFile temporary(fs::unique_path(path_ + "-%%%%").string());
+    if (modify_ini(set, temporary.path())) {
+      std::ofstream out(temporary.path(), std::ios::app);
+      written = write_and_close(set, out);
+    }
+    if (written) temporary.replace(path_);
+  } catch (const fs::filesystem_error& e) {
+    _error("failed to update configuration", e);
+  }
+  if (!written) _error("failed to update configuration");
+}
+
+}  // namespace quenby

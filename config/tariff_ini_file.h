@@ -1,0 +1,58 @@
+#pragma once
+
+#include <string>
+
+#include "model/shaper_config_interface.h"
+#include "model/tariff_set.h"
+
+namespace quenby {
+
+/// An INI file: "[name]" headers and "key=value" lines, no comments. Keys are case-insensitive,
+/// names and values are not. Text behind "]" is ignored; a key or value may not be empty.
+///
+/// The file at the path is replaced by a rename once a complete new one is on the disk, so that it
+/// is always either the old or the new one. A failed save ends the process through `_error`.
+class TariffIniFile {
+ public:
+  /// `command_line` tells a file that the operator names from a stored one.
+  TariffIniFile(const std::string& path, bool command_line);
+  virtual ~TariffIniFile() = default;
+  TariffIniFile(const TariffIniFile&) = default;
+  TariffIniFile& operator=(const TariffIniFile&) = default;
+
+  /// Reads the file into `cfg`. False when it cannot be opened (`cfg` untouched) and at the first
+  /// line that is malformed or that `cfg` refuses; what stood above that line stays in `cfg`.
+  bool parse_ini(ShaperConfigInterface& cfg);
+
+  /// Takes the name out of a header line's text behind its "[". False when there is none.
+  static bool parse_section(char* text, std::string& name);
+
+  /// The first character of `text` that is not white space.
+  static char* trim_left(char* text);
+  /// Ends the text behind its last character that is not white space, `end` being its terminating
+  /// NUL. Returns `begin`.
+  static char* trim_right(char* begin, char* end);
+  static char* trim_right(char* begin);
+
+  /// Copies this file to `out_path` (truncated first) without the sections named in `set`, without
+  /// blank lines and with bare headers. False when a file cannot be opened or written or a header
+  /// is malformed. Needs `set` sorted.
+  bool modify_ini(const TariffSet& set, const std::string& out_path);
+
+  /// Replaces the file by `cfg`.
+  void cfgSave(const ShaperConfigInterface& cfg);
+
+  /// Replaces the sections named in `set`: they go to the end of the file, and every other section
+  /// is kept. Needs `set` sorted.
+  void updSave(const TariffSet& set);
+
+ protected:
+  const std::string& path() const { return path_; }
+  bool command_line() const { return command_line_; }
+
+ private:
+  std::string path_;
+  bool command_line_;
+};
+
+}  // namespace quenby
