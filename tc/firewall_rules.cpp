@@ -1,0 +1,92 @@
+#include "tc/firewall_rules.h"
+
+#include "cli/system.h"
+#include "model/rate.h"
+#include "tc/handles.h"
+#include "tc/text.h"
+
+namespace quenby {
+namespace {
+
+const std::string kIptables = "sudo iptables -t ";
+const std::string kFilterAppend = kIptables + "filter -A KAVO_OPT_QOS_HOOK";
+const std::string kMarking = kIptables + "mangle -A KAVO_QOS_FW_OUT_HOOK";
+const std::string kTrackAll = kIptables + "raw -R QOS_CONNTRACK 1 -j ACCEPT";
+const std::string kTrackAsBefore = kIptables + "raw -R QOS_CONNTRACK 1 -j RETURN";
+
+std::string mask() { return "0x" + hex(kMarkMask); }
+
+std::string restore_mark() {
+  return " -j CONNMARK --restore-mark --nfmask " + mask() + " --ctmask " + mask();
+}
+
+std::string jump_from(const std::string& hook) {
+  return kIptables + "filter -I " + hook + " 1 -j KAVO_OPT_QOS_HOOK;";
+}
+
+// Drops what belongs to no tariff. `device` names the direction and the device, as in " -o eth1".
+std::string drop_default(const std::string& device, std::uint32_t default_mark) {
+  return kFilterAppend + device + restore_mark() + ";" + kFilterAppend + device +
+         " -m mark --mark 0x" + hex(default_mark) + "/" + mask() + " -j DROP;";
+}
+
+// A packet that carries no bits of ours yet gets those of its connection or, failing that, of its
+// source address, and the connection keeps them.
+std::string marking_rules(const std::string& wan, std::uint32_t default_mark) {
+  return kMarking + " ! -o " + wan + " -j RETURN;" +                   //
+         kMarking + " -m addrtype --src-type=LOCAL -j RETURN;" +       //
+         kMarking + restore_mark() + ";" +                             //
+         kMarking + " -m mark ! --mark 0/" + mask() + " -j RETURN;" +  //
+         kMarking + " -j MARK --set-xmark 0x" + hex(default_mark) + "/" + mask() + ";" + kMarking +
+         " -j SET --map-set kavo_opt_shaper src --map-mark;" +  //
+         kMarking + " -j CONNMARK --save-mark --nfmask " + mask() + " --ctmask " + mask();
+}
+
+}  // namespace
+
+void append_commands(std::string& list, const std::string& commands) {
+  if (!list.empty() && !commands.empty()) list += ";";
+  list += commands;
+}
+
+bool default_blocked(const GlobalSet& set, bool ingress) {
+  return set.global.direction(ingress).speed == kNeverSet && set.has_default &&
+         set.defaults.direction(ingress).speed == 0;
+}
+
+std::string clean_rules() {
+  return kIptables + "mangle -F KAVO_QOS_FW_OUT_HOOK;" +                                    //
+         kIptables + "mangle -F KAVO_QOS_FW_IN_HOOK;" +                                     //
+         kIptables + "filter -D OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1;" +  //
+         kIptables + "filter -D OSTREA_FW_IN_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1 || true";
+}
+
+std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark) {
+  const std::string wan = shell_word(set.global.wan);
+  const std::string device = " -o " + wan;
+  const std::string jump = jump_from("OSTREA_FW_OUT_HOOK");
+  if (set.global.upload.speed == 0) return jump + kFilterAppend + device + " -j DROP";
+  std::string rules;
+  if (default_blocked(set, false)) rules = jump + drop_default(device, default_mark);
+  return rules + marking_rules(wan, default_mark);
+}
+
+std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found) {
+  const std::string device = " -i " + shell_word(set.global.wan);
+  const std::string jump = jump_from("OSTREA_FW_IN_HOOK");
+  if (set.global.download.speed == 0)
+    return jump + kFilterAppend + device + " -j DROP;" + kTrackAsBefore;
+  if (default_blocked(set, true)) return jump + drop_default(device, default_mark) + kTrackAll;
+  return wan_found ? kTrackAll : kTrackAsBefore;
+}
+
+std::string imq_egress_rules() {
+  return kMarking + " -m addrtype --src-type=LOCAL -j RETURN;" + kMarking + " -j IMQ --todev 0;" +
+         kTrackAsBefore;
+}
+
+std::string imq_ingress_rules(const std::string& wan) {
+  return kIptables + "mangle -A KAVO_QOS_FW_IN_HOOK -i " + shell_word(wan) + " -j IMQ --todev 0";
+}
+
+}  // namespace quenby

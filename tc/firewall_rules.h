@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "model/global_set.h"
+
+/// The iptables commands of one shaped device. Each text is a list joined with ";" that goes to the
+/// shell as it stands, or is empty. Packet marks use `kMarkMask` alone.
+namespace quenby {
+
+/// Appends `commands` to `list`, with ";" between the two. Empty commands append nothing.
+void append_commands(std::string& list, const std::string& commands);
+
+/// Whether a direction without a speed of its own lets no packet pass that belongs to no tariff.
+bool default_blocked(const GlobalSet& set, bool ingress);
+
+/// Takes every rule of ours out of the marking chains and the jumps out of the firewall's hooks.
+std::string clean_rules();
+
+/// Rules for upload through the WAN device: drop everything (speed 0), or mark every forwarded
+/// packet with its tariff's class. `default_mark` marks the packets that belong to no tariff.
+std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark);
+
+/// Rules for download through the IFB device. `wan_found` tells whether the WAN device exists.
+std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found);
+
+/// Rules that send forwarded packets through the IMQ device, on their way out and on their way in
+/// from `wan`.
+std::string imq_egress_rules();
+std::string imq_ingress_rules(const std::string& wan);
+
+}  // namespace quenby

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+
+/// The numbers of every qdisc, class and packet mark. A handle is major << 16 | minor, written
+/// M:m in hexadecimal by tc.
+///
+///   qdisc 8000:0            HTB root of every device
+///   class 8000:1            root class
+///   class 8000:2            default class
+///   class 8000:3            default tariff's class
+///   class 8000:N            tariff N, 14 bits
+///   qdisc (8000 + N):0      leaf under class N
+///
+/// On the IMQ device both directions share one HTB qdisc: upload adds 0x8000 to its class minors
+/// and 20000 to its leaf majors.
+namespace quenby {
+
+inline constexpr std::uint32_t kHtbMajor = 0x8000;
+inline constexpr std::uint32_t kHtbHandle = kHtbMajor << 16;
+inline constexpr std::uint32_t kIngressMajor = 0xffff;
+inline constexpr std::uint32_t kIngressHandle = kIngressMajor << 16;
+/// Handle of the plain fair queue that takes the place of HTB on a blocked line.
+inline constexpr std::uint32_t kPlainRootHandle = 1 << 16;
+
+inline constexpr unsigned kRootClass = 1;
+inline constexpr unsigned kDefaultClass = 2;
+inline constexpr unsigned kDefaultTariffClass = 3;
+
+/// The bits of a class number that fit into a packet mark.
+inline constexpr std::uint32_t kClassMask = 0x3fff;
+/// Set in the mark of every packet that the shaper has classified.
+inline constexpr std::uint32_t kMarkFlag = 0x80000000;
+/// The mark bits that are ours; all others belong to other users.
+inline constexpr std::uint32_t kMarkMask = kMarkFlag | kClassMask;
+
+/// How a device numbers its classes.
+enum class HandleScheme { mark, imq_download, imq_upload };
+
+/// The class minor of class number `number`.
+std::uint32_t class_minor(HandleScheme scheme, unsigned number);
+/// The class handle whose minor is `minor`.
+std::uint32_t class_handle(std::uint32_t minor);
+/// The handle of the leaf qdisc under class number `number`.
+std::uint32_t leaf_handle(HandleScheme scheme, unsigned number);
+
+/// The packet mark of class number `number`.
+std::uint32_t class_mark(std::uint64_t number);
+
+}  // namespace quenby

@@ -1,0 +1,69 @@
+#include "tc/htb_ifb_intf.h"
+
+#include "cli/system.h"
+#include "tc/assert.h"
+#include "tc/firewall_rules.h"
+#include "tc/redirect.h"
+
+namespace quenby {
+
+HtbIfbIntf::HtbIfbIntf(SocketPtr& sock, CachePtr& link_cache)
+    : HtbMarkIntf(kIfbName, true, sock, link_cache) {}
+
+void HtbIfbIntf::setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
+                       std::int64_t link_speed) {
+  root_qdisc_del();
+  const std::int64_t speed = set.global.download.speed;
+  if (!link_exists(set.global.wan) || speed == kNeverSet || speed == 0) return;
+  if (!has_link()) link_add();
+  build_tree(set, given, tariffs, link_speed);
+}
+
+void HtbIfbIntf::teardown(const GlobalSet& /*set*/) { link_del(); }
+
+void HtbIfbIntf::create_leaves(const GlobalSettings& g, const TariffSet& set) {
+  // An IFB device that outlived its WAN device carries no tree.
+  if (link_exists(g.wan)) create_fw_leaves(g, set);
+}
+
+void HtbIfbIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool /*redirect*/,
+                               bool restore_mark) {
+  del_filter(name(), kHtbMajor, 1, nullptr);
+  del_filter(g.wan, kIngressMajor, 1, nullptr);
+  if (g.download.speed == kNeverSet || g.download.speed == 0) return;
+  if (restore_mark) add_fw_filter(1);
+  run_or_exit(redirect_command(g.wan, restore_mark));
+}
+
+std::string& HtbIfbIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
+  append_commands(list,
+                  ingress_rules(set, chandle(kDefaultTariffClass), link_exists(set.global.wan)));
+  return list;
+}
+
+void HtbIfbIntf::def_qdisc_op(const BandwidthSettings& def, htb_action action) {
+  TC_ASSERT(def.download());
+  default_leaf_op(def, kDefaultClass, action);
+}
+
+void HtbIfbIntf::class_op(const TariffDirSettings& t, htb_action action) {
+  TC_ASSERT(t.download());
+  tariff_class_op(t, action);
+}
+
+void HtbIfbIntf::def_class_op(const BandwidthSettings& def, htb_action action) {
+  TC_ASSERT(def.download());
+  default_class_op(def, kDefaultClass, 0, action);
+}
+
+void HtbIfbIntf::def_tar_class_op(const BandwidthSettings& def, htb_action action) {
+  TC_ASSERT(def.download());
+  default_class_op(def, kDefaultTariffClass, def.rateBps(), action);
+}
+
+void HtbIfbIntf::def_tar_qdisc_op(const BandwidthSettings& def, htb_action action) {
+  TC_ASSERT(def.download());
+  default_leaf_op(def, kDefaultTariffClass, action);
+}
+
+}  // namespace quenby

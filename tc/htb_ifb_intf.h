@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "tc/htb_mark_intf.h"
+
+namespace quenby {
+
+/// Download through the IFB device that the WAN device's incoming traffic is redirected to.
+class HtbIfbIntf : public HtbMarkIntf {
+ public:
+  using HtbMarkIntf::class_op;
+
+  HtbIfbIntf(SocketPtr& sock, CachePtr& link_cache);
+
+  const char* kind() const override { return "ifb"; }
+  void setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
+             std::int64_t link_speed) override;
+  void teardown(const GlobalSet& set) override;
+  void create_leaves(const GlobalSettings& g, const TariffSet& set) override;
+  void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
+                     bool restore_mark) override;
+  std::string& fill_fw_rules(const GlobalSet& set, std::string& list) const override;
+  void def_qdisc_op(const BandwidthSettings& def, htb_action action) override;
+  void class_op(const TariffDirSettings& t, htb_action action) override;
+  void def_class_op(const BandwidthSettings& def, htb_action action) override;
+  void def_tar_class_op(const BandwidthSettings& def, htb_action action) override;
+  void def_tar_qdisc_op(const BandwidthSettings& def, htb_action action) override;
+};
+
+}  // namespace quenby

@@ -1,0 +1,66 @@
+#include <netlink/errno.h>
+#include <netlink/route/qdisc/htb.h>
+
+#include "cli/error.h"
+#include "tc/htb_intf.h"
+#include "tc/nl_error.h"
+
+// The qdiscs of a device.
+namespace quenby {
+
+QdiscPtr HtbIntf::new_qdisc(const std::string& kind) const {
+  QdiscPtr qdisc(rtnl_qdisc_alloc());
+  if (qdisc == nullptr) _error("Cannot allocate rtnl_qdisc");
+  attach(TC_CAST(qdisc.get()), kind.c_str());
+  return qdisc;
+}
+
+void HtbIntf::root_qdisc_add(bool with_default) {
+  const QdiscPtr qdisc = new_qdisc("htb");
+  rtnl_tc_set_parent(TC_CAST(qdisc.get()), TC_H_ROOT);
+  rtnl_tc_set_handle(TC_CAST(qdisc.get()), kHtbHandle);
+  if (with_default) rtnl_htb_set_defcls(qdisc.get(), def_cid());
+  chk_nl_error("add qdisc", rtnl_qdisc_add(sock(), qdisc.get(), NLM_F_CREATE), false);
+}
+
+void HtbIntf::root_qdisc_del() {
+  if (!has_link()) return;
+  nl_cache* all = nullptr;
+  const int result = rtnl_qdisc_alloc_cache(sock(), &all);
+  if (result < 0) nl_fatal("Cannot allocate rtnl_qdisc_cache", result);
+  const CachePtr cache(all, nl_cache_free);
+  const QdiscPtr root(rtnl_qdisc_get_by_parent(cache.get(), ifindex(), TC_H_ROOT));
+  // The qdisc that the kernel gives every device by itself has handle 0 and cannot be deleted.
+  if (root == nullptr || rtnl_tc_get_handle(TC_CAST(root.get())) == 0) return;
+  chk_nl_error("delete qdisc", rtnl_qdisc_delete(sock(), root.get()), true);
+}
+
+void HtbIntf::init_qdisc(const GlobalSet& g) {
+  if (has_link()) {
+    root_qdisc_del();
+  } else {
+    link_add();
+  }
+  root_qdisc_add(g.defaults.direction(ingress()).speed != kNeverSet);
+}
+
+void HtbIntf::qdisc_op(const std::string& kind, std::uint32_t handle, std::uint32_t parent,
+                       const BandwidthSettings& s, htb_action action, const QdiscSetup& setup) {
+  const QdiscPtr qdisc = new_qdisc(kind);
+  rtnl_tc_set_parent(TC_CAST(qdisc.get()), parent);
+  rtnl_tc_set_handle(TC_CAST(qdisc.get()), handle);
+  if (action == htb_action::create) {
+    setup(s, qdisc.get());
+    chk_nl_error("add " + kind + " qdisc", rtnl_qdisc_add(sock(), qdisc.get(), NLM_F_CREATE),
+                 false);
+  } else if (action == htb_action::remove) {
+    if (!has_link()) return;
+    const int result = rtnl_qdisc_delete(sock(), qdisc.get());
+    const bool gone = result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL;
+    chk_nl_error("delete " + kind + " qdisc", result, gone);
+  } else {
+    _error(name() + ": wrong " + kind + " action " + action_name(action));
+  }
+}
+
+}  // namespace quenby
