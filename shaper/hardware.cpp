@@ -1,0 +1,40 @@
+#include "shaper/hardware.h"
+
+#include "cli/system.h"
+#include "model/number.h"
+#include "model/rate.h"
+
+namespace quenby {
+namespace {
+
+constexpr std::int64_t kGigabit = 125'000'000;
+constexpr std::int64_t kTenGigabit = 1'250'000'000;
+constexpr double kBytesPerMbit = 125'000.0;
+
+}  // namespace
+
+std::string board_name() {
+  std::string name;
+  _system("/usr/sbin/kavo-hal getBoardShortName", name);
+  return name;
+}
+
+std::int64_t link_speed(const std::string& interface) {
+  const std::string port = shell_word(interface);
+  std::string answer;
+  _system("/usr/sbin/kavo-hal isSfpPlus " + port + " 2>&1", answer);
+  if (answer != "1") return kGigabit;
+  std::string field;
+  _system("/usr/sbin/kavo-hal getEthPhysical " + port + "  2>&1 | grep Speed | awk '{print $2}'",
+          field);
+  return sfp_plus_speed(field);
+}
+
+std::int64_t sfp_plus_speed(const std::string& field) {
+  if (field.empty()) return kTenGigabit;
+  std::string unit;
+  const double mbit = get_num(field, unit);
+  return mbit == 0.0 ? kTenGigabit : to_int64(mbit * kBytesPerMbit);
+}
+
+}  // namespace quenby

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+/// What the router's hardware tool tells. A missing tool is no failure: the answers are then those
+/// of a gigabit port on an unknown board.
+namespace quenby {
+
+/// The board's name as the tool prints it, untrimmed.
+std::string board_name();
+
+/// The line rate of a port in bytes per second.
+std::int64_t link_speed(const std::string& interface);
+
+/// The rate that the tool's speed field of a 10 Gbit/s capable port stands for, in bytes per
+/// second. The number is in Mbit/s; an empty field or 0 means 10 Gbit/s.
+std::int64_t sfp_plus_speed(const std::string& field);
+
+}  // namespace quenby

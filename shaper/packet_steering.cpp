@@ -1,0 +1,36 @@
+#include "shaper/packet_steering.h"
+
+#include <map>
+
+namespace quenby {
+namespace {
+
+constexpr const char* kSteeredBoard = "KX-6-TR";
+constexpr const char* kResetAnswer = "Infinity\n";
+constexpr const char* kNoSteering = "0000";
+
+// Hexadecimal processor bitmaps in the format of the kernel's rps_cpus.
+const std::map<std::string, const char*> kPortMasks = {
+    {"eth1", "0F00"}, {"eth2", "1700"}, {"eth3", "2700"}, {"eth4", "4780"},
+    {"eth5", "8740"}, {"eth6", "0780"}, {"eth7", "0740"}, {"eth8", "0720"},
+};
+
+// The names are those of the table, so that they need no quoting.
+std::string write_mask(const std::string& mask, const std::string& wan) {
+  return "echo " + mask + " > /sys/class/net/" + wan + "/queues/rx-0/rps_cpus";
+}
+
+}  // namespace
+
+std::string steering_command(const std::string& board, const std::string& wan) {
+  const auto port = kPortMasks.find(wan);
+  if (board != kSteeredBoard || port == kPortMasks.end()) return "";
+  return write_mask(port->second, wan);
+}
+
+std::string steering_reset_command(const std::string& board, const std::string& wan) {
+  if (board != kResetAnswer || kPortMasks.count(wan) == 0) return "";
+  return write_mask(kNoSteering, wan);
+}
+
+}  // namespace quenby

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "tc/nl_types.h"
+
+namespace quenby {
+
+/// A socket connected to one netlink family (NETLINK_ROUTE, NETLINK_NETFILTER). Failure ends the
+/// process.
+SocketPtr open_socket(int protocol);
+
+/// The links of every address family that the routing socket's namespace has. Failure ends the
+/// process.
+CachePtr open_link_cache(const SocketPtr& sock);
+
+}  // namespace quenby
