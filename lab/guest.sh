@@ -62,7 +62,7 @@ _guest_share_fill() {
 # multidevs=remap. security_model=none: files in the writable shares belong to
 # whoever runs QEMU.
 _guest_command() {
-  local accelerator=(-accel tcg,thread=multi -cpu max)
+  local accelerator=(-accel 'tcg,thread=multi' -cpu max)
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
   qemu_command=(
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
@@ -78,8 +78,8 @@ _guest_command() {
     qemu_command+=(-virtfs
       "local,path=$(_comma "$LAB_OUT_DIR"),mount_tag=out,security_model=none,multidevs=remap")
   [ "$LAB_SHELL" = 0 ] ||
-    qemu_command+=(-chardev stdio,id=terminal,signal=off
-      -device virtio-serial-pci -device virtconsole,chardev=terminal)
+    qemu_command+=(-chardev 'stdio,id=terminal,signal=off'
+      -device virtio-serial-pci -device 'virtconsole,chardev=terminal')
 }
 
 # A comma within a QEMU option's value is written twice.
@@ -96,6 +96,7 @@ _guest_follow() {
 # Runs QEMU with the command's output following. Sets qemu_status.
 _guest_boot() {
   local qemu_pid tails
+  SECONDS=0
   timeout -k 5 "$LAB_TIMEOUT" "${qemu_command[@]}" \
     </dev/null >"$_guest_share/qemu" 2>&1 &
   qemu_pid=$!
@@ -113,6 +114,7 @@ _guest_boot() {
 # foreground. QEMU puts the terminal into raw mode and back.
 _guest_boot_shell() {
   qemu_status=0
+  SECONDS=0
   timeout --foreground -k 5 "$LAB_TIMEOUT" "${qemu_command[@]}" \
     2>"$_guest_share/qemu" || qemu_status=$?
 }
@@ -124,7 +126,7 @@ _guest_status() {
     status=$(cat "$_guest_share/status")
     return "$status"
   fi
-  if [ "$qemu_status" -eq 124 ] || [ "$qemu_status" -eq 137 ]; then
+  if [ "$LAB_TIMEOUT" -gt 0 ] && [ "$SECONDS" -ge "$LAB_TIMEOUT" ]; then
     echo "lab: timed out after $LAB_TIMEOUT s" >&2
     return 124
   fi
