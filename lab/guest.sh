@@ -1,0 +1,152 @@
+# One guest from start to end: the shared folder, QEMU, the output on its way,
+# the exit status.
+#
+# Call: source lab/guest.sh, then guest_run (reads what scripts/lab has set:
+# LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_KVM,
+# LAB_OUT_DIR, and the results of lab_kernel_prepare).
+# shellcheck shell=bash
+
+_guest_pids=()
+
+# Ends what this script has started and removes its temporary folder.
+_guest_cleanup() {
+  local pid
+  for pid in "${_guest_pids[@]}"; do
+    kill "$pid" 2>/dev/null || true
+  done
+  [ -z "${_guest_share-}" ] || rm -rf "$_guest_share"
+}
+
+# Caller's variables that reach the command: the QUENBY_ ones and the terminal
+# and language settings.
+lab_environment() {
+  local name
+  for name in "${!QUENBY_@}" TERM LANG LC_ALL; do
+    case $name in
+      QUENBY_LAB_OUT | QUENBY_IN_LAB) ;;
+      *) [ -z "${!name-}" ] || printf '%q ' "$name=${!name}" ;;
+    esac
+  done
+}
+
+# True when stdout and stderr are the same terminal, file or pipe. Then the
+# guest uses one stream for both, which keeps their lines in order.
+_same_output() {
+  [ /proc/self/fd/1 -ef /proc/self/fd/2 ]
+}
+
+# Prints what guest-run reads; MERGED is 1 when both outputs are one stream.
+_guest_settings() {
+  local rows=24 columns=80 out=0
+  [ ! -t 0 ] || read -r rows columns < <(stty size)
+  [ -z "$LAB_OUT_DIR" ] || out=1
+  # shellcheck disable=SC2153  # lab_kernel_prepare sets LAB_MODULES
+  printf 'LAB_%s=%q\n' CWD "$PWD" MODULES "$LAB_MODULES" MERGED "$1" OUT "$out" \
+    SHELL "$LAB_SHELL" ROWS "$rows" COLUMNS "$columns"
+  printf 'LAB_COMMAND=(%s)\n' "$(printf '%q ' "${LAB_COMMAND[@]}")"
+  printf 'LAB_ENVIRONMENT=(%s)\n' "$(lab_environment)"
+}
+
+_guest_share_fill() {
+  local merged=0
+  ! _same_output || merged=1
+  _guest_share=$(mktemp -d "${TMPDIR:-/tmp}/quenby-lab.XXXXXX")
+  _guest_settings "$merged" >"$_guest_share/settings"
+  install -m 755 "$LAB_ROOT/lab/guest-run" "$_guest_share/guest-run"
+  : >"$_guest_share/stdout"
+  : >"$_guest_share/stderr"
+}
+
+# Sets qemu_command. Every path of the machine is visible read-only under the
+# mount tag "host"; device numbers of several file systems are told apart by
+# multidevs=remap. security_model=none: files in the writable shares belong to
+# whoever runs QEMU.
+_guest_command() {
+  local accelerator=(-accel 'tcg,thread=multi' -cpu max)
+  [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
+  qemu_command=(
+    qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
+    "${accelerator[@]}" -smp "$LAB_CPUS" -m "$LAB_MEMORY"
+    -kernel "$LAB_VMLINUZ" -initrd "$LAB_INITRAMFS"
+    -append "console=ttyS0 quiet panic=-1 rcupdate.rcu_cpu_stall_suppress=1 nowatchdog"
+    -serial "file:$(_comma "$_guest_share/console")"
+    -device virtio-rng-pci
+    -virtfs "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"
+    -virtfs "local,path=$(_comma "$_guest_share"),mount_tag=lab,security_model=none"
+  )
+  [ -z "$LAB_OUT_DIR" ] ||
+    qemu_command+=(-virtfs
+      "local,path=$(_comma "$LAB_OUT_DIR"),mount_tag=out,security_model=none,multidevs=remap")
+  [ "$LAB_SHELL" = 0 ] ||
+    qemu_command+=(-chardev 'stdio,id=terminal,signal=off'
+      -device virtio-serial-pci -device 'virtconsole,chardev=terminal')
+}
+
+# A comma within a QEMU option's value is written twice.
+_comma() {
+  printf '%s' "${1//,/,,}"
+}
+
+# Prints what is added to FILE until the process PID ends, and the rest of it.
+_guest_follow() {
+  tail -q -c +1 -f -s 0.1 --pid="$1" "$2" &
+  _guest_pids+=("$!")
+}
+
+# Runs QEMU with the command's output following. Sets qemu_status.
+_guest_boot() {
+  local qemu_pid tails
+  SECONDS=0
+  timeout -k 5 "$LAB_TIMEOUT" "${qemu_command[@]}" \
+    </dev/null >"$_guest_share/qemu" 2>&1 &
+  qemu_pid=$!
+  _guest_pids=("$qemu_pid")
+  _guest_follow "$qemu_pid" "$_guest_share/stdout"
+  _guest_follow "$qemu_pid" "$_guest_share/stderr" >&2
+  tails=("${_guest_pids[@]:1}")
+  qemu_status=0
+  wait "$qemu_pid" || qemu_status=$?
+  wait "${tails[@]}" || true
+  _guest_pids=()
+}
+
+# As _guest_boot for the shell: QEMU has the terminal, so it stays in the
+# foreground. QEMU puts the terminal into raw mode and back.
+_guest_boot_shell() {
+  qemu_status=0
+  SECONDS=0
+  timeout --foreground -k 5 "$LAB_TIMEOUT" "${qemu_command[@]}" \
+    2>"$_guest_share/qemu" || qemu_status=$?
+}
+
+# The exit status of the whole: the command's, or why there is none.
+_guest_status() {
+  local status
+  if [ -s "$_guest_share/status" ]; then
+    status=$(cat "$_guest_share/status")
+    return "$status"
+  fi
+  if [ "$LAB_TIMEOUT" -gt 0 ] && [ "$SECONDS" -ge "$LAB_TIMEOUT" ]; then
+    echo "lab: timed out after $LAB_TIMEOUT s" >&2
+    return 124
+  fi
+  echo "lab: the guest ended without an exit status (QEMU: $qemu_status)" >&2
+  tail -q -n 20 "$_guest_share/qemu" "$_guest_share/console" >&2 2>/dev/null || true
+  return 125
+}
+
+guest_run() {
+  local qemu_command qemu_status
+  trap _guest_cleanup EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+  _guest_share_fill
+  _guest_command
+  if [ "$LAB_SHELL" = 1 ]; then
+    _guest_boot_shell
+  else
+    _guest_boot
+  fi
+  _guest_status
+}

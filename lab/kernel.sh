@@ -1,0 +1,127 @@
+# The guest's kernel and initramfs: fetched once, kept in the cache folder.
+#
+# Call: source lab/kernel.sh (needs LAB_ROOT, the top of the tree, and
+# LAB_CACHE, the cache folder), then lab_kernel_prepare. It sets
+# LAB_KERNEL_VERSION, LAB_VMLINUZ, LAB_MODULES and LAB_INITRAMFS.
+# shellcheck shell=bash
+
+# Enough to reach the machine's files from the initramfs; the kernel loads
+# everything else by itself once it sees its module folder.
+LAB_INITRAMFS_MODULES=(virtio_pci 9p 9pnet_virtio overlay)
+
+# The newest unpacked kernel of the cache, or nothing.
+_kernel_cached() {
+  local found=("$LAB_CACHE"/kernel-*/)
+  [ -d "${found[0]}" ] || return 0
+  printf '%s\n' "${found[@]%/}" | sort -V | tail -n 1
+}
+
+# Sets the LAB_* results for the unpacked kernel FOLDER. The initramfs carries
+# a digest of its init script in its name, so a changed script gets a new one.
+_kernel_use() {
+  local folder=$1 digest
+  LAB_KERNEL_VERSION=${folder##*/kernel-}
+  # shellcheck disable=SC2034  # read by the script that sources this
+  LAB_VMLINUZ=$folder/boot/vmlinuz-$LAB_KERNEL_VERSION
+  # shellcheck disable=SC2034
+  LAB_MODULES=$folder/lib/modules/$LAB_KERNEL_VERSION
+  digest=$({ cat "$LAB_ROOT/lab/guest-init"; echo "${LAB_INITRAMFS_MODULES[@]}"; } |
+    sha256sum | cut -c 1-12)
+  LAB_INITRAMFS=$LAB_CACHE/initramfs-$LAB_KERNEL_VERSION-$digest.gz
+}
+
+# The package that Debian's linux-image-amd64 stands for at the moment.
+_kernel_package() {
+  apt-cache depends linux-image-amd64 2>/dev/null |
+    awk '$1 == "Depends:" && $2 ~ /^linux-image-[0-9]/ { print $2; exit }'
+}
+
+# Downloads and unpacks the kernel package. The folder gets its final name only
+# when it is complete.
+_kernel_fetch() {
+  local package scratch version
+  package=$(_kernel_package)
+  if [ -z "$package" ]; then
+    _apt_get update >/dev/null
+    package=$(_kernel_package)
+  fi
+  [ -n "$package" ] || { echo "lab: no linux-image-amd64 in the package lists" >&2; return 1; }
+  version=${package#linux-image-}
+  echo "lab: fetching $package into $LAB_CACHE" >&2
+  scratch=$(mktemp -d "$LAB_CACHE/fetch.XXXXXX")
+  if ! _kernel_download "$package" "$scratch" ||
+    ! dpkg -x "$scratch"/*.deb "$scratch/root" ||
+    ! depmod -b "$scratch/root" "$version"; then
+    rm -rf "$scratch"
+    echo "lab: cannot fetch and unpack $package" >&2
+    return 1
+  fi
+  chmod 755 "$scratch/root"
+  mv -T "$scratch/root" "$LAB_CACHE/kernel-$version"
+  rm -rf "$scratch"
+}
+
+_kernel_download() {
+  local package=$1 folder=$2
+  # apt's own download user may not write into our folder.
+  (cd "$folder" && apt-get -q -o APT::Sandbox::User="$(id -un)" download "$package" >&2) ||
+    { _apt_get update >/dev/null &&
+      (cd "$folder" && apt-get -q -o APT::Sandbox::User="$(id -un)" download "$package" >&2); }
+}
+
+# Copies busybox, the init script and the modules into FOLDER. The modules are
+# numbered in the order in which they must be loaded.
+_initramfs_fill() {
+  local folder=$1 path number=10
+  mkdir -p "$folder"/{bin,modules,proc,sys,dev,lower,rw,new}
+  cp "$(command -v busybox)" "$folder/bin/busybox"
+  install -m 755 "$LAB_ROOT/lab/guest-init" "$folder/init"
+  while read -r path; do
+    cp "$path" "$folder/modules/$number-${path##*/}"
+    number=$((number + 1))
+  done < <(modprobe -d "$LAB_CACHE/kernel-$LAB_KERNEL_VERSION" -S "$LAB_KERNEL_VERSION" \
+    --show-depends -a "${LAB_INITRAMFS_MODULES[@]}" |
+    awk '$1 == "insmod" && !seen[$2]++ { print $2 }')
+  [ "$number" -gt 10 ] || { echo "lab: no modules for the initramfs" >&2; return 1; }
+}
+
+_initramfs_build() {
+  local scratch
+  scratch=$(mktemp -d "$LAB_CACHE/initramfs.XXXXXX")
+  if ! _initramfs_fill "$scratch/root" ||
+    ! (cd "$scratch/root" && find . | cpio --quiet -o -H newc -R 0:0 | gzip -1) \
+      >"$scratch/image"; then
+    rm -rf "$scratch"
+    echo "lab: cannot build the initramfs" >&2
+    return 1
+  fi
+  chmod 644 "$scratch/image"
+  mv "$scratch/image" "$LAB_INITRAMFS"
+  rm -rf "$scratch"
+}
+
+# True when kernel and initramfs are there; sets the LAB_* results.
+_kernel_ready() {
+  local folder
+  folder=$(_kernel_cached)
+  [ -n "$folder" ] || return 1
+  _kernel_use "$folder"
+  [ -e "$LAB_INITRAMFS" ]
+}
+
+# Makes kernel and initramfs unless they are there. Of several callers one works
+# and the others wait for it.
+lab_kernel_prepare() {
+  local lock
+  _kernel_ready && return
+  [ "$(uname -m)" = x86_64 ] || { echo "lab: the guest needs an x86_64 machine" >&2; return 1; }
+  mkdir -p "$LAB_CACHE"
+  exec {lock}>"$LAB_CACHE/.lock"
+  flock "$lock"
+  if ! _kernel_ready; then
+    [ -n "$(_kernel_cached)" ] || _kernel_fetch || return 1
+    _kernel_use "$(_kernel_cached)"
+    _initramfs_build || return 1
+  fi
+  exec {lock}>&-
+}

@@ -1,0 +1,211 @@
+#!/bin/bash
+# Checks of platform/firewall.init with both iptables back ends: what it makes,
+# that repeating it changes nothing, that it leaves nothing behind, and that its
+# hooks reach the packets they are meant for.
+#
+# Call: scripts/lab tests/kernel/firewall_init_test.sh
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+# shellcheck source=lab/network.sh
+source lab/network.sh
+network_require_lab
+
+SCRIPT=/opt/ostrea/sbin/firewall.init
+
+# All rules and sets, without counters. The raw and mangle tables exist in the
+# kernel only after their first use; -S makes them.
+state() {
+  local table
+  for table in raw mangle nat filter; do
+    echo "# $table"
+    iptables -w -t "$table" -S
+  done
+  ipset save | sed 's/ initval 0x[0-9a-f]*//'
+}
+
+chain() { iptables -w -t "$1" -S "$2"; }
+start() { sudo "$SCRIPT" start opt-qos; }
+stop() { sudo "$SCRIPT" stop opt-qos; }
+
+status_of() {
+  local status=0
+  "$@" >/dev/null 2>&1 || status=$?
+  echo "$status"
+}
+
+# True when a ping gets an answer: from the internet host to the subscriber, ...
+ping_down() { in_inet ping -q -c 1 -W 1 10.0.0.7 >/dev/null; }
+ping_to_router() { in_inet ping -q -c 1 -W 1 "$NETWORK_WAN_ADDRESS" >/dev/null; }
+ping_from_router() { ping -q -c 1 -W 1 "$NETWORK_INET_ADDRESS" >/dev/null; }
+ping_inside() { in_lan ping -q -c 1 -W 1 -I 10.0.0.7 "$NETWORK_ROUTER_ADDRESS" >/dev/null; }
+
+# Creates the set the way the shaper does: one ipset message with protocol 6,
+# revision 4 and the flag for packet marks (0x40), without NLM_F_EXCL.
+create_set_like_shaper() {
+  python3 - <<'END'
+import socket, struct, sys
+
+def attribute(kind, data):
+    return (struct.pack("=HH", 4 + len(data), kind) + data).ljust((4 + len(data) + 3) & ~3, b"\0")
+
+body = struct.pack("=BBH", 2, 0, 0)
+body += attribute(1, b"\x06") + attribute(2, b"kavo_opt_shaper\0")
+body += attribute(3, b"hash:ip\0") + attribute(4, b"\x04") + attribute(5, b"\x02")
+body += attribute(0x8007, attribute(0x4008, struct.pack("!I", 0x40)))
+sock = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, 12)
+sock.send(struct.pack("=IHHII", 16 + len(body), 6 << 8 | 2, 5, 1, 0) + body)
+error = struct.unpack_from("=i", sock.recv(4096), 16)[0]
+sys.exit("kernel answers %d" % error if error else 0)
+END
+}
+
+test_arguments() {
+  expect "no argument: status 2" 2 "$(status_of "$SCRIPT")"
+  expect "unknown action: status 2" 2 "$(status_of "$SCRIPT" restart opt-qos)"
+  expect "unknown part: status 2" 2 "$(status_of "$SCRIPT" start qos)"
+  expect "too many arguments: status 2" 2 "$(status_of "$SCRIPT" start opt-qos now)"
+  expect "usage goes to stderr" "" "$("$SCRIPT" 2>/dev/null || true)"
+  holds "usage is printed" grep -q '^Usage: firewall.init' <("$SCRIPT" 2>&1 || true)
+}
+
+test_start() {
+  expect "start: status 0" 0 "$(status_of start)"
+  expect "mangle POSTROUTING" "-P POSTROUTING ACCEPT
+-A POSTROUTING -j KAVO_QOS_FW_OUT_HOOK" "$(chain mangle POSTROUTING)"
+  expect "mangle PREROUTING" "-P PREROUTING ACCEPT
+-A PREROUTING -j KAVO_QOS_FW_IN_HOOK" "$(chain mangle PREROUTING)"
+  expect "mangle OUT chain" "-N KAVO_QOS_FW_OUT_HOOK" "$(chain mangle KAVO_QOS_FW_OUT_HOOK)"
+  expect "mangle IN chain" "-N KAVO_QOS_FW_IN_HOOK" "$(chain mangle KAVO_QOS_FW_IN_HOOK)"
+  expect "filter FORWARD" "-P FORWARD ACCEPT
+-A FORWARD -j OSTREA_FW_OUT_HOOK
+-A FORWARD -j OSTREA_FW_IN_HOOK" "$(chain filter FORWARD)"
+  expect "filter OUTPUT" "-P OUTPUT ACCEPT
+-A OUTPUT -j OSTREA_FW_OUT_HOOK" "$(chain filter OUTPUT)"
+  expect "filter INPUT" "-P INPUT ACCEPT
+-A INPUT -j OSTREA_FW_IN_HOOK" "$(chain filter INPUT)"
+  expect "filter OUT chain" "-N OSTREA_FW_OUT_HOOK" "$(chain filter OSTREA_FW_OUT_HOOK)"
+  expect "filter IN chain" "-N OSTREA_FW_IN_HOOK" "$(chain filter OSTREA_FW_IN_HOOK)"
+  expect "filter shaper chain" "-N KAVO_OPT_QOS_HOOK" "$(chain filter KAVO_OPT_QOS_HOOK)"
+  expect "raw PREROUTING" "-P PREROUTING ACCEPT
+-A PREROUTING -j QOS_CONNTRACK" "$(chain raw PREROUTING)"
+  expect "raw switch" "-N QOS_CONNTRACK
+-A QOS_CONNTRACK -j RETURN" "$(chain raw QOS_CONNTRACK)"
+  holds "set" grep -q '^create kavo_opt_shaper hash:ip family inet .*skbinfo' <(ipset save)
+  holds "the shaper's creation of the set is taken" create_set_like_shaper
+}
+
+# What the shaper leaves in the chains while it is active.
+fill_like_shaper() {
+  iptables -w -t mangle -A KAVO_QOS_FW_OUT_HOOK -j SET --map-set kavo_opt_shaper src --map-mark
+  iptables -w -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK
+  iptables -w -t filter -A KAVO_OPT_QOS_HOOK -o wan9 -j DROP
+  iptables -w -t raw -R QOS_CONNTRACK 1 -j ACCEPT
+  ipset add kavo_opt_shaper 10.0.0.9 skbmark 0x80000004/0x80003fff
+}
+
+test_repeat() {
+  local before
+  before=$(state)
+  start
+  expect "second start changes nothing" "$before" "$(state)"
+  fill_like_shaper
+  before=$(state)
+  start
+  expect "start keeps rules, switch and entries" "$before" "$(state)"
+}
+
+test_repair() {
+  local before
+  iptables -w -t raw -F QOS_CONNTRACK
+  start
+  expect "start puts the switch back" "-N QOS_CONNTRACK
+-A QOS_CONNTRACK -j RETURN" "$(chain raw QOS_CONNTRACK)"
+  before=$(state)
+  iptables -w -t mangle -D POSTROUTING -j KAVO_QOS_FW_OUT_HOOK
+  iptables -w -t filter -D INPUT -j OSTREA_FW_IN_HOOK
+  start
+  expect "start puts jumps back" "$before" "$(state)"
+}
+
+test_stop() {
+  iptables -w -t filter -I FORWARD 1 -j OSTREA_FW_IN_HOOK
+  expect "stop with rules and entries: status 0" 0 "$(status_of stop)"
+  expect "stop leaves nothing" "$pristine" "$(state)"
+  expect "second stop: status 0" 0 "$(status_of stop)"
+  expect "second stop changes nothing" "$pristine" "$(state)"
+}
+
+test_restart() {
+  start
+  expect "start after stop makes the same" "$started" "$(state)"
+  stop
+}
+
+# An early ACCEPT, as firewalls have for established connections, must not keep
+# packets from the hooks.
+test_packets() {
+  iptables -w -A FORWARD -j ACCEPT
+  iptables -w -A INPUT -j ACCEPT
+  iptables -w -A OUTPUT -j ACCEPT
+  start
+  holds "forwarded packets pass" ping_down
+  holds "the router's packets pass" ping_from_router
+  iptables -w -A OSTREA_FW_OUT_HOOK -o "$NETWORK_WAN" -j DROP
+  fails "OUT hook stops forwarded packets" ping_down
+  fails "OUT hook stops the router's packets" ping_from_router
+  holds "OUT hook lets the LAN be" ping_inside
+  iptables -w -F OSTREA_FW_OUT_HOOK
+  iptables -w -A OSTREA_FW_IN_HOOK -i "$NETWORK_WAN" -j DROP
+  fails "IN hook stops forwarded packets" ping_down
+  fails "IN hook stops packets to the router" ping_to_router
+  holds "IN hook lets the LAN be" ping_inside
+  iptables -w -F
+  stop
+}
+
+# A NOTRACK rule of the platform comes after the switch: RETURN lets it work,
+# ACCEPT keeps packets tracked. The counters are those of its own rule.
+test_switch() {
+  iptables -w -t raw -A PREROUTING -p icmp -j CT --notrack
+  start
+  ping_down
+  holds "RETURN lets NOTRACK rules work" notrack_hit
+  iptables -w -t raw -R QOS_CONNTRACK 1 -j ACCEPT
+  iptables -w -t raw -Z
+  ping_down
+  fails "ACCEPT passes NOTRACK rules by" notrack_hit
+  iptables -w -t raw -F PREROUTING
+  stop
+}
+
+notrack_hit() {
+  iptables -w -t raw -v -x -n -L PREROUTING | awk '$3 == "CT" && $1 > 0 { hit = 1 } END { exit !hit }'
+}
+
+run_all() {
+  local pristine started
+  pristine=$(state)
+  stop
+  expect "stop before start changes nothing" "$pristine" "$(state)"
+  test_arguments
+  test_start
+  started=$(state)
+  test_repeat
+  test_repair
+  test_stop
+  test_restart
+  test_packets
+  test_switch
+}
+
+network_up
+network_add_subscribers 10.0.0.7
+platform_install
+for backend in nft legacy; do
+  update-alternatives --set iptables "/usr/sbin/iptables-$backend" >/dev/null
+  echo "== $(iptables --version)"
+  run_all
+done
+finish
