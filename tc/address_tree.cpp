@@ -32,7 +32,12 @@ U32Filter base_link(HandleScheme scheme) {
 void AddressTree::note(std::uint32_t handle) {
   const unsigned table = handle >> 20;
   const unsigned bucket = handle >> 12 & 0xff;
-  if (table == base_id(scheme_)) used_[static_cast<int>(bucket)] = true;
+  const bool base = table == base_id(scheme_);
+  has_base_ = has_base_ || base;
+  // A handle with neither bucket nor node is the table itself.
+  if ((handle & 0xfffff) == 0) return;
+  // Whatever node the kernel gave a link, its bucket has one.
+  if (base) used_[static_cast<int>(bucket)] = true;
   if ((handle & 0xfff) == 0) taken_.insert(handle);
 }
 

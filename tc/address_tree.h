@@ -34,8 +34,11 @@ class AddressTree {
  public:
   explicit AddressTree(HandleScheme scheme) : scheme_(scheme) {}
 
-  /// Notes a filter that the kernel has already, by its handle.
+  /// Notes a filter or table that the kernel has already, by its handle.
   void note(std::uint32_t handle);
+
+  /// Whether the kernel has the base table, as far as has been noted.
+  bool has_base() const { return has_base_; }
 
   /// The filters for `address` (network order) and class number `number`, which are taken from now
   /// on.
@@ -46,6 +49,7 @@ class AddressTree {
   bool take_node(const U32Filter& filter);
 
   HandleScheme scheme_;
+  bool has_base_ = false;
   // First-level buckets that have their second-level table.
   std::map<int, bool> used_;
   // Handles with node 0: two filters that ask for one of them are one filter to older kernels.

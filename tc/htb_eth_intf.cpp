@@ -30,6 +30,7 @@ void HtbEthIntf::teardown(const GlobalSet& set) {
 
 void HtbEthIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool redirect,
                                bool restore_mark) {
+  if (!has_link()) return;
   del_filter(name(), kHtbMajor, 1, nullptr);
   del_filter(name(), kHtbMajor, 2, "fw");
   if (g.upload.speed == kNeverSet || g.upload.speed == 0) return;

@@ -21,13 +21,9 @@ void HtbIfbIntf::setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
 
 void HtbIfbIntf::teardown(const GlobalSet& /*set*/) { link_del(); }
 
-void HtbIfbIntf::create_leaves(const GlobalSettings& g, const TariffSet& set) {
-  // An IFB device that outlived its WAN device carries no tree.
-  if (link_exists(g.wan)) create_fw_leaves(g, set);
-}
-
 void HtbIfbIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool /*redirect*/,
                                bool restore_mark) {
+  if (!has_link() || !link_exists(g.wan)) return;
   del_filter(name(), kHtbMajor, 1, nullptr);
   del_filter(g.wan, kIngressMajor, 1, nullptr);
   if (g.download.speed == kNeverSet || g.download.speed == 0) return;

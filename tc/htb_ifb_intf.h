@@ -17,7 +17,6 @@ class HtbIfbIntf : public HtbMarkIntf {
   void setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
              std::int64_t link_speed) override;
   void teardown(const GlobalSet& set) override;
-  void create_leaves(const GlobalSettings& g, const TariffSet& set) override;
   void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
                      bool restore_mark) override;
   std::string& fill_fw_rules(const GlobalSet& set, std::string& list) const override;

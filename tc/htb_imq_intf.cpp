@@ -45,6 +45,11 @@ void HtbImqIntf::create_leaves(const GlobalSettings& g, const TariffSet& set) {
   create_ht_leaves(g, set);
 }
 
+void HtbImqIntf::update_leaves(const GlobalSettings& g, const TariffSet& removed,
+                               const TariffSet& added, bool remove) {
+  update_ht_leaves(g, removed, added, remove);
+}
+
 void HtbImqIntf::update_filter(const GlobalSettings& /*g*/, std::int64_t /*speed*/,
                                bool /*redirect*/, bool /*restore_mark*/) {}
 
@@ -96,17 +101,51 @@ void HtbImqIntf::create_ht_leaf(const TariffDirSettings& t, AddressTree& tree,
 
 void HtbImqIntf::create_ht_leaves(const GlobalSettings& g, const TariffSet& set) {
   create_base_ht(g, set);
-  const GlobalDirSettings& line = g.direction(ingress());
-  if (line.speed == kNeverSet) return;
+  if (!has_tree(g)) return;
   AddressTree tree(scheme());
+  fill_tree(g.direction(ingress()), set, tree, false);
+}
+
+void HtbImqIntf::fill_tree(const GlobalDirSettings& line, const TariffSet& set, AddressTree& tree,
+                           bool tolerate) {
   int largest_burst = 0;
   for (const TariffSettings& tariff : set.tariffs()) {
     if (!is_shaped(tariff, ingress())) continue;
     const TariffDirSettings& direction = tariff.direction(ingress());
-    create_ht_leaf(direction, tree, tariff.addresses, false);
+    create_ht_leaf(direction, tree, tariff.addresses, tolerate);
     largest_burst = std::max(largest_burst, direction.burstSize());
   }
   update_root_leaf_burst(line, largest_burst);
+}
+
+void HtbImqIntf::delete_ht_leaf(const TariffDirSettings& t, bool remove,
+                                const std::vector<std::uint32_t>& addresses) {
+  if (addresses.empty() || !remove) return;
+  delete_qdisc(t);
+  for (const std::uint32_t handle : filters().of_class(chandle(static_cast<unsigned>(t.id))))
+    del_ht_filter(handle, kPrio);
+  class_op(t, htb_action::remove);
+}
+
+void HtbImqIntf::update_ht_leaves(const GlobalSettings& g, const TariffSet& removed,
+                                  const TariffSet& added, bool remove) {
+  if (!has_tree(g)) return;
+  for (const TariffSettings& tariff : removed.tariffs())
+    delete_ht_leaf(tariff.direction(ingress()), remove, tariff.addresses);
+  if (g.direction(ingress()).speed == 0) return;
+  AddressTree tree(scheme());
+  for (const std::uint32_t handle : filters().handles()) tree.note(handle);
+  if (!tree.has_base()) create_base_ht(g, added);
+  fill_tree(g.direction(ingress()), added, tree, true);
+}
+
+bool HtbImqIntf::has_tree(const GlobalSettings& g) const {
+  return has_link() && g.direction(ingress()).speed != kNeverSet;
+}
+
+const U32Inventory& HtbImqIntf::filters() {
+  if (!filters_) filters_.emplace(alloc_cls_cache());
+  return *filters_;
 }
 
 std::string& HtbIngrImqIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "tc/address_tree.h"
 #include "tc/htb_intf.h"
+#include "tc/u32_inventory.h"
 
 namespace quenby {
 
@@ -21,6 +23,8 @@ class HtbImqIntf : public HtbIntf {
              std::int64_t link_speed) override;
   void teardown(const GlobalSet& set) override;
   void create_leaves(const GlobalSettings& g, const TariffSet& set) override;
+  void update_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
+                     bool remove) override;
   /// Addresses need no filter of the kind that this remakes.
   void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
                      bool restore_mark) override;
@@ -30,6 +34,10 @@ class HtbImqIntf : public HtbIntf {
   void def_qdisc_op(const BandwidthSettings& def, htb_action action) override;
   void class_op(const TariffDirSettings& t, htb_action action) override;
   void def_class_op(const BandwidthSettings& def, htb_action action) override;
+
+  /// The download object prints both directions.
+  void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
+  bool has_tree(const GlobalSettings& g) const override;
 
   /// The first level of the address tree, where some tariff or the line itself is shaped.
   void create_base_ht(const GlobalSettings& g, const TariffSet& set);
@@ -41,8 +49,25 @@ class HtbImqIntf : public HtbIntf {
   /// when the direction has no speed and so no root class.
   void create_ht_leaves(const GlobalSettings& g, const TariffSet& set);
 
+  /// Deletes one tariff's leaf qdisc, address filters and class; nothing without addresses or with
+  /// `remove` false.
+  void delete_ht_leaf(const TariffDirSettings& t, bool remove,
+                      const std::vector<std::uint32_t>& addresses);
+  /// Deletes those of `removed` and then makes those of `added`.
+  void update_ht_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
+                        bool remove);
+
  protected:
   HandleScheme scheme() const override;
+
+ private:
+  /// Class, filters and leaf of every tariff that has any; the root class's burst.
+  void fill_tree(const GlobalDirSettings& line, const TariffSet& set, AddressTree& tree,
+                 bool tolerate);
+  /// The u32 filters that the device had when something first asked for them.
+  const U32Inventory& filters();
+
+  std::optional<U32Inventory> filters_;
 };
 
 /// A variant that takes incoming packets to the IMQ device by a rule of its own.

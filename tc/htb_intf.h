@@ -5,7 +5,7 @@
 #include <string>
 
 #include "model/global_set.h"
-#include "model/tariff_set.h"
+#include "model/tariff_config.h"
 #include "tc/handles.h"
 #include "tc/htb_action.h"
 #include "tc/nl_types.h"
@@ -46,6 +46,10 @@ class HtbIntf {
   /// Makes the tariffs' classes, leaf qdiscs and, on the IMQ device, filters. `g` and `set` after
   /// rate resolution.
   virtual void create_leaves(const GlobalSettings& g, const TariffSet& set) = 0;
+  /// Deletes what the tariffs of `removed` (as they were stored) have on the device, unless
+  /// `remove` is false, and makes what those of `added` (after rate resolution) need.
+  virtual void update_leaves(const GlobalSettings& g, const TariffSet& removed,
+                             const TariffSet& added, bool remove) = 0;
   /// Remakes the direction's mark classifier and redirection. `redirect` tells that the line is
   /// slower than the link, `restore_mark` that packets carry marks; `speed` is the direction's
   /// configured speed in bytes per second.
@@ -70,6 +74,10 @@ class HtbIntf {
   /// The default class, which has no guarantee of its own. Nothing is done when its speed was never
   /// set, except to delete it.
   virtual void def_class_op(const BandwidthSettings& def, htb_action action) = 0;
+
+  /// Prints the classes of `cache` that concern an operator; `filter` is an empty class object of
+  /// the device. `cfg` has its numbers in ascending order.
+  virtual void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const = 0;
 
   bool ingress() const { return ingress_; }
   const std::string& name() const { return name_; }
@@ -107,6 +115,8 @@ class HtbIntf {
   /// Makes the root class and stores its burst in `root`. -1, with no request sent, when the speed
   /// was never set; otherwise the burst.
   std::int64_t create_root_leaf(BandwidthSettings& root);
+  /// The same for the root class that is there already; nothing when the device does not exist.
+  void update_root_leaf(BandwidthSettings& root);
   /// Gives the root class `burst` bytes when its own speed calls for less.
   void update_root_leaf_burst(const BandwidthSettings& root, std::int64_t burst);
 
@@ -134,6 +144,18 @@ class HtbIntf {
   void del_filter(const std::string& dev, std::uint32_t parent_major, unsigned prio,
                   const char* kind);
 
+  /// Deletes the u32 filter of this handle; one that is gone already is no failure.
+  void del_ht_filter(std::uint32_t handle, unsigned prio);
+
+  /// Prints one line a class: direction and tariff, packets, bytes, bytes/s, packets/s, drops and
+  /// overlimits. Nothing when the device does not exist. `cfg` has its numbers in ascending order.
+  void class_stat(const TariffConfig& cfg) const;
+
+  /// Whether the configuration gives this direction an HTB tree. `g` after rate resolution.
+  virtual bool has_tree(const GlobalSettings& g) const = 0;
+  /// Whether the device's root qdisc is the HTB of a tree.
+  bool tree_installed() const;
+
   /// Appends the commands that remove all our rules; only the egress object of a pair writes them.
   void fill_clean_fw_rules(std::string& list) const;
 
@@ -154,6 +176,8 @@ class HtbIntf {
 
   /// A classifier object for IPv4 under the HTB qdisc; `kind` may be null.
   ClsPtr new_cls(const char* kind, unsigned prio) const;
+  /// The classifiers under the HTB qdisc; failure ends the process.
+  CachePtr alloc_cls_cache() const;
   nl_sock* sock() const { return sock_.get(); }
   int ifindex() const;
 
@@ -168,6 +192,7 @@ class HtbIntf {
                       const QdiscSetup& setup);
   void attach(rtnl_tc* object, const char* kind) const;
   int send_u32_filter(const U32Filter& filter, unsigned prio);
+  QdiscPtr root_qdisc() const;
   LinkPtr get_link(const std::string& name) const;
 
   bool ingress_;

@@ -51,6 +51,14 @@ std::int64_t HtbIntf::create_root_leaf(BandwidthSettings& root) {
   return burst;
 }
 
+void HtbIntf::update_root_leaf(BandwidthSettings& root) {
+  TC_ASSERT(root.download() == ingress());
+  if (!has_link() || root.speed == kNeverSet) return;
+  std::int64_t burst = 0;
+  class_op(root_cid(), 0, root.speed, root.rateBps(), burst, htb_action::update);
+  root.burst = static_cast<std::int32_t>(burst);
+}
+
 void HtbIntf::update_root_leaf_burst(const BandwidthSettings& root, std::int64_t burst) {
   if (root.speed == kNeverSet) return;
   if (class_burst(static_cast<double>(root.speed), psched_hz()) >= burst) return;

@@ -3,6 +3,7 @@
 
 #include "cli/error.h"
 #include "tc/htb_intf.h"
+#include "tc/nl_error.h"
 
 // The classifiers of a device.
 namespace quenby {
@@ -50,6 +51,20 @@ void HtbIntf::del_filter(const std::string& dev, std::uint32_t parent_major, uns
   rtnl_tc_set_parent(TC_CAST(cls.get()), parent_major << 16);
   const int result = rtnl_cls_delete(sock(), cls.get(), 0);
   chk_nl_error("del filter cls", result, result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL);
+}
+
+void HtbIntf::del_ht_filter(std::uint32_t handle, unsigned prio) {
+  const ClsPtr cls = new_cls("u32", prio);
+  set_u32_handle(handle, cls.get());
+  const int result = rtnl_cls_delete(sock(), cls.get(), 0);
+  chk_nl_error("del filter cls", result, result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL);
+}
+
+CachePtr HtbIntf::alloc_cls_cache() const {
+  nl_cache* all = nullptr;
+  const int result = rtnl_cls_alloc_cache(sock(), ifindex(), kHtbHandle, &all);
+  if (result < 0 || all == nullptr) nl_fatal("Cannot allocate rtnl_cls_cache", result);
+  return {all, nl_cache_free};
 }
 
 }  // namespace quenby

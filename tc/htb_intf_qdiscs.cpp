@@ -23,13 +23,23 @@ void HtbIntf::root_qdisc_add(bool with_default) {
   chk_nl_error("add qdisc", rtnl_qdisc_add(sock(), qdisc.get(), NLM_F_CREATE), false);
 }
 
-void HtbIntf::root_qdisc_del() {
-  if (!has_link()) return;
+QdiscPtr HtbIntf::root_qdisc() const {
   nl_cache* all = nullptr;
   const int result = rtnl_qdisc_alloc_cache(sock(), &all);
   if (result < 0) nl_fatal("Cannot allocate rtnl_qdisc_cache", result);
   const CachePtr cache(all, nl_cache_free);
-  const QdiscPtr root(rtnl_qdisc_get_by_parent(cache.get(), ifindex(), TC_H_ROOT));
+  return QdiscPtr(rtnl_qdisc_get_by_parent(cache.get(), ifindex(), TC_H_ROOT));
+}
+
+bool HtbIntf::tree_installed() const {
+  if (!has_link()) return false;
+  const QdiscPtr root = root_qdisc();
+  return root != nullptr && rtnl_tc_get_handle(TC_CAST(root.get())) == kHtbHandle;
+}
+
+void HtbIntf::root_qdisc_del() {
+  if (!has_link()) return;
+  const QdiscPtr root = root_qdisc();
   // The qdisc that the kernel gives every device by itself has handle 0 and cannot be deleted.
   if (root == nullptr || rtnl_tc_get_handle(TC_CAST(root.get())) == 0) return;
   chk_nl_error("delete qdisc", rtnl_qdisc_delete(sock(), root.get()), true);

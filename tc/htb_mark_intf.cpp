@@ -14,6 +14,11 @@ void HtbMarkIntf::create_leaves(const GlobalSettings& g, const TariffSet& set) {
   create_fw_leaves(g, set);
 }
 
+void HtbMarkIntf::update_leaves(const GlobalSettings& g, const TariffSet& removed,
+                                const TariffSet& added, bool remove) {
+  update_fw_leaves(g, removed, added, remove);
+}
+
 void HtbMarkIntf::create_def_tar_leaf(const BandwidthSettings& def) {
   def_tar_class_op(def, htb_action::create);
   def_tar_qdisc_op(def, htb_action::create);
@@ -69,9 +74,28 @@ void HtbMarkIntf::_create_fw_leaves(const GlobalSettings& g, const TariffSet& se
 }
 
 void HtbMarkIntf::create_fw_leaves(const GlobalSettings& g, const TariffSet& set) {
+  if (has_tree(g)) _create_fw_leaves(g, set);
+}
+
+void HtbMarkIntf::delete_fw_leaf(const TariffDirSettings& t, bool remove,
+                                 const std::vector<std::uint32_t>& addresses) {
+  if (addresses.empty() || !remove) return;
+  delete_qdisc(t);
+  class_op(t, htb_action::remove);
+}
+
+void HtbMarkIntf::update_fw_leaves(const GlobalSettings& g, const TariffSet& removed,
+                                   const TariffSet& added, bool remove) {
+  if (!has_link()) return;
+  for (const TariffSettings& tariff : removed.tariffs())
+    delete_fw_leaf(tariff.direction(ingress()), remove, tariff.addresses);
+  create_fw_leaves(g, added);
+}
+
+bool HtbMarkIntf::has_tree(const GlobalSettings& g) const {
   const std::int64_t speed = g.direction(ingress()).speed;
-  if (!has_link() || speed == kNeverSet || speed == 0) return;
-  _create_fw_leaves(g, set);
+  // An IFB device that outlived its WAN device carries no tree.
+  return has_link() && link_exists(g.wan) && speed != kNeverSet && speed != 0;
 }
 
 }  // namespace quenby

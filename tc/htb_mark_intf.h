@@ -15,6 +15,11 @@ class HtbMarkIntf : public HtbIntf {
 
   void create_leaves(const GlobalSettings& g, const TariffSet& set) override;
 
+  void update_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
+                     bool remove) override;
+  void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
+  bool has_tree(const GlobalSettings& g) const override;
+
   /// The default tariff's class, with the guarantee of its settings.
   virtual void def_tar_class_op(const BandwidthSettings& def, htb_action action) = 0;
   /// The fq_codel leaf under it.
@@ -32,6 +37,13 @@ class HtbMarkIntf : public HtbIntf {
   /// The same for every tariff, the root class's burst raised to the largest of theirs; nothing
   /// when the device does not exist or the direction is blocked or has no speed.
   void create_fw_leaves(const GlobalSettings& g, const TariffSet& set);
+
+  /// Deletes leaf qdisc and class of one tariff; nothing without addresses or with `remove` false.
+  void delete_fw_leaf(const TariffDirSettings& t, bool remove,
+                      const std::vector<std::uint32_t>& addresses);
+  /// Deletes those of `removed` and then makes those of `added`, with the same exceptions.
+  void update_fw_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
+                        bool remove);
 
  protected:
   HandleScheme scheme() const override { return HandleScheme::mark; }

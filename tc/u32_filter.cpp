@@ -37,6 +37,11 @@ void set_u32_filter(const U32Filter& filter, rtnl_cls* cls) {
   }
 }
 
+void set_u32_handle(std::uint32_t handle, rtnl_cls* cls) {
+  rtnl_u32_set_handle(cls, static_cast<int>(handle >> 20), static_cast<int>(handle >> 12 & 0xff),
+                      static_cast<int>(handle & 0xfff));
+}
+
 void set_u32_table(const U32Table& table, rtnl_cls* cls) {
   rtnl_u32_set_handle(cls, static_cast<int>(table.id), 0, 0);
   check_nl_result("set cls divisor", rtnl_u32_set_divisor(cls, table.buckets));

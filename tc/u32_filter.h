@@ -43,6 +43,9 @@ struct U32Table {
 /// Puts the filter into a classifier object of kind "u32".
 void set_u32_filter(const U32Filter& filter, rtnl_cls* cls);
 
+/// Names an existing filter.
+void set_u32_handle(std::uint32_t handle, rtnl_cls* cls);
+
 /// Puts the table into a classifier object of kind "u32".
 void set_u32_table(const U32Table& table, rtnl_cls* cls);
 

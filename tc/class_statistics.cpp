@@ -1,0 +1,51 @@
+#include "tc/class_statistics.h"
+
+#include <array>
+
+#include "model/default_settings.h"
+#include "tc/handles.h"
+
+namespace quenby {
+namespace {
+
+constexpr std::uint32_t kMinorMask = 0xffff;
+// On the IMQ device the upload classes have this bit of the minor set.
+constexpr std::uint32_t kUploadBit = 0x8000;
+
+constexpr std::array<rtnl_tc_stat, 6> kCounters = {
+    RTNL_TC_PACKETS,  RTNL_TC_BYTES, RTNL_TC_RATE_BPS,
+    RTNL_TC_RATE_PPS, RTNL_TC_DROPS, RTNL_TC_OVERLIMITS,
+};
+
+}  // namespace
+
+std::string class_name(unsigned number, const TariffConfig& cfg) {
+  if (number == kRootClass) return "root";
+  TariffSettings tariff;
+  return cfg.get(static_cast<int>(number), tariff) ? tariff.name : std::to_string(number);
+}
+
+std::string mark_class_name(unsigned number, const TariffConfig& cfg) {
+  if (number == kDefaultClass) return "system";
+  if (number == kDefaultTariffClass) return DefaultSettings::printName();
+  return class_name(number, cfg);
+}
+
+std::string imq_class_name(std::uint32_t handle, std::uint32_t parent, const TariffConfig& cfg) {
+  // Leaf qdiscs list flows as classes of their own majors.
+  if ((handle & ~kMinorMask) != kHtbHandle) return "";
+  const unsigned minor = handle & kMinorMask;
+  if (minor == kDefaultClass) return DefaultSettings::printName();
+  if ((parent & ~kUploadBit) != class_handle(kRootClass)) return "";
+  if (minor <= kUploadBit) return "download " + class_name(minor, cfg);
+  return "upload " + class_name(minor - kUploadBit, cfg);
+}
+
+void print_class(std::ostream& out, const std::string& name, rtnl_class* object) {
+  out << name;
+  for (const rtnl_tc_stat counter : kCounters)
+    out << ',' << rtnl_tc_get_stat(TC_CAST(object), counter);
+  out << '\n';
+}
+
+}  // namespace quenby
