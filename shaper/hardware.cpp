@@ -1,5 +1,7 @@
 #include "shaper/hardware.h"
 
+#include <unistd.h>
+
 #include "cli/system.h"
 #include "model/number.h"
 #include "model/rate.h"
@@ -7,6 +9,7 @@
 namespace quenby {
 namespace {
 
+constexpr const char* kTool = "/usr/sbin/kavo-hal";
 constexpr std::int64_t kGigabit = 125'000'000;
 constexpr std::int64_t kTenGigabit = 1'250'000'000;
 constexpr double kBytesPerMbit = 125'000.0;
@@ -14,18 +17,20 @@ constexpr double kBytesPerMbit = 125'000.0;
 }  // namespace
 
 std::string board_name() {
+  // Without the tool the shell would complain on the program's standard error.
   std::string name;
-  _system("/usr/sbin/kavo-hal getBoardShortName", name);
+  if (access(kTool, X_OK) != 0) return name;
+  _system(std::string(kTool) + " getBoardShortName", name);
   return name;
 }
 
 std::int64_t link_speed(const std::string& interface) {
   const std::string port = shell_word(interface);
   std::string answer;
-  _system("/usr/sbin/kavo-hal isSfpPlus " + port + " 2>&1", answer);
+  _system(std::string(kTool) + " isSfpPlus " + port + " 2>&1", answer);
   if (answer != "1") return kGigabit;
   std::string field;
-  _system("/usr/sbin/kavo-hal getEthPhysical " + port + "  2>&1 | grep Speed | awk '{print $2}'",
+  _system(std::string(kTool) + " getEthPhysical " + port + "  2>&1 | grep Speed | awk '{print $2}'",
           field);
   return sfp_plus_speed(field);
 }

@@ -36,45 +36,46 @@ void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
   const std::int64_t speed = link_speed(set.global.wan);
   resolve_global_rates(set, tariffs, resolve_tariff_rates(set, tariffs, speed));
 
-  const auto egress = device(set.global, false);
-  const auto ingress = device(set.global, true);
-  std::string commands;
-  egress->fill_clean_fw_rules(commands);
-  ingress->fill_clean_fw_rules(commands);
-  if (has_wan && needs_drop_chain(set)) append_commands(commands, drop_chain_commands());
-  run_list(commands);
-
+  const Devices both = devices(set.global);
+  clean_rules(both, has_wan && needs_drop_chain(set));
   if (has_wan) {
     create_ipset();
     set_rps(given);
   }
-  for (HtbIntf* const intf : {egress.get(), ingress.get()}) {
+  for (HtbIntf* const intf : {both.egress.get(), both.ingress.get()}) {
     intf->setup(set, given, !tariffs.empty(), speed);
     intf->create_leaves(set.global, tariffs);
   }
   if (has_wan) add_ipset_tariffs(tariffs);
-
-  commands.clear();
-  ingress->fill_fw_rules(set, commands);
-  egress->fill_fw_rules(set, commands);
-  run_list(commands);
+  fill_rules(both, set);
 }
 
 void HtbShaper::clear(const GlobalSet& set) {
-  const auto ingress = device(set.global, true);
-  const auto egress = device(set.global, false);
+  const Devices both = devices(set.global);
   std::string commands = firewall_start_command();
-  ingress->fill_clean_fw_rules(commands);
-  egress->fill_clean_fw_rules(commands);
+  both.ingress->fill_clean_fw_rules(commands);
+  both.egress->fill_clean_fw_rules(commands);
   append_commands(commands, firewall_end_commands());
-  run_list(commands);
+  run_or_exit(commands);
 
   if (!set.global.wan.empty()) {
     delete_ipset();
     clean_rps(set);
   }
-  ingress->teardown(set);
-  egress->teardown(set);
+  both.ingress->teardown(set);
+  both.egress->teardown(set);
+}
+
+void HtbShaper::del_global(const GlobalSet& set, const TariffConfig& tariffs) {
+  clear(set);
+  // Without a tariff nothing is left to shape, and the IMQ device may be more than the kernel has.
+  if (tariffs.empty()) return;
+  create(GlobalSet(), tariffs);
+}
+
+void HtbShaper::class_stat(const GlobalSet& set, const TariffConfig& tariffs) {
+  device(set.global, false)->class_stat(tariffs);
+  device(set.global, true)->class_stat(tariffs);
 }
 
 void HtbShaper::create_ipset() { create_address_set(netfilter_); }
@@ -105,6 +106,25 @@ void HtbShaper::clean_rps(const GlobalSet& set) {
 
 std::unique_ptr<HtbIntf> HtbShaper::device(const GlobalSettings& settings, bool ingress) {
   return make_intf(settings, ingress, route_, links_);
+}
+
+HtbShaper::Devices HtbShaper::devices(const GlobalSettings& settings) {
+  return {device(settings, false), device(settings, true)};
+}
+
+void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
+  std::string commands;
+  devices.egress->fill_clean_fw_rules(commands);
+  devices.ingress->fill_clean_fw_rules(commands);
+  if (drop_chain) append_commands(commands, drop_chain_commands());
+  run_list(commands);
+}
+
+void HtbShaper::fill_rules(const Devices& devices, const GlobalSet& set) {
+  std::string commands;
+  devices.ingress->fill_fw_rules(set, commands);
+  devices.egress->fill_fw_rules(set, commands);
+  run_list(commands);
 }
 
 }  // namespace quenby

@@ -6,6 +6,7 @@
 #include "model/global_set.h"
 #include "model/tariff_config.h"
 #include "model/tariff_set.h"
+#include "shaper/tariff_change.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_types.h"
 
@@ -27,6 +28,29 @@ class HtbShaper {
   /// Removes everything.
   void clear(const GlobalSet& set);
 
+  /// Takes the global settings away: removes everything and builds the tariffs alone, on the IMQ
+  /// device.
+  void del_global(const GlobalSet& set, const TariffConfig& tariffs);
+  /// Prints the class counters of both directions. `tariffs` has its numbers in ascending order.
+  void class_stat(const GlobalSet& set, const TariffConfig& tariffs);
+
+  // Changes while shaping runs. `current` is what the kernel holds now; a changed tariff is in
+  // `removed` (its old record) and in `added` (its new one). All sets ordered by name, rates as
+  // configured.
+
+  /// Touches the changed tariffs alone where that gives the same as building everything anew.
+  void update_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed,
+                      const TariffSet& added);
+  void add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added);
+  void del_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed);
+
+  /// One direction of such a change. `settings` and `added` after rate resolution, `previous` the
+  /// direction's settings before the change, `configured` its speed as configured; `remove` is
+  /// false when there is nothing to delete. Speeds in bytes per second.
+  void update_intf(bool ingress, GlobalSettings& settings, const TariffSet& added,
+                   const TariffSet& removed, const BandwidthSettings& previous,
+                   std::int64_t configured, bool remove, std::int64_t link_speed);
+
   // The address set.
 
   void create_ipset();
@@ -44,7 +68,22 @@ class HtbShaper {
   static void clean_rps(const GlobalSet& set);
 
  private:
+  struct Devices {
+    std::unique_ptr<HtbIntf> egress;
+    std::unique_ptr<HtbIntf> ingress;
+  };
+
   std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, bool ingress);
+  Devices devices(const GlobalSettings& settings);
+  /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
+  static void clean_rules(const Devices& devices, bool drop_chain);
+  /// Puts our rules into the firewall.
+  static void fill_rules(const Devices& devices, const GlobalSet& set);
+
+  bool trees_installed(const GlobalSettings& settings);
+  void keep_line_only(const GlobalSet& set, TariffChange& change, std::int64_t link_speed);
+  void change_in_place(const GlobalSet& set, TariffChange& change, const TariffSet& removed,
+                       std::int64_t link_speed);
 
   // Released in reverse order.
   SocketPtr route_;
