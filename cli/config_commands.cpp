@@ -1,13 +1,46 @@
 #include "cli/config_commands.h"
 
+#include "cli/config_input.h"
 #include "cli/error.h"
-#include "cli/stored_config.h"
 #include "config/system_config.h"
+#include "model/stored_form.h"
 #include "shaper/htb_shaper.h"
 
 namespace quenby {
+namespace {
+
+// Puts `list` in the place of everything: numbers it anew, builds it and saves it.
+void replace_everything(const GlobalSet& global, TariffConfig& current, const TariffSet& list) {
+  if (!current.update(list, true, true)) _error("wrong tariff configuration");
+  clear_shaper(global);
+  create_shaper(global, current);
+  TariffSystemConfig().cfgSave(current);
+}
+
+// Changes only what differs between `current` and `list`.
+void replace_differences(const GlobalSet& global, TariffConfig& current, const TariffSet& list) {
+  TariffSet removed;
+  TariffSet added;
+  collect_differences(current, list, removed, added);
+  for (const TariffSettings& tariff : current.tariffs()) {
+    if (!list.exists(tariff.name)) removed.addTariff(tariff);
+  }
+  removed.sort();
+  if (global.global.enabled) HtbShaper().update_tariffs(global, current, removed, added);
+  if (!current.update(list, true, false)) _error("wrong tariff configuration");
+  TariffSystemConfig().cfgSave(current);
+}
+
+}  // namespace
 
 void clear_shaper(const GlobalSet& global) { HtbShaper().clear(global); }
+
+bool create_shaper(const GlobalSet& global, const TariffSet& tariffs) {
+  const bool configured = global.has_global || global.has_default || !tariffs.empty();
+  if (!global.global.enabled || !configured) return false;
+  HtbShaper().create(global, tariffs);
+  return true;
+}
 
 void load_config() {
   GlobalSet global;
@@ -15,13 +48,44 @@ void load_config() {
   TariffConfig tariffs;
   if (load_tariff_config(tariffs) && !tariffs.checkID()) {
     if (!tariffs.refillIDs()) _error("wrong tariff configuration");
+    round_to_stored(tariffs);
     TariffSystemConfig().cfgSave(tariffs);
   }
-  const bool configured = global.has_global || global.has_default || !tariffs.empty();
-  if (global.global.enabled && configured) {
-    HtbShaper().create(global, tariffs);
+  if (!create_shaper(global, tariffs)) clear_shaper(global);
+}
+
+void reload_config() {
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig tariffs;
+  if (load_tariff_config(tariffs) && !tariffs.refillIDs()) _error("wrong tariff configuration");
+  round_to_stored(tariffs);
+  clear_shaper(global);
+  create_shaper(global, tariffs);
+  TariffSystemConfig().cfgSave(tariffs);
+}
+
+void restore_config(const std::string& interface) {
+  GlobalSet global;
+  load_global_config(global);
+  if (!global.global.wan.empty() && global.global.wan == interface) reload_config();
+}
+
+void update_config(const std::string& path) {
+  TariffSet list;
+  if (!read_tariff_file(path, list)) _error("wrong tariff configuration");
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig current;
+  const bool stored = load_tariff_config(current);
+  if (!current.fillIDs(list, true)) _error("wrong new tariff configuration");
+  if (!stored) {
+    replace_everything(global, current, list);
+  } else if (!current.checkID()) {
+    if (!current.refillIDs()) _error("wrong tariff configuration");
+    replace_everything(global, current, list);
   } else {
-    clear_shaper(global);
+    replace_differences(global, current, list);
   }
 }
 
@@ -35,6 +99,14 @@ void clear_config() {
   stop_shaper();
   TariffSystemConfig::clean();
   GlobalSystemConfig::clean();
+}
+
+void print_statistics() {
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig tariffs;
+  load_tariff_config(tariffs);
+  if (!tariffs.empty()) HtbShaper().class_stat(global, tariffs.orderedByID());
 }
 
 }  // namespace quenby

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <string>
+
+#include "model/global_set.h"
+#include "model/tariff_config.h"
+
+/// Where the operations get their configuration from.
+namespace quenby {
+
+/// Reads the stored global file. False, with `global` unchanged, when there is none; one that does
+/// not parse ends the process.
+bool load_global_config(GlobalSet& global);
+
+/// Reads the stored tariff file and orders the tariffs by name. False when there is none; one that
+/// does not parse ends the process.
+bool load_tariff_config(TariffConfig& tariffs);
+
+/// Reads a tariff file that the operator names, ordered by name and with values as a stored file
+/// holds them. False when it does not parse, holds two tariffs of one name, or holds a value that
+/// cannot be stored.
+bool read_tariff_file(const std::string& path, TariffSet& tariffs);
+
+/// Reads a global file that the operator names, with values as a stored file holds them. False when
+/// it does not parse.
+bool read_global_file(const std::string& path, GlobalSet& global);
+
+/// Puts every tariff that `list` has in another form than `current` into `removed` (as it is
+/// stored) and `added` (as it is in `list`); one that `current` has not into `added` alone.
+/// `current` is ordered by name.
+void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,
+                         TariffSet& added);
+
+}  // namespace quenby

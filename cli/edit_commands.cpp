@@ -1,0 +1,115 @@
+#include "cli/edit_commands.h"
+
+#include "cli/config_commands.h"
+#include "cli/config_input.h"
+#include "cli/error.h"
+#include "config/system_config.h"
+#include "model/stored_form.h"
+#include "shaper/htb_shaper.h"
+
+namespace quenby {
+namespace {
+
+void number_new(TariffConfig& current, TariffSet& added) {
+  if (!current.addIDs(added)) _error("wrong tariff configuration: already exists");
+}
+
+// Adds to a list whose class numbers fit.
+void extend(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
+  number_new(current, added);
+  if (global.global.enabled) {
+    HtbShaper().add_tariffs(global, current, added);
+    TariffSystemConfig().addSave(added);
+  } else {
+    current.update(added, false, false);
+    TariffSystemConfig().cfgSave(current);
+  }
+}
+
+// Adds to a list that is new or numbered anew, which everything is built from, enabled or not.
+void start(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
+  number_new(current, added);
+  if (current.update(added, false, true)) {
+    round_to_stored(current);
+    clear_shaper(global);
+    HtbShaper().create(global, current);
+  }
+  TariffSystemConfig().cfgSave(current);
+}
+
+}  // namespace
+
+void add_tariffs(const std::string& path) {
+  TariffSet added;
+  if (!read_tariff_file(path, added)) _error("wrong tariff configuration");
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig current;
+  const bool stored = load_tariff_config(current);
+  const bool numbered = current.checkID();
+  if (stored && numbered) return extend(global, current, added);
+  if (!numbered && !current.refillIDs()) _error("wrong tariff configuration");
+  start(global, current, added);
+}
+
+void delete_tariff(const std::string& name) {
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig current;
+  load_tariff_config(current);
+  TariffSettings found;
+  if (!current.get(name, found)) _error("tariff does not exist");
+  TariffSet removed;
+  removed.addTariff(std::move(found));
+  if (global.global.enabled) HtbShaper().del_tariffs(global, current, removed);
+  current.remove(removed);
+  if (current.empty()) {
+    TariffSystemConfig::clean();
+  } else {
+    TariffSystemConfig().delSave(removed);
+  }
+}
+
+void update_tariff(const std::string& path) {
+  TariffSet list;
+  if (!read_tariff_file(path, list)) _error("wrong new tariff configuration");
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig current;
+  load_tariff_config(current);
+  if (!current.fillIDs(list, false)) _error("wrong new tariff configuration");
+  TariffSet removed;
+  TariffSet added;
+  collect_differences(current, list, removed, added);
+  if (global.global.enabled) HtbShaper().update_tariffs(global, current, removed, added);
+  TariffSystemConfig().updSave(list);
+}
+
+void delete_tariffs() {
+  GlobalSet global;
+  load_global_config(global);
+  clear_shaper(global);
+  create_shaper(global, TariffSet());
+  TariffSystemConfig::clean();
+}
+
+void update_global(const std::string& path) {
+  GlobalSet global;
+  if (!read_global_file(path, global)) _error("wrong new global configuration");
+  TariffConfig current;
+  load_tariff_config(current);
+  stop_shaper();
+  create_shaper(global, current);
+  GlobalSystemConfig().cfgSave(global);
+}
+
+void delete_global() {
+  GlobalSet global;
+  load_global_config(global);
+  TariffConfig current;
+  load_tariff_config(current);
+  HtbShaper().del_global(global, current);
+  GlobalSystemConfig::clean();
+}
+
+}  // namespace quenby
