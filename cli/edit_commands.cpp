@@ -32,7 +32,8 @@ void start(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
   if (current.update(added, false, true)) {
     round_to_stored(current);
     clear_shaper(global);
-    HtbShaper().create(global, current);
+    const TariffSet& all = current;
+    HtbShaper().create(global, all);
   }
   TariffSystemConfig().cfgSave(current);
 }

@@ -70,7 +70,8 @@ void HtbShaper::del_global(const GlobalSet& set, const TariffConfig& tariffs) {
   clear(set);
   // Without a tariff nothing is left to shape, and the IMQ device may be more than the kernel has.
   if (tariffs.empty()) return;
-  create(GlobalSet(), tariffs);
+  const TariffSet& all = tariffs;
+  create(GlobalSet(), all);
 }
 
 void HtbShaper::class_stat(const GlobalSet& set, const TariffConfig& tariffs) {

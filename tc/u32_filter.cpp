@@ -8,9 +8,10 @@ namespace quenby {
 namespace {
 
 void set_link(const U32Filter& filter, rtnl_cls* cls) {
-  if (filter.hash_mask != 0 || filter.hash_offset != 0)
+  if (filter.hash_mask != 0 || filter.hash_offset != 0) {
     check_nl_result("set hashmask cls",
                     rtnl_u32_set_hashmask(cls, filter.hash_mask, filter.hash_offset));
+  }
   check_nl_result("set link cls", rtnl_u32_set_link(cls, filter.link_table << 20));
 }
 
@@ -21,12 +22,15 @@ void set_class(const U32Filter& filter, rtnl_cls* cls) {
 
 }  // namespace
 
+void set_u32_handle(std::uint32_t handle, rtnl_cls* cls) {
+  rtnl_u32_set_handle(cls, static_cast<int>(handle >> 20), static_cast<int>(handle >> 12 & 0xff),
+                      static_cast<int>(handle & 0xfff));
+}
+
 void set_u32_filter(const U32Filter& filter, rtnl_cls* cls) {
   if (!filter.in_root_table()) {
     check_nl_result("set ht cls", rtnl_u32_set_hashtable(cls, filter.handle()));
-    if (filter.own_node)
-      rtnl_u32_set_handle(cls, static_cast<int>(filter.table), static_cast<int>(filter.bucket),
-                          static_cast<int>(filter.node));
+    if (filter.own_node) set_u32_handle(filter.handle(), cls);
   }
   check_nl_result("set key cls",
                   rtnl_u32_add_key_uint32(cls, filter.value, filter.mask, filter.offset, 0));
@@ -35,11 +39,6 @@ void set_u32_filter(const U32Filter& filter, rtnl_cls* cls) {
   } else {
     set_class(filter, cls);
   }
-}
-
-void set_u32_handle(std::uint32_t handle, rtnl_cls* cls) {
-  rtnl_u32_set_handle(cls, static_cast<int>(handle >> 20), static_cast<int>(handle >> 12 & 0xff),
-                      static_cast<int>(handle & 0xfff));
 }
 
 void set_u32_table(const U32Table& table, rtnl_cls* cls) {
