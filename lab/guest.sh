@@ -39,6 +39,8 @@ _same_output() {
 _guest_settings() {
   local rows=24 columns=80 out=0
   [ ! -t 0 ] || read -r rows columns < <(stty size)
+  # A terminal that does not know its size says 0.
+  [ "$rows" -gt 0 ] && [ "$columns" -gt 0 ] || rows=24 columns=80
   [ -z "$LAB_OUT_DIR" ] || out=1
   # shellcheck disable=SC2153  # lab_kernel_prepare sets LAB_MODULES
   printf 'LAB_%s=%q\n' CWD "$PWD" MODULES "$LAB_MODULES" MERGED "$1" OUT "$out" \

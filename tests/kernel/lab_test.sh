@@ -1,0 +1,221 @@
+#!/bin/bash
+# Checks of scripts/lab itself, from the outside: statuses, arguments, output,
+# what stays and what vanishes. Ends with the checks of the miniature network.
+#
+# Call: tests/kernel/lab_test.sh   (on the machine, not inside the lab)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+
+LAB=$PWD/scripts/lab
+scratch=$(mktemp -d "${TMPDIR:-/tmp}/lab-test.XXXXXX")
+trap 'rm -rf "$scratch"' EXIT
+# Temporary folders of the runs below go here, so that leftovers can be seen.
+mkdir "$scratch/tmp"
+export TMPDIR=$scratch/tmp
+
+status_of() {
+  local status=0
+  "$@" >"$scratch/stdout" 2>"$scratch/stderr" || status=$?
+  echo "$status"
+}
+
+test_statuses() {
+  expect "status 0" 0 "$(status_of "$LAB" true)"
+  expect "status 7" 7 "$(status_of "$LAB" sh -c 'exit 7')"
+  expect "a command that does not exist: 127" 127 "$(status_of "$LAB" /no/such/command)"
+  expect "killed by signal 9: 137" 137 "$(status_of "$LAB" sh -c 'kill -9 $$')"
+  expect "no command: 2" 2 "$(status_of "$LAB")"
+  expect "unknown option: 2" 2 "$(status_of "$LAB" --no-such true)"
+  expect "time of 0: 2" 2 "$(status_of "$LAB" --timeout 0 true)"
+}
+
+# shellcheck disable=SC2016,SC1003  # for the inner shells to expand
+test_arguments() {
+  local folder="$scratch/a folder" wanted
+  mkdir "$folder"
+  wanted=$(printf '<%s>' "$folder" 'a  b' '' "it's" '$HOME' $'two\nlines' '*' '"' '\' 'ü' 'a b')
+  expect "arguments, folder and QUENBY_ variables arrive" "$wanted" "$(cd "$folder" &&
+    QUENBY_TEST='a b' "$LAB" bash -c 'printf "<%s>" "$PWD" "$@" "$QUENBY_TEST"' \
+      name 'a  b' '' "it's" '$HOME' $'two\nlines' '*' '"' '\' 'ü')"
+}
+
+# shellcheck disable=SC2016
+test_output() {
+  local script='for i in {1..20}; do echo "out $i"; echo "err $i" >&2; done'
+  status_of "$LAB" bash -c "$script" >/dev/null
+  expect "stdout alone" "$(printf 'out %d\n' {1..20})" "$(cat "$scratch/stdout")"
+  expect "stderr alone" "$(printf 'err %d\n' {1..20})" "$(cat "$scratch/stderr")"
+  expect "both into one keep their order" "$(bash -c "$script" 2>&1)" \
+    "$("$LAB" bash -c "$script" 2>&1)"
+  expect "200000 lines arrive unchanged" "$(seq 200000 | md5sum)" "$("$LAB" seq 200000 | md5sum)"
+  expect "/dev/stderr can be opened again" "$(printf '1\n2')" \
+    "$("$LAB" bash -c 'echo 1 >&2; echo 2 >/dev/stderr' 2>&1 >/dev/null)"
+  expect "output without line end" abc "$("$LAB" printf abc)"
+}
+
+# The reader notes when it gets the lines; the writer waits 3 s between them.
+test_progress() {
+  local first last
+  { read -r first && first=$EPOCHREALTIME && read -r last && last=$EPOCHREALTIME; } \
+    < <("$LAB" sh -c 'echo 1; sleep 3; echo 2')
+  holds "lines arrive as they come" awk -v a="$first" -v b="$last" 'BEGIN { exit !(b - a > 2) }'
+}
+
+test_left_behind() {
+  SECONDS=0
+  expect "a process left behind does not hold the end up: status 3" 3 \
+    "$(status_of "$LAB" sh -c 'sleep 300 & exit 3')"
+  holds "it took $SECONDS s" [ "$SECONDS" -lt 60 ]
+}
+
+# shellcheck disable=SC2016
+test_root() {
+  expect "root by real sudo, without delay" 0 "$(status_of "$LAB" bash -c \
+    'set -e; SECONDS=0; sudo true; sudo iptables -t mangle -N X; [ "$SECONDS" -lt 4 ]')"
+  expect "no noise of sudo" "" "$(cat "$scratch/stderr")"
+}
+
+test_vanish() {
+  local mark=quenby-lab-$$
+  expect "everything is writable" 0 "$(status_of "$LAB" sh -c "mkdir -p /config/$mark &&
+    touch /etc/$mark /opt/$mark /usr/local/$mark /tmp/$mark $PWD/$mark")"
+  fails "nothing of it reaches the machine" ls -d \
+    "/config/$mark" "/etc/$mark" "/opt/$mark" "/usr/local/$mark" "/tmp/$mark" "$mark" 2>/dev/null
+}
+
+test_out() {
+  expect "--out" 0 "$(status_of "$LAB" --out "$scratch/out" sh -c \
+    'mkdir /lab-out/d && seq 100000 >/lab-out/d/f')"
+  expect "--out: the file came back" "$(seq 100000 | md5sum)" "$(md5sum <"$scratch/out/d/f")"
+  QUENBY_LAB_OUT=$scratch/out2 "$LAB" sh -c 'echo x >/lab-out/f'
+  expect "QUENBY_LAB_OUT: the file came back" x "$(cat "$scratch/out2/f")"
+}
+
+test_timeout() {
+  SECONDS=0
+  expect "time-out: 124" 124 "$(status_of "$LAB" --timeout 20 sh -c 'echo begun; sleep 300')"
+  holds "time-out in time ($SECONDS s)" [ "$SECONDS" -lt 40 ]
+  expect "time-out: output so far" begun "$(cat "$scratch/stdout")"
+  expect "time-out: message" "lab: timed out after 20 s" "$(cat "$scratch/stderr")"
+}
+
+test_two_at_once() {
+  local first
+  "$LAB" sh -c 'sleep 3; echo first; exit 4' >"$scratch/first" &
+  first=$!
+  expect "the second of two" second "$("$LAB" sh -c 'sleep 3; echo second')"
+  expect "the first of two: status" 4 "$(status_of wait "$first")"
+  expect "the first of two: output" first "$(cat "$scratch/first")"
+}
+
+# A guest that is being ended takes a moment.
+guest_gone() {
+  local tries=0
+  while pgrep -f "mount_tag=lab.*$TMPDIR|$TMPDIR.*mount_tag=lab" >/dev/null; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 50 ] || return 1
+    sleep 0.2
+  done
+}
+
+test_interrupt() {
+  local pid status=0
+  "$LAB" sh -c 'echo begun; sleep 300' >"$scratch/stdout" 2>/dev/null &
+  pid=$!
+  until grep -q begun "$scratch/stdout"; do sleep 0.2; done
+  kill -TERM "$pid"
+  wait "$pid" || status=$?
+  expect "ended by SIGTERM: 143" 143 "$status"
+  holds "its guest is gone" guest_gone
+}
+
+# Runs a command on a terminal of its own and types the line TEXT at its first
+# prompt. Prints what came and the exit status.
+# Call: type_at_prompt TEXT COMMAND...
+type_at_prompt() {
+  python3 -c '
+import os, pty, select, sys, time
+pid, terminal = pty.fork()
+if pid == 0:
+    os.execvp(sys.argv[2], sys.argv[2:])
+seen, typed, end = b"", False, time.time() + 90
+while time.time() < end:
+    if not select.select([terminal], [], [], 1)[0]:
+        continue
+    try:
+        seen += os.read(terminal, 4096)
+    except OSError:
+        break
+    if not typed and seen.rstrip().endswith(b"#"):
+        typed = True
+        os.write(terminal, sys.argv[1].encode() + b"\r")
+print(seen.decode(errors="replace"), "status", os.waitstatus_to_exitcode(os.waitpid(pid, 0)[1]))
+' "$@"
+}
+
+test_shell() {
+  local printed
+  # shellcheck disable=SC2016  # for the shell in the guest
+  printed=$(type_at_prompt 'echo is $((6 * 7)) $(hostname); exit 3' "$LAB" --timeout 60 shell)
+  holds "the shell runs what is typed" grep -q 'is 42 router' <<<"$printed"
+  holds "the status of the shell" grep -q 'status 3$' <<<"$printed"
+}
+
+# Two runs that find the kernel unpacked but no initramfs, at the same time.
+test_cache_race() {
+  local cache=$scratch/cache first
+  mkdir -p "$cache/lab"
+  cp -r "${QUENBY_CACHE:-.cache}"/lab/kernel-* "$cache/lab/"
+  QUENBY_CACHE=$cache "$LAB" --prepare &
+  first=$!
+  expect "the second to prepare the cache" 0 "$(QUENBY_CACHE=$cache status_of "$LAB" --prepare)"
+  expect "the first to prepare the cache" 0 "$(status_of wait "$first")"
+  expect "one initramfs, no scraps" 1 "$(find "$cache/lab" -maxdepth 1 -name 'initramfs*' | wc -l)"
+  expect "it boots" 5 "$(QUENBY_CACHE=$cache status_of "$LAB" sh -c 'exit 5')"
+}
+
+# An ordinary user: "nobody", when root runs this.
+test_user() {
+  [ "$(id -u)" -eq 0 ] || return 0
+  local as_nobody=(setpriv --reuid=65534 --regid=65534 --clear-groups)
+  chmod 755 "$scratch"
+  chmod 1777 "$TMPDIR"
+  expect "as nobody: status and output" "0 router 6" "$("${as_nobody[@]}" "$LAB" sh -c \
+    'sudo id -u; hostname; exit 6' 2>/dev/null | tr '\n' ' '; echo "${PIPESTATUS[0]}")"
+}
+
+# The guest's kernel has every feature, so --here is checked in a guest.
+test_here() {
+  # shellcheck disable=SC2016
+  expect "--here in a guest" "$(printf 'here router <a  b>\n7\n0\n124\n0')" "$("$LAB" bash -c '
+    scripts/lab --here sh -c "echo \$QUENBY_IN_LAB \$(hostname) \"<\$1>\"; exit 7" name "a  b"
+    echo $?
+    scripts/lab --here sh -c "mkdir -p /config; touch /config/x /etc/x; ip link add eth9 type dummy"
+    ls /config /etc/x /sys/class/net/eth9 2>/dev/null | wc -l
+    scripts/lab --here --timeout 2 sleep 100 2>/dev/null
+    echo $?
+    TMPDIR=/run scripts/lab --here true
+    ls -d /run/quenby-lab.* 2>/dev/null | wc -l' 2>&1)"
+}
+
+test_statuses
+test_arguments
+test_output
+test_progress
+test_left_behind
+test_root
+test_vanish
+test_out
+test_timeout
+test_two_at_once
+test_interrupt
+test_shell
+test_cache_race
+test_user
+test_here
+expect "no temporary files are left" "" "$(ls -A "$TMPDIR")"
+expect "the miniature network" 0 "$(status_of "$LAB" tests/kernel/network_test.sh)"
+sed 's/^/    /' "$scratch/stdout"
+finish
