@@ -45,4 +45,13 @@ class FullDisk {
   FullDisk& operator=(const FullDisk&) = delete;
 };
 
+/// Makes /config/tc read-only while it lives.
+class ReadOnlyDirectory {
+ public:
+  ReadOnlyDirectory();
+  ~ReadOnlyDirectory();
+  ReadOnlyDirectory(const ReadOnlyDirectory&) = delete;
+  ReadOnlyDirectory& operator=(const ReadOnlyDirectory&) = delete;
+};
+
 }  // namespace quenby::test
