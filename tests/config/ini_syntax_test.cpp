@@ -100,6 +100,19 @@ TEST_F(IniSyntax, EveryMalformedLineIsAFailure) {
   }
 }
 
+TEST_F(IniSyntax, AnEmptyValueIsAFailureEvenWhereItsSetterTakesOne) {
+  for (const char* line : {"download_speed=", "upload_burst_rate=  ", "queuing_discipline=\t"}) {
+    SCOPED_TRACE(line);
+    TariffSet set;
+    EXPECT_FALSE(parse("[a]\n" + std::string(line) + "\n", set));
+  }
+  for (const char* line : {"download_speed=", "wan=", "enabled= "}) {
+    SCOPED_TRACE(line);
+    GlobalSet set;
+    EXPECT_FALSE(parse("[global]\n" + std::string(line) + "\n", set));
+  }
+}
+
 TEST_F(IniSyntax, AKeyAboveTheFirstHeaderIsAFailure) {
   TariffSet set;
   EXPECT_FALSE(parse("id=7\n[a]\n", set));

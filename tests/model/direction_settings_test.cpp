@@ -147,6 +147,8 @@ TEST(BurstSize, IsSpeedTimesSizeOverBurstRate) {
       {1500, 375'000'000, 250'000, 1},
       {1500, 375'000'001, 250'000, 0},
       {1500, 1, 1, 1500},
+      // 1000 * 2^32 / 2^32: the product takes the whole size.
+      {4'294'967'296, 4'294'967'296, 1000, 1000},
       // An unset or empty speed goes through as the number that it is.
       {1500, 1000, -1, -1},
       {1500, 1000, -2, -3},

@@ -104,6 +104,7 @@ TEST(ClassValues, ARateOrCeilingOf9IsKept) {
 TEST(ClassValues, AGivenBurstIsUsedAsItStands) {
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).burst, 5000U);
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 1, kMicroseconds).burst, 1U);
+  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, -1, kMicroseconds).burst, 4'294'967'295U);
   // The ceiling's burst is always computed.
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).cburst, 300'000U);
 }
