@@ -18,6 +18,7 @@ TREE = pathlib.Path(__file__).resolve().parents[2]
 CONFIG = pathlib.Path("/config/tc")
 GLOBAL_FILE = CONFIG / "tc_global.ini"
 TARIFF_FILE = CONFIG / "tc_tariff.ini"
+NET_DEVICES = pathlib.Path("/sys/class/net")
 WAN, IFB, IMQ = "eth1", "ifb_ingr", "imq0"
 
 SUBSCRIBERS = ("10.0.0.0/12",)
@@ -80,15 +81,17 @@ class Router:
             raise AssertionError(f"--load: status {status}, output {output!r}, errors {errors!r}")
         return router_state.read_state()
 
-    def reset(self):
-        """Back to what the platform's set-up leaves: no qdisc, class, rule or entry."""
+    def reset(self, imq=False):
+        """Back to what the platform's set-up leaves: no qdisc, class, rule or entry. With the
+        IMQ stand-in, the ingress qdisc of the WAN device is the lab's and stays."""
         subprocess.run(["iptables-restore"], input=self._rules, check=True)
         subprocess.run(["ipset", "flush"], check=True)
-        qdiscs = "".join(f"qdisc del dev {device} {place}\n" for device, place in
-                         ((WAN, "root"), (WAN, "ingress"), (IMQ, "root")))
+        places = [f"{IMQ} root"] if imq else [f"{WAN} root", f"{WAN} ingress"]
+        qdiscs = "".join(f"qdisc del dev {place}\n" for place in places)
         subprocess.run(["tc", "-force", "-batch", "-"], input=qdiscs, text=True,
                        capture_output=True, check=False)
-        subprocess.run(["ip", "link", "del", IFB], capture_output=True, check=False)
+        if (NET_DEVICES / IFB).exists():
+            subprocess.run(["ip", "link", "del", IFB], check=True)
 
 
 def arrivals(device):

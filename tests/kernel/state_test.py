@@ -28,8 +28,10 @@ def is_platform(line):
 
 
 class StateTest(unittest.TestCase):
+    IMQ = False
+
     def setUp(self):
-        ROUTER.reset()
+        ROUTER.reset(self.IMQ)
 
     def assert_state(self, wanted, found):
         platform = [line for line in ROUTER.pristine if is_platform(line)]
@@ -37,35 +39,35 @@ class StateTest(unittest.TestCase):
         shown = lines[:MAX_SHOWN] + [f"... {len(lines)} lines"] * (len(lines) > MAX_SHOWN)
         self.assertFalse(lines, "\n" + "\n".join(shown))
 
+    def check(self, case):
+        self.assert_state(case.state, ROUTER.load(case.global_text, case.tariff_text))
+
+
+class MarkTest(StateTest):
+    """Gets a test for each case that shapes devices by mark."""
+
     def test_reset_is_complete(self):
         self.assertEqual(ROUTER.pristine, router_state.read_state())
         self.assertTrue([line for line in ROUTER.pristine if is_platform(line)])
 
 
-class CaseTest(StateTest):
-    """Gets a test for each case that shapes devices by mark."""
-
-    def check(self, case):
-        self.assert_state(case.state, ROUTER.load(case.global_text, case.tariff_text))
-
-
-class ImqCaseTest(CaseTest):
+class ImqTest(StateTest):
     """The same for the cases that shape the stand-in of the IMQ device."""
+
+    IMQ = True
 
     @classmethod
     def setUpClass(cls):
         shell("imq_standin_up")
-        ROUTER.pristine = router_state.read_state()
 
     @classmethod
     def tearDownClass(cls):
         shell("imq_standin_down")
-        ROUTER.pristine = router_state.read_state()
 
 
 def add_cases():
     for case in load_cases():
-        kind = ImqCaseTest if case.name.startswith("imq_") else CaseTest
+        kind = ImqTest if case.name.startswith("imq_") else MarkTest
         setattr(kind, f"test_{case.name}", lambda self, case=case: self.check(case))
 
 
