@@ -73,8 +73,9 @@ void put_sync_in_path() {
       "#!/bin/sh\n"
       "{ ls -A /config/tc; cat /config/tc/tc_tariff.ini; } >> /seen-by-sync 2>/dev/null\n");
   fs::permissions("/stand-in/sync", fs::perms{0755});
-  const std::string path = std::getenv("PATH");
-  must("PATH", setenv("PATH", ("/stand-in:" + path).c_str(), 1) == 0);
+  const char* const path = std::getenv("PATH");
+  must("PATH", path != nullptr);
+  must("PATH", setenv("PATH", ("/stand-in:" + std::string(path)).c_str(), 1) == 0);
 }
 
 class Sandbox : public testing::Environment {
