@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <gtest/gtest.h>
 
-#include "tests/golden/recording_kernel.h"
+#include "tests/golden/device_test.h"
 
 // The requests about the address set.
 namespace golden {
@@ -86,6 +86,17 @@ TEST_F(AddressSetTest, DeletesAnAddress) {
       IPADDR_IPV4(1) NET_BYTEORDER c0 a8 01 0a
     LINENO(9) NET_BYTEORDER 00 00 00 00
 )");
+}
+
+TEST_F(AddressSetTest, EntriesFollowTheTariffsAndTheirAddresses) {
+  const auto set = tariffs({tariff("b", 9, kTenMbit, {"10.0.0.2", "10.0.0.1"}),
+                            tariff("none", 7, kTenMbit, {}), tariff("a", 4, -2, {"10.0.0.3"})});
+  const std::vector<quenby::AddressSetEntry> expected = {
+      {inet_addr("10.0.0.2"), 0x80000009, 0x80003fff},
+      {inet_addr("10.0.0.1"), 0x80000009, 0x80003fff},
+      {inet_addr("10.0.0.3"), 0x80000004, 0x80003fff}};
+  EXPECT_EQ(quenby::address_set_entries(set), expected);
+  EXPECT_TRUE(quenby::address_set_entries({}).empty());
 }
 
 TEST_F(AddressSetTest, EveryRefusalEndsTheRun) {

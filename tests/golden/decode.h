@@ -3,6 +3,7 @@
 #include <linux/netlink.h>
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -50,7 +51,9 @@ std::string_view attribute_stream(const nlmsghdr& message, std::size_t header);
 /// The start of a payload as a plain value; zeros stand for what is missing.
 template <typename T>
 T value_of(std::string_view payload) {
-  T value{};
+  // Not by an initialiser: some of the kernel's structures end in an array of no elements.
+  T value;
+  std::memset(&value, 0, sizeof(value));
   payload.copy(reinterpret_cast<char*>(&value), sizeof(value));
   return value;
 }

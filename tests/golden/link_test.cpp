@@ -21,7 +21,7 @@ TEST_F(BareRouterTest, AddsAnIfbDevice) {
   IFLA_TXQLEN 11000
   IFLA_LINKINFO
     IFLA_INFO_KIND "ifb"
-RTM_GETLINK REQUEST|DUMP
+RTM_GETLINK REQUEST|ACK|DUMP
 )");
 }
 
@@ -35,7 +35,7 @@ TEST_F(BareRouterTest, AddsAnImqDevice) {
   IFLA_TXQLEN 11000
   IFLA_LINKINFO
     IFLA_INFO_KIND "imq"
-RTM_GETLINK REQUEST|DUMP
+RTM_GETLINK REQUEST|ACK|DUMP
 )");
 }
 
@@ -68,7 +68,7 @@ TEST_F(DeviceTest, DeletesTheDeviceByItsName) {
   family 0 ifindex 0
   flags none change none
   IFLA_IFNAME "ifb_ingr"
-RTM_GETLINK REQUEST|DUMP
+RTM_GETLINK REQUEST|ACK|DUMP
 )");
   EXPECT_FALSE(device.link_exists("ifb_ingr"));
   EXPECT_TRUE(device.link_exists("eth1"));

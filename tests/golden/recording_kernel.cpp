@@ -92,10 +92,13 @@ RecordingKernel::RecordingKernel(int protocol)
 RecordingKernel::~RecordingKernel() { kernels().erase(socket_.get()); }
 
 quenby::CachePtr RecordingKernel::links() {
+  const std::string requests = requests_;
+  const std::string summaries = summaries_;
   nl_cache* cache = nullptr;
   if (rtnl_link_alloc_cache(socket_.get(), AF_UNSPEC, &cache) < 0)
     throw std::runtime_error("no link cache");
-  requests();
+  requests_ = requests;
+  summaries_ = summaries;
   return {cache, nl_cache_free};
 }
 

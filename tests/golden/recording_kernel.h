@@ -30,7 +30,7 @@ class RecordingKernel {
   RecordingKernel& operator=(const RecordingKernel&) = delete;
 
   quenby::SocketPtr& socket() { return socket_; }
-  /// A link cache of what the kernel has now.
+  /// A link cache of what the kernel has now. Its requests are not recorded.
   quenby::CachePtr links();
 
   /// Takes over a device, or a root qdisc of one, that stands there before the test.

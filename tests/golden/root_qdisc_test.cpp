@@ -69,7 +69,7 @@ TEST_F(DeviceTest, ARefusedRootEndsTheRun) {
 TEST_F(DeviceTest, DeletesTheRootThatItFinds) {
   kernel.has_root_qdisc(kWanIndex, kHtb);
   eth().root_qdisc_del();
-  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|DUMP
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|ACK|DUMP
   family 0 ifindex 0
   handle none
   parent none
@@ -123,7 +123,7 @@ TEST_F(DeviceTest, InitReplacesTheRootOfADeviceThatExists) {
   quenby::GlobalSet set;
   set.defaults.upload.speed = kTenMbit;
   imq(false).init_qdisc(set);
-  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|DUMP
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|ACK|DUMP
   family 0 ifindex 0
   handle none
   parent none
@@ -158,7 +158,7 @@ TEST_F(BareRouterTest, InitMakesTheDeviceThatIsMissing) {
   IFLA_TXQLEN 11000
   IFLA_LINKINFO
     IFLA_INFO_KIND "imq"
-RTM_GETLINK REQUEST|DUMP
+RTM_GETLINK REQUEST|ACK|DUMP
 RTM_NEWQDISC REQUEST|ACK|CREATE
   family 0 ifindex 9
   handle 8000:0
