@@ -39,6 +39,14 @@ TEST_F(DelSave, CopiesOverTheFileInPlace) {
   EXPECT_EQ(read_file("/config/same"), text_of("b", 5));
 }
 
+TEST_F(DelSave, KeepsTheModeOfTheFile) {
+  namespace fs = std::filesystem;
+  store(text_of("a", 4) + text_of("b", 5));
+  fs::permissions(kTariffs, static_cast<fs::perms>(0644));
+  TariffSystemConfig().delSave(set_of(tariff("a")));
+  EXPECT_EQ(fs::status(kTariffs).permissions(), static_cast<fs::perms>(0644));
+}
+
 TEST_F(DelSave, OfTheOnlyTariffRemovesTheFile) {
   store(text_of("a", 4));
   TariffSystemConfig().delSave(set_of(tariff("a")));
