@@ -22,7 +22,7 @@ GLOBAL_FILE = pathlib.Path("/config/tc/tc_global.ini")
 TARIFF_FILE = pathlib.Path("/config/tc/tc_tariff.ini")
 
 # The recorders' own shell is the real one, so they do not record themselves.
-RECORDING_SHELL = r"""#!/usr/bin/dash
+RECORDING_SHELL = r"""#!/usr/bin/busybox sh
 if [ -n "$QUENBY_SHELL_LOG" ] && [ "$1" = -c ]; then
   text=$2
   [ "$text" != -- ] || text=$3
@@ -32,7 +32,7 @@ exec /usr/bin/dash "$@"
 """
 
 # Each call is a number of arguments and the arguments, each ended by a NUL.
-STAND_IN_SUDO = r"""#!/usr/bin/dash
+STAND_IN_SUDO = r"""#!/usr/bin/busybox sh
 printf '%s\0' "$#" "$@" >>"$QUENBY_SUDO_LOG"
 case "$*" in
   $QUENBY_SUDO_FAILS) exit 1 ;;
@@ -41,7 +41,7 @@ esac
 exit 0
 """
 
-STAND_IN_HARDWARE_TOOL = r"""#!/usr/bin/dash
+STAND_IN_HARDWARE_TOOL = r"""#!/usr/bin/busybox sh
 printf '%s\0' "$#" "$@" >>"$QUENBY_HARDWARE_LOG"
 [ ! -e "$QUENBY_HARDWARE/$1" ] || cat "$QUENBY_HARDWARE/$1"
 """
@@ -62,6 +62,9 @@ def install(path):
     write_script("/usr/bin/sh.recording", RECORDING_SHELL)
     os.replace("/usr/bin/sh.recording", "/usr/bin/sh")
     write_script(WORK / "bin/sudo", STAND_IN_SUDO)
+    # Devices without IPv6 send nothing on their own.
+    command("sysctl", "-q", "-w", "net.ipv6.conf.all.disable_ipv6=1",
+            "net.ipv6.conf.default.disable_ipv6=1")
 
 
 def write_script(path, text):
@@ -94,11 +97,17 @@ def kernel_state():
     return {
         "links": command("ip", "-o", "link"),
         "qdiscs": command("tc", "qdisc", "show"),
-        "classes": [command("tc", "class", "show", "dev", name) for name in devices],
+        "classes": [classes(name) for name in devices],
         "filters": [filters(name) for name in devices],
         "set": command("ipset", "save"),
         "rules": [line.split(" [")[0] for line in rules if not line.startswith("#")],
     }
+
+
+def classes(device):
+    """The HTB classes; queued packets would show as classes of their own."""
+    lines = command("tc", "class", "show", "dev", device).splitlines()
+    return [line for line in lines if line.startswith("class htb ")]
 
 
 def filters(device):
