@@ -1,0 +1,114 @@
+"""Measures subscribers in both directions and judges the result."""
+
+from counters import Difference, settled_snapshot
+from plan import DIRECTIONS, groups
+from traffic import Transfer
+
+# The first seconds show the bursts (240 ms of traffic) and how TCP finds its rate.
+SETTLE = 2.5
+WINDOW = 5.0
+SLOW_WINDOW = 8.0
+LOWEST_SHARE = 0.85
+HIGHEST_SHARE = 1.03
+# What is measured at once, kbit/s: well below what an emulated machine forwards.
+TOGETHER = 26000
+
+
+def say(text):
+    print(text, flush=True)
+
+
+def judge(share):
+    return LOWEST_SHARE <= share <= HIGHEST_SHARE
+
+
+class Pass:
+    """One measurement of some subscribers at the same time in one direction."""
+
+    def __init__(self, subscribers, direction, window=WINDOW):
+        self.direction = direction
+        self.subscribers = subscribers
+        self.window = window
+        self.problems = []
+
+    def run(self):
+        names = ", ".join(subscriber.name for subscriber in self.subscribers)
+        say(f"  {self.direction}: {names}")
+        before = settled_snapshot()
+        end = SETTLE + self.window
+        self.transfer = Transfer(self.subscribers, self.direction)
+        self.transfer.run(lambda now: now > end)
+        self.difference = Difference(before, settled_snapshot())
+        self.problems = self.difference.misplaced(self.subscribers) + self._uncounted()
+        return self
+
+    def _uncounted(self):
+        """Classes that counted less than what was received."""
+        problems = []
+        for subscriber in self.subscribers:
+            counted = self.difference.counted(self.direction, subscriber.class_number)
+            received = self.transfer.total(subscriber.name)
+            if counted.bytes < received:
+                problems.append(f"{self.direction} class {subscriber.class_number} counted "
+                                f"{counted.bytes} bytes, {subscriber.name} received {received}")
+        return problems
+
+    def rate(self, subscriber):
+        return self.transfer.rate(subscriber.name, SETTLE, SETTLE + self.window)
+
+    def share(self, subscriber):
+        return self.rate(subscriber) / subscriber.speed(self.direction)
+
+    def record(self):
+        return {"direction": self.direction, "settle": SETTLE, "window": self.window,
+                "samples": self.transfer.series(), "problems": self.problems}
+
+
+def _slow(measurement):
+    return [subscriber for subscriber in measurement.subscribers
+            if measurement.share(subscriber) < LOWEST_SHARE]
+
+
+def _again(measurement, subscriber):
+    say(f"    {subscriber.name} reached {measurement.share(subscriber) * 100:.1f} %; "
+        "once more, alone and longer:")
+    return Pass([subscriber], measurement.direction, SLOW_WINDOW).run()
+
+
+def run_passes(subscribers):
+    """Measures everybody in both directions. A subscriber who was too slow in
+    company is measured once more alone, which tells a busy machine from a wrong
+    class; the later measurement then counts."""
+    passes = []
+    for direction in DIRECTIONS:
+        for group in groups(subscribers, direction, TOGETHER):
+            measurement = Pass(group, direction).run()
+            passes.append(measurement)
+            passes += [_again(measurement, subscriber) for subscriber in _slow(measurement)]
+    return passes
+
+
+def row(subscriber, passes):
+    """One line of the table: rates by direction, packets of all its passes."""
+    own = [measurement for measurement in passes if subscriber in measurement.subscribers]
+    result = {"subscriber": subscriber}
+    for direction in DIRECTIONS:
+        last = [measurement for measurement in own if measurement.direction == direction][-1]
+        result[direction] = {
+            "configured": subscriber.speed(direction),
+            "measured": last.rate(subscriber),
+            "share": last.share(subscriber),
+            "packets": sum(
+                measurement.difference.counted(direction, subscriber.class_number).packets
+                for measurement in own),
+        }
+    return result
+
+
+def row_problems(line):
+    """What is wrong with the rates of a line."""
+    name = line["subscriber"].name
+    return [f"{name}: {direction} at {line[direction]['share'] * 100:.1f} % of "
+            f"{line[direction]['configured']} kbit/s, not within "
+            f"{LOWEST_SHARE * 100:.0f} % and {HIGHEST_SHARE * 100:.0f} %"
+            for direction in DIRECTIONS if not judge(line[direction]["share"])]
