@@ -12,7 +12,7 @@ import sys
 from dataclasses import asdict, replace
 
 from change import LiveChange
-from counters import DEVICES, parse_classes, watch_addresses
+from counters import DEVICES, ROOT_CLASS, Meter, parse_classes, watch_addresses
 from measure import row, row_problems, run_passes, say
 from plan import class_numbers, default_subscriber, read_tariffs
 from report import table
@@ -24,6 +24,7 @@ FREE_ADDRESS = "10.0.200.9"
 CHANGED_FILE = f"{EXAMPLES}/tariff_update.ini"
 ADDED_FILE = f"{EXAMPLES}/tariff_add.ini"
 DELETED = "workshop"
+BYSTANDER = "office"  # downloads during the change of another tariff
 
 
 def run(*command):
@@ -65,10 +66,11 @@ class Demo:
         say(f"  $ {FIREWALL} start opt-qos")
         run(FIREWALL, "start", "opt-qos")
         self.command("--load")
+        self.meter = Meter()
 
     def measure(self, title, subscribers):
         say(title)
-        passes = run_passes(subscribers)
+        passes = run_passes(self.meter, subscribers)
         rows = [row(subscriber, passes) for subscriber in subscribers]
         say("\n" + "\n".join(table(rows)) + "\n")
         for measurement in passes:
@@ -85,12 +87,13 @@ class Demo:
         say("Changing a tariff while it and another one download")
         (name, new), = self.changed.items()
         say(f"  $ quenby --tariff-update {CHANGED_FILE}")
-        live = LiveChange([self.quenby, "--tariff-update", CHANGED_FILE],
-                          self.tariffs[name], new, [self.tariffs["office"]])
+        live = LiveChange(self.meter, [self.quenby, "--tariff-update", CHANGED_FILE],
+                          self.tariffs[name], new, self.tariffs[BYSTANDER])
         live.run()
-        for other, before, _, after, configured in live.lines():
-            say(f"  {other}: {before / 1000:.2f} Mbit/s before, {after / 1000:.2f} after "
-                f"(configured now: {configured / 1000:.2f})")
+        for subscriber, when, rate, speed in live.rates():
+            say(f"  {subscriber} {when}: {rate / 1000:.2f} of {speed / 1000:.2f} Mbit/s")
+        say("  packets while the class was replaced (download, upload): "
+            + ", ".join(map(str, live.unclassified().values())))
         self.problems += live.problems()
         self.record["change"] = live.record()
 
@@ -137,7 +140,7 @@ def wrong_statistics(text):
         output = subprocess.run(["tc", "-s", "class", "show", "dev", device],
                                 stdout=subprocess.PIPE, text=True, check=True).stdout
         kernel += [[str(count.packets), str(count.bytes)]
-                   for number, count in parse_classes(output).items() if number != 1]
+                   for number, count in parse_classes(output).items() if number != ROOT_CLASS]
     return [] if printed == sorted(kernel) else ["--stat printed other counters than tc"]
 
 

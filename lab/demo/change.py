@@ -2,71 +2,74 @@
 
 import subprocess
 
-from counters import Difference, settled_snapshot
-from measure import SETTLE, judge
+from counters import SYSTEM_CLASS
+from measure import LENGTH, SETTLE, judge
+from plan import DIRECTIONS
 from traffic import Transfer
 
-CHANGE_AT = 6.5
-AFTER = 1.5  # from the end of the command to the second measurement
-WINDOW = 4.5
+RECOVER = 1.5  # seconds from the end of the command to the second measurement
 
 
 class LiveChange:
-    """Downloads of the changed subscriber and of others while COMMAND runs."""
+    """Downloads of the changed subscriber and of another while COMMAND runs."""
 
-    def __init__(self, command, old, new, others):
+    def __init__(self, meter, command, old, new, other):
+        self.meter = meter
         self.command = command
         self.old = old
         self.new = new
-        self.others = others
+        self.other = other
         self._process = None
-        self.started = None
-        self.ended = None
+        self._after = None
 
     def run(self):
-        subscribers = [self.old, *self.others]
-        before = settled_snapshot()
-        self.transfer = Transfer(subscribers, "download")
+        self.transfer = Transfer([self.old, self.other], "download")
+        self._before = self.transfer.window(SETTLE, LENGTH)
         self.transfer.run(self._step)
-        self.misplaced = Difference(before, settled_snapshot()).misplaced(subscribers)
+        self.difference = self.meter.difference()
         if self._process.returncode != 0:
             raise subprocess.CalledProcessError(self._process.returncode, self.command)
 
     def _step(self, now):
-        """Starts the command in time; true when everything is measured."""
-        if self._process is None:
-            if now >= CHANGE_AT:
-                self.started = now
-                self._process = subprocess.Popen(self.command)
-        elif self.ended is None and self._process.poll() is not None:
+        """Starts the command between the measurements; true when both are done."""
+        if self._process is None and self._before.closed():
+            self.started = now
+            self._process = subprocess.Popen(self.command)
+        elif self._process and not self._after and self._process.poll() is not None:
             self.ended = now
-        return self.ended is not None and now > self.ended + AFTER + WINDOW
+            self._after = self.transfer.window(now + RECOVER, LENGTH)
+        return self._after is not None and self._after.closed()
 
-    def _rate(self, name, after):
-        begin = self.ended + AFTER if after else SETTLE
-        end = begin + WINDOW if after else self.started
-        return self.transfer.rate(name, begin, end)
+    def rates(self):
+        """(name, when, measured kbit/s, configured kbit/s)"""
+        return [(now.name, when, window.rate(now.name), now.download)
+                for old, new in ((self.old, self.new), (self.other, self.other))
+                for when, window, now in (("before", self._before, old),
+                                          ("after", self._after, new))]
 
-    def lines(self):
-        """(name, kbit/s before, configured before, kbit/s after, configured after)"""
-        result = [(self.old.name, self._rate(self.old.name, False), self.old.download,
-                   self._rate(self.old.name, True), self.new.download)]
-        for other in self.others:
-            result.append((other.name, self._rate(other.name, False), other.download,
-                           self._rate(other.name, True), other.download))
-        return result
+    def unclassified(self):
+        """Packets that passed while the changed class did not exist: it is removed
+        and made anew, and meanwhile its packets go to the system class."""
+        return {direction: self.difference.counted(direction, SYSTEM_CLASS).packets
+                for direction in DIRECTIONS}
 
     def problems(self):
-        found = list(self.misplaced)
-        for name, before, old, after, new in self.lines():
-            for when, rate, speed in (("before", before, old), ("after", after, new)):
-                if not judge(rate / speed):
-                    found.append(f"{name}: {rate:.0f} kbit/s {when} the change, "
-                                 f"configured {speed} kbit/s")
-        return found
+        # The counters of the changed class began anew. Nobody else's may have
+        # been touched, so what the system class got was the changed one's.
+        found = self.difference.misplaced(
+            [self.old, self.other], without=(self.old.class_number, SYSTEM_CLASS))
+        for direction, count in self.unclassified().items():
+            if count > self.difference.had(direction, self.old):
+                found.append(f"{direction} class {SYSTEM_CLASS} counted {count} packets "
+                             f"during the change, more than {self.old.name} had")
+        return found + [
+            f"{name}: {rate:.0f} kbit/s {when} the change, configured {speed}"
+            for name, when, rate, speed in self.rates() if not judge(rate / speed)]
 
     def record(self):
         return {"direction": "download", "changed": self.old.name,
                 "configured": {"before": self.old.download, "after": self.new.download},
                 "command_started": round(self.started, 3), "command_ended": round(self.ended, 3),
+                "windows": {"before": self._before.record(), "after": self._after.record()},
+                "rates": self.rates(), "unclassified": self.unclassified(),
                 "samples": self.transfer.series(), "problems": self.problems()}

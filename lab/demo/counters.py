@@ -18,6 +18,7 @@ DEVICES = {"download": "ifb_ingr", "upload": "eth1"}
 # Where packets arrive: namespace, device and the rule's name for a subscriber.
 _ENDS = {"download": ("lan", "lan0", "-d"), "upload": ("inet", "inet0", "-s")}
 ROOT_CLASS = 1
+SYSTEM_CLASS = 2  # takes what no classifier sends elsewhere
 # A queueing discipline counts the Ethernet header, the rules at the ends do not.
 ETHERNET_HEADER = 14
 
@@ -76,7 +77,7 @@ class Snapshot:
         return self.classes == other.classes and self.arrived == other.arrived
 
 
-def settled_snapshot():
+def _settled_snapshot():
     """A snapshot of a line on which nothing moves any more."""
     limit = time.monotonic() + 20
     before, now = Snapshot(), Snapshot()
@@ -117,15 +118,31 @@ class Difference:
         size = sum(count.bytes for count in counts)
         return Count(packets, size + packets * ETHERNET_HEADER)
 
-    def misplaced(self, subscribers):
-        """What is wrong when SUBSCRIBERS sent all the traffic, a line each."""
+    def had(self, direction, subscriber):
+        """How many packets of a subscriber arrived."""
+        return sum(self.arrived[direction][address].packets for address in subscriber.addresses)
+
+    def misplaced(self, subscribers, without=()):
+        """What is wrong when SUBSCRIBERS had all the traffic, a line each. Looks
+        at every class but those of WITHOUT; the root class is the sum of all."""
         problems = []
         for direction in DIRECTIONS:
             for number, count in sorted(self.classes[direction].items()):
                 expected = self._expected(direction, number, subscribers)
-                if number != ROOT_CLASS and count != expected:
+                if number not in (ROOT_CLASS, *without) and count != expected:
                     problems.append(
                         f"{direction} class {number} counted {count.packets} packets "
                         f"({count.bytes} bytes), its subscribers had {expected.packets} "
                         f"({expected.bytes} bytes)")
         return problems
+
+
+class Meter:
+    """Tells what was counted since it was last asked."""
+
+    def __init__(self):
+        self._last = _settled_snapshot()
+
+    def difference(self):
+        before, self._last = self._last, _settled_snapshot()
+        return Difference(before, self._last)

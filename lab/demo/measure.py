@@ -1,13 +1,12 @@
 """Measures subscribers in both directions and judges the result."""
 
-from counters import Difference, settled_snapshot
 from plan import DIRECTIONS, groups
 from traffic import Transfer
 
 # The first seconds show the bursts (240 ms of traffic) and how TCP finds its rate.
-SETTLE = 2.5
-WINDOW = 5.0
-SLOW_WINDOW = 8.0
+SETTLE = 2.0
+LENGTH = 5.0
+SLOW_LENGTH = 8.0
 LOWEST_SHARE = 0.85
 HIGHEST_SHARE = 1.03
 # What is measured at once, kbit/s: well below what an emulated machine forwards.
@@ -25,20 +24,19 @@ def judge(share):
 class Pass:
     """One measurement of some subscribers at the same time in one direction."""
 
-    def __init__(self, subscribers, direction, window=WINDOW):
+    def __init__(self, meter, subscribers, direction, length=LENGTH):
+        self.meter = meter
         self.direction = direction
         self.subscribers = subscribers
-        self.window = window
-        self.problems = []
+        self.length = length
 
     def run(self):
         names = ", ".join(subscriber.name for subscriber in self.subscribers)
         say(f"  {self.direction}: {names}")
-        before = settled_snapshot()
-        end = SETTLE + self.window
         self.transfer = Transfer(self.subscribers, self.direction)
-        self.transfer.run(lambda now: now > end)
-        self.difference = Difference(before, settled_snapshot())
+        self.window = self.transfer.window(SETTLE, self.length)
+        self.transfer.run(lambda _: self.window.closed())
+        self.difference = self.meter.difference()
         self.problems = self.difference.misplaced(self.subscribers) + self._uncounted()
         return self
 
@@ -54,13 +52,13 @@ class Pass:
         return problems
 
     def rate(self, subscriber):
-        return self.transfer.rate(subscriber.name, SETTLE, SETTLE + self.window)
+        return self.window.rate(subscriber.name)
 
     def share(self, subscriber):
         return self.rate(subscriber) / subscriber.speed(self.direction)
 
     def record(self):
-        return {"direction": self.direction, "settle": SETTLE, "window": self.window,
+        return {"direction": self.direction, "window": self.window.record(),
                 "samples": self.transfer.series(), "problems": self.problems}
 
 
@@ -72,17 +70,17 @@ def _slow(measurement):
 def _again(measurement, subscriber):
     say(f"    {subscriber.name} reached {measurement.share(subscriber) * 100:.1f} %; "
         "once more, alone and longer:")
-    return Pass([subscriber], measurement.direction, SLOW_WINDOW).run()
+    return Pass(measurement.meter, [subscriber], measurement.direction, SLOW_LENGTH).run()
 
 
-def run_passes(subscribers):
+def run_passes(meter, subscribers):
     """Measures everybody in both directions. A subscriber who was too slow in
     company is measured once more alone, which tells a busy machine from a wrong
     class; the later measurement then counts."""
     passes = []
     for direction in DIRECTIONS:
         for group in groups(subscribers, direction, TOGETHER):
-            measurement = Pass(group, direction).run()
+            measurement = Pass(meter, group, direction).run()
             passes.append(measurement)
             passes += [_again(measurement, subscriber) for subscriber in _slow(measurement)]
     return passes

@@ -20,6 +20,12 @@ LAN_NAMESPACE = "lan"
 TICK = 0.02
 SAMPLE_PERIOD = 0.25
 CLOSE_LIMIT = 10
+# A turn of the loop that takes longer than HOLD_UP means that the machine was
+# held up; STEADY seconds without one make a steady moment, which is waited for
+# STEADY_LIMIT seconds at most.
+HOLD_UP = 0.12
+STEADY = 0.5
+STEADY_LIMIT = 5
 # Bounds what waits in the shaper's queue: at 2 Mbit/s 160 KB are 0.6 s. The
 # largest class needs 25 KB a tick.
 SEND_BUFFER = 128 * 1024
@@ -115,50 +121,84 @@ def _close_all(flows):
         flow.close()
 
 
-def _drive(flows, until, each_sample):
-    start = time.monotonic()
-    due = 0.0
-    now = 0.0
-    while not until(now):
-        for flow in flows:
-            flow.push()
-            flow.pull()
-        now = time.monotonic() - start
-        if now >= due:
-            each_sample(now)
-            due += SAMPLE_PERIOD
-        time.sleep(TICK)
+class Window:
+    """A stretch of time in which rates are measured.
+
+    A busy host may hold the whole machine up for half a second; the packets that
+    were due then come in a burst afterwards. Inside the window that evens out,
+    at its edges it would not, so it opens and closes at steady moments only.
+    """
+
+    def __init__(self, begin, length):
+        self.begin = begin
+        self.length = length
+        self.first = None
+        self.last = None
+
+    def closed(self):
+        return self.last is not None
+
+    def update(self, now, steady_for, counts):
+        if self.first is None:
+            if self._due(now, self.begin, steady_for):
+                self.first = (now, counts())
+        elif self.last is None and self._due(now, self.first[0] + self.length, steady_for):
+            self.last = (now, counts())
+
+    @staticmethod
+    def _due(now, moment, steady_for):
+        return now >= moment and (steady_for >= STEADY or now >= moment + STEADY_LIMIT)
+
+    def rate(self, name):
+        """The goodput in kbit/s."""
+        (begin, low), (end, high) = self.first, self.last
+        return (high[name] - low[name]) * 8 / 1000 / (end - begin)
+
+    def record(self):
+        """Its edges in a form for JSON."""
+        return {"begin": round(self.first[0], 3), "end": round(self.last[0], 3)}
 
 
 class Transfer:
     """The flows of several subscribers in one direction, and what arrived when."""
 
     def __init__(self, subscribers, direction):
-        self.direction = direction
-        self.subscribers = subscribers
         self.samples = []  # (seconds, {name: bytes received so far})
+        self._windows = []
         self._flows = {
             subscriber.name: [Flow(address, direction) for address in subscriber.addresses]
             for subscriber in subscribers
         }
 
+    def window(self, begin, length):
+        """Asks for a measurement; begin and length in seconds."""
+        self._windows.append(Window(begin, length))
+        return self._windows[-1]
+
     def run(self, until):
         """Sends until UNTIL(seconds since the start) is true."""
         flows = [flow for group in self._flows.values() for flow in group]
-        _drive(flows, until, self._sample)
+        start = time.monotonic()
+        now = due = held_up = 0.0
+        while not until(now):
+            for flow in flows:
+                flow.push()
+                flow.pull()
+            before, now = now, time.monotonic() - start
+            held_up = now if now - before > HOLD_UP else held_up
+            for window in self._windows:
+                window.update(now, now - held_up, self._counts)
+            if now >= due:
+                self.samples.append((now, self._counts()))
+                due = now + SAMPLE_PERIOD
+            time.sleep(TICK)
         _close_all(flows)
 
-    def _sample(self, now):
-        self.samples.append((now, {name: self.total(name) for name in self._flows}))
+    def _counts(self):
+        return {name: self.total(name) for name in self._flows}
 
     def total(self, name):
         return sum(flow.received for flow in self._flows[name])
-
-    def rate(self, name, begin, end):
-        """The goodput in kbit/s between two moments."""
-        window = [(now, counts[name]) for now, counts in self.samples if begin <= now <= end]
-        (first, low), (last, high) = window[0], window[-1]
-        return (high - low) * 8 / 1000 / (last - first)
 
     def series(self):
         """The samples in a form for JSON."""
