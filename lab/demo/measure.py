@@ -21,6 +21,10 @@ def judge(share):
     return LOWEST_SHARE <= share <= HIGHEST_SHARE
 
 
+def too_slow(share):
+    return share < LOWEST_SHARE
+
+
 class Pass:
     """One measurement of some subscribers at the same time in one direction."""
 
@@ -64,26 +68,34 @@ class Pass:
 
 def _slow(measurement):
     return [subscriber for subscriber in measurement.subscribers
-            if measurement.share(subscriber) < LOWEST_SHARE]
+            if too_slow(measurement.share(subscriber))]
 
 
-def _again(measurement, subscriber):
-    say(f"    {subscriber.name} reached {measurement.share(subscriber) * 100:.1f} %; "
-        "once more, alone and longer:")
-    return Pass(measurement.meter, [subscriber], measurement.direction, SLOW_LENGTH).run()
+def _measure(meter, subscribers, direction, limit, length):
+    return [Pass(meter, group, direction, length).run()
+            for group in groups(subscribers, direction, limit)]
+
+
+def _measure_direction(meter, subscribers, direction):
+    """The passes of one direction. Who was too slow is measured again, in less
+    company and then alone, which tells a busy machine from a wrong class; the
+    last measurement counts. Too fast stays too fast."""
+    passes = _measure(meter, subscribers, direction, TOGETHER, LENGTH)
+    last = passes
+    for limit in (TOGETHER // 2, 0):
+        slow = [subscriber for measurement in last for subscriber in _slow(measurement)]
+        if not slow:
+            break
+        say(f"    too slow, measuring again: {', '.join(member.name for member in slow)}")
+        last = _measure(meter, slow, direction, limit, SLOW_LENGTH)
+        passes += last
+    return passes
 
 
 def run_passes(meter, subscribers):
-    """Measures everybody in both directions. A subscriber who was too slow in
-    company is measured once more alone, which tells a busy machine from a wrong
-    class; the later measurement then counts."""
-    passes = []
-    for direction in DIRECTIONS:
-        for group in groups(subscribers, direction, TOGETHER):
-            measurement = Pass(meter, group, direction).run()
-            passes.append(measurement)
-            passes += [_again(measurement, subscriber) for subscriber in _slow(measurement)]
-    return passes
+    """Measures everybody in both directions."""
+    return [measurement for direction in DIRECTIONS
+            for measurement in _measure_direction(meter, subscribers, direction)]
 
 
 def row(subscriber, passes):
