@@ -10,7 +10,7 @@ SLOW_LENGTH = 8.0
 LOWEST_SHARE = 0.85
 HIGHEST_SHARE = 1.03
 # What is measured at once, kbit/s: well below what an emulated machine forwards.
-TOGETHER = 26000
+TOGETHER = 18000
 
 
 def say(text):
