@@ -9,6 +9,7 @@ import argparse
 import collections
 import os
 import pathlib
+import re
 import sys
 import time
 
@@ -20,6 +21,10 @@ from router_state import differences
 
 FILE = pathlib.Path("/run/property.ini")
 MAX_SHOWN = 60
+
+# A line of --stat: the class's tariff and six counters.
+STATISTICS = re.compile(r"(?:(?:download|upload) )?(.+?)(?:,\d+){6}")
+OTHER_CLASSES = {"root", "system", "defaultQoSIPQueue"}
 
 
 class Difference(Exception):
@@ -49,6 +54,8 @@ class Run:
         self._counts = counts
         self._files = (None, None)
         self._state = machine.bare
+        # Whether the kernel holds what the files say.
+        self._agrees = True
 
     def step(self):
         """Makes one step; gives its text and the check of it."""
@@ -64,6 +71,7 @@ class Run:
     def _happen(self, event):
         self._machine.set_device(event.name, event.up)
         self._state = self._machine.state()
+        self._agrees = False
         self._counts["a device appears or vanishes"] += 1
 
     def _check(self, step):
@@ -80,11 +88,20 @@ class Run:
         self._counts[step.options[0] + (" refused" if step.fails else "")] += 1
         self._counts[step.outcome.value] += 1
 
-    @staticmethod
-    def _check_result(step, status, output, errors):
+    def _check_result(self, step, status, output, errors):
         expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors}")
         expect(errors.startswith("Error: ") or not step.fails, f"no message: {errors!r}")
-        expect(not output or step.options == ("--stat",), f"output {output!r}")
+        if step.options == ("--stat",):
+            self._check_statistics(output)
+        else:
+            expect(not output, f"output {output!r}")
+
+    def _check_statistics(self, output):
+        known = OTHER_CLASSES | set(section_names(self._files[1])) if self._agrees else None
+        for line in output.splitlines():
+            match = STATISTICS.fullmatch(line)
+            expect(match, f"not a line of statistics: {line!r}")
+            expect(known is None or match[1] in known, f"an unknown tariff: {line!r}")
 
     def _check_files(self, step, before):
         if step.names is None:
@@ -108,6 +125,10 @@ class Run:
         self._state = found
         lines = differences(wanted, found)
         shown = lines[:MAX_SHOWN] + [f"... {len(lines)} lines"] * (len(lines) > MAX_SHOWN)
+        if step.outcome is not Outcome.UNTOUCHED:
+            self._agrees = True
+        elif step.names is not None:
+            self._agrees = False
         expect(not lines, f"the kernel should hold {step.outcome.value}:\n" + "\n".join(shown))
 
 

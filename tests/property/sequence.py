@@ -111,6 +111,9 @@ class Sequence:
         return Step(("--tariff-del", name), outcome, frozenset(stored.names) - {name})
 
     def _change(self, stored):
+        # Without a stored file there is nothing to update, and the program says so.
+        if not stored.names:
+            return self._add(stored)
         known = sections(stored.tariffs)
         names = self._random.sample(list(known), min(len(known), self._random.choice((0, 1, 1, 2, 4))))
         rest = "".join(text for name, text in known.items() if name not in names)
