@@ -76,6 +76,8 @@ void TariffSystemConfig::delSave(const TariffSet& set) {
     if (copied && fs::file_size(temporary.path()) == 0) {
       clean();
     } else if (copied) {
+      // The copy takes over the mode of what it copies.
+      fs::permissions(temporary.path(), fs::status(kTariffFile).permissions());
       fs::copy_file(temporary.path(), kTariffFile, fs::copy_options::overwrite_existing);
     }
   } catch (const fs::filesystem_error& e) {

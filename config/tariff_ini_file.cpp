@@ -104,9 +104,10 @@ bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) {
   if (!lines.is_open()) return false;
   cfg.beginParse();
   const bool parsed = parse_lines(lines, cfg);
-  cfg.endSection();
+  // The last section is completed here, and may be refused like any other.
+  const bool completed = cfg.endSection();
   cfg.endParse();
-  return parsed;
+  return parsed && completed;
 }
 
 bool TariffIniFile::parse_section(char* text, std::string& name) {

@@ -15,6 +15,8 @@ trap 'rm -rf "$scratch"' EXIT
 mkdir "$scratch/tmp"
 export TMPDIR=$scratch/tmp
 
+# Runs the command with its output in $scratch/stdout and $scratch/stderr; prints
+# its exit status.
 status_of() {
   local status=0
   "$@" >"$scratch/stdout" 2>"$scratch/stderr" || status=$?
@@ -67,13 +69,18 @@ test_left_behind() {
   SECONDS=0
   expect "a process left behind does not hold the end up: status 3" 3 \
     "$(status_of "$LAB" sh -c 'sleep 300 & exit 3')"
-  holds "it took $SECONDS s" [ "$SECONDS" -lt 60 ]
+  holds "it took $SECONDS s" [ "$SECONDS" -lt 250 ]
 }
 
-# shellcheck disable=SC2016
+# Looking up a host name that /etc/hosts lacks takes sudo 10 s and more where DNS
+# does not answer. The limit is far above the 0.3 s that it takes otherwise, as
+# emulation is slow on a busy machine.
 test_root() {
-  expect "root by real sudo, without delay" 0 "$(status_of "$LAB" bash -c \
-    'set -e; SECONDS=0; sudo true; sudo iptables -t mangle -N X; [ "$SECONDS" -lt 4 ]')"
+  # shellcheck disable=SC2016
+  expect "root by real sudo" 0 "$(status_of "$LAB" bash -c 'set -e
+    sudo iptables -t mangle -N X; SECONDS=0; sudo true; echo "$SECONDS"
+    getent hosts "$(hostname)" >/dev/null')"
+  holds "sudo does not wait ($(cat "$scratch/stdout") s)" [ "$(cat "$scratch/stdout")" -lt 8 ]
   expect "no noise of sudo" "" "$(cat "$scratch/stderr")"
 }
 
@@ -95,18 +102,19 @@ test_out() {
 
 test_timeout() {
   SECONDS=0
-  expect "time-out: 124" 124 "$(status_of "$LAB" --timeout 20 sh -c 'echo begun; sleep 300')"
-  holds "time-out in time ($SECONDS s)" [ "$SECONDS" -lt 40 ]
+  expect "time-out: 124" 124 "$(status_of "$LAB" --timeout 60 sh -c 'echo begun; sleep 300')"
+  holds "time-out in time ($SECONDS s)" [ "$SECONDS" -lt 90 ]
   expect "time-out: output so far" begun "$(cat "$scratch/stdout")"
-  expect "time-out: message" "lab: timed out after 20 s" "$(cat "$scratch/stderr")"
+  expect "time-out: message" "lab: timed out after 60 s" "$(cat "$scratch/stderr")"
 }
 
 test_two_at_once() {
-  local first
+  local first status=0
   "$LAB" sh -c 'sleep 3; echo first; exit 4' >"$scratch/first" &
   first=$!
   expect "the second of two" second "$("$LAB" sh -c 'sleep 3; echo second')"
-  expect "the first of two: status" 4 "$(status_of wait "$first")"
+  wait "$first" || status=$?
+  expect "the first of two: status" 4 "$status"
   expect "the first of two: output" first "$(cat "$scratch/first")"
 }
 
@@ -140,7 +148,7 @@ import os, pty, select, sys, time
 pid, terminal = pty.fork()
 if pid == 0:
     os.execvp(sys.argv[2], sys.argv[2:])
-seen, typed, end = b"", False, time.time() + 90
+seen, typed, end = b"", False, time.time() + 300
 while time.time() < end:
     if not select.select([terminal], [], [], 1)[0]:
         continue
@@ -158,20 +166,21 @@ print(seen.decode(errors="replace"), "status", os.waitstatus_to_exitcode(os.wait
 test_shell() {
   local printed
   # shellcheck disable=SC2016  # for the shell in the guest
-  printed=$(type_at_prompt 'echo is $((6 * 7)) $(hostname); exit 3' "$LAB" --timeout 60 shell)
+  printed=$(type_at_prompt 'echo is $((6 * 7)) $(hostname); exit 3' "$LAB" --timeout 300 shell)
   holds "the shell runs what is typed" grep -q 'is 42 router' <<<"$printed"
   holds "the status of the shell" grep -q 'status 3$' <<<"$printed"
 }
 
 # Two runs that find the kernel unpacked but no initramfs, at the same time.
 test_cache_race() {
-  local cache=$scratch/cache first
+  local cache=$scratch/cache first status=0
   mkdir -p "$cache/lab"
   cp -r "${QUENBY_CACHE:-.cache}"/lab/kernel-* "$cache/lab/"
   QUENBY_CACHE=$cache "$LAB" --prepare &
   first=$!
   expect "the second to prepare the cache" 0 "$(QUENBY_CACHE=$cache status_of "$LAB" --prepare)"
-  expect "the first to prepare the cache" 0 "$(status_of wait "$first")"
+  wait "$first" || status=$?
+  expect "the first to prepare the cache" 0 "$status"
   expect "one initramfs, no scraps" 1 "$(find "$cache/lab" -maxdepth 1 -name 'initramfs*' | wc -l)"
   expect "it boots" 5 "$(QUENBY_CACHE=$cache status_of "$LAB" sh -c 'exit 5')"
 }

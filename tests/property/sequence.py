@@ -115,7 +115,8 @@ class Sequence:
         if not stored.names:
             return self._add(stored)
         known = sections(stored.tariffs)
-        names = self._random.sample(list(known), min(len(known), self._random.choice((0, 1, 1, 2, 4))))
+        count = min(self._random.choice((0, 1, 1, 2, 4)), len(known))
+        names = self._random.sample(list(known), count)
         rest = "".join(text for name, text in known.items() if name not in names)
         text = "".join(self._maker.changed(known[name]) if self._random.random() < 0.6
                        else self._maker.tariffs([name], rest) for name in names)

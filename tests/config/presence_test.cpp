@@ -1,0 +1,61 @@
+#include "tests/config/sandbox.h"
+
+// Whether a stored file is there, and removing it.
+namespace quenby {
+namespace {
+
+using test::kGlobal;
+using test::kTariffs;
+using test::write_file;
+
+using Presence = test::StoredFiles;
+
+TEST_F(Presence, IsFalseForAMissingFileOrDirectory) {
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+  EXPECT_FALSE(TariffSystemConfig::exists());
+  std::filesystem::create_directories("/config/tc");
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+  EXPECT_FALSE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, IsTestedForEachFileByItself) {
+  store("");
+  EXPECT_TRUE(TariffSystemConfig::exists());
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+  write_file(kGlobal, "");
+  EXPECT_TRUE(GlobalSystemConfig::exists());
+}
+
+TEST_F(Presence, IsTrueForADirectoryAtThePath) {
+  std::filesystem::create_directories(kGlobal);
+  std::filesystem::create_directories(kTariffs);
+  EXPECT_TRUE(GlobalSystemConfig::exists());
+  EXPECT_TRUE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, IsFalseWhereTheStatusCannotBeRead) {
+  write_file("/config", "a file");
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+  EXPECT_FALSE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, CleanRemovesTheFile) {
+  store("[a]\n");
+  write_file(kGlobal, "[global]\n");
+  EXPECT_TRUE(TariffSystemConfig::clean());
+  EXPECT_FALSE(TariffSystemConfig::exists());
+  EXPECT_TRUE(GlobalSystemConfig::exists());
+  EXPECT_TRUE(GlobalSystemConfig::clean());
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+}
+
+TEST_F(Presence, CleanFailsWithoutAFile) {
+  EXPECT_FALSE(GlobalSystemConfig::clean());
+  EXPECT_FALSE(TariffSystemConfig::clean());
+  std::filesystem::create_directories(kTariffs);
+  EXPECT_FALSE(TariffSystemConfig::clean());
+  EXPECT_TRUE(TariffSystemConfig::exists());
+}
+
+}  // namespace
+}  // namespace quenby

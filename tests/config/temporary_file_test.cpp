@@ -1,0 +1,110 @@
+#include "config/temporary_file.h"
+
+#include <sys/stat.h>
+
+#include <boost/filesystem.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/files.h"
+
+namespace quenby {
+namespace {
+
+using test::names_in;
+using test::read_file;
+using test::ScratchDirectory;
+using test::write_file;
+using testing::MatchesRegex;
+using testing::UnorderedElementsAre;
+
+const std::string kDigits = "0123456789abcdef";
+
+// Symbolic links to `victim` under every name "x-?" but the digits of `free`.
+void plant_links(const ScratchDirectory& scratch, const std::string& free) {
+  for (const char digit : kDigits) {
+    if (free.find(digit) == std::string::npos)
+      std::filesystem::create_symlink(scratch.file("victim"), scratch.file("x-") + digit);
+  }
+}
+
+TEST(TemporaryFile, IsMadeEmptyForItsOwnerAlone) {
+  const ScratchDirectory scratch;
+  const TemporaryFile file = TemporaryFile::create(scratch.file("x-%%%%"));
+  EXPECT_THAT(file.path(), MatchesRegex(".*/x-[0-9a-f][0-9a-f][0-9a-f][0-9a-f]"));
+  struct stat status {};
+  ASSERT_EQ(lstat(file.path().c_str(), &status), 0);
+  EXPECT_TRUE(S_ISREG(status.st_mode));
+  EXPECT_EQ(status.st_mode & 0777U, 0600U);
+  EXPECT_EQ(status.st_size, 0);
+}
+
+TEST(TemporaryFile, GoesWithItsOwner) {
+  const ScratchDirectory scratch;
+  {
+    const TemporaryFile made = TemporaryFile::create(scratch.file("x-%%%%"));
+    const TemporaryFile named(scratch.file("named"));
+    const TemporaryFile never_made(scratch.file("never"));
+    write_file(named.path(), "text");
+    EXPECT_EQ(names_in(scratch.path()).size(), 2U);
+  }
+  EXPECT_TRUE(names_in(scratch.path()).empty());
+}
+
+TEST(TemporaryFile, NeverFollowsALinkUnderItsName) {
+  const ScratchDirectory scratch;
+  write_file(scratch.file("victim"), "precious");
+  plant_links(scratch, "5c");
+  const TemporaryFile first = TemporaryFile::create(scratch.file("x-%"));
+  const TemporaryFile second = TemporaryFile::create(scratch.file("x-%"));
+  EXPECT_THAT((std::vector{first.path(), second.path()}),
+              UnorderedElementsAre(scratch.file("x-5"), scratch.file("x-c")));
+  write_file(first.path(), "ours");
+  EXPECT_EQ(read_file(scratch.file("victim")), "precious");
+}
+
+TEST(TemporaryFile, NeverMakesTheTargetOfADanglingLink) {
+  const ScratchDirectory scratch;
+  plant_links(scratch, "0");
+  const TemporaryFile file = TemporaryFile::create(scratch.file("x-%"));
+  EXPECT_EQ(file.path(), scratch.file("x-0"));
+  EXPECT_FALSE(std::filesystem::exists(scratch.file("victim")));
+}
+
+TEST(TemporaryFile, NeverOverwritesAFile) {
+  const ScratchDirectory scratch;
+  for (const char digit : kDigits) {
+    if (digit != 'a') write_file(scratch.file("x-") + digit, "precious");
+  }
+  { const TemporaryFile file = TemporaryFile::create(scratch.file("x-%")); }
+  EXPECT_EQ(names_in(scratch.path()).size(), 15U);
+  for (const std::string& name : names_in(scratch.path()))
+    EXPECT_EQ(read_file(scratch.file(name)), "precious");
+}
+
+TEST(TemporaryFile, GivesUpWhenEveryNameIsTaken) {
+  const ScratchDirectory scratch;
+  write_file(scratch.file("victim"), "precious");
+  plant_links(scratch, "");
+  try {
+    TemporaryFile::create(scratch.file("x-%"));
+    FAIL() << "a name was found";
+  } catch (const boost::filesystem::filesystem_error& e) {
+    EXPECT_EQ(e.code(), boost::system::errc::file_exists);
+  }
+  EXPECT_EQ(read_file(scratch.file("victim")), "precious");
+  EXPECT_EQ(names_in(scratch.path()).size(), 17U);
+}
+
+TEST(TemporaryFile, ReportsADirectoryThatIsMissing) {
+  const ScratchDirectory scratch;
+  try {
+    TemporaryFile::create(scratch.file("no/x-%%%%"));
+    FAIL() << "a file was made";
+  } catch (const boost::filesystem::filesystem_error& e) {
+    EXPECT_EQ(e.code(), boost::system::errc::no_such_file_or_directory);
+  }
+}
+
+}  // namespace
+}  // namespace quenby

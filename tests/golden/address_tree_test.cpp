@@ -1,0 +1,318 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+
+#include "tests/golden/device_test.h"
+
+// The address tree of the IMQ device.
+namespace golden {
+namespace {
+
+using testing::ExitedWithCode;
+
+constexpr const char* kDownloadBase =
+    R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+)";
+
+// One tariff with class number 5.
+class AddressTreeTest : public DeviceTest {
+ protected:
+  void add(bool ingress, const std::vector<std::string>& addresses) {
+    const auto t = tariff("a", 5, kTenMbit, addresses);
+    quenby::AddressTree tree(ingress ? quenby::HandleScheme::imq_download
+                                     : quenby::HandleScheme::imq_upload);
+    imq(ingress).create_ht_leaf(t.direction(ingress), tree, t.addresses, false);
+  }
+};
+
+TEST_F(AddressTreeTest, OneAddressOfTheDownload) {
+  add(true, {"10.0.1.5"});
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle 8000:5
+  parent 8000:1
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 1250000 bytes/s
+      ceil 1250000 bytes/s
+      buffer 3750000 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 4 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_DIVISOR 256
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 2 bucket 1 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_HASH table 2 bucket 1 node 0
+    TCA_U32_LINK table 4 bucket 0 node 0
+    TCA_U32_SEL
+      flags 0
+      hash mask ff at 16
+      key 0/0 at 16 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 4 bucket 5 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:5
+    TCA_U32_HASH table 4 bucket 5 node 0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key a000105/ffffffff at 16 offmask 0
+)");
+}
+
+TEST_F(AddressTreeTest, OneAddressOfTheUpload) {
+  add(false, {"10.0.0.5"});
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle 8000:8005
+  parent 8000:8001
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 1250000 bytes/s
+      ceil 1250000 bytes/s
+      buffer 3750000 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 20 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_DIVISOR 256
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 19 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_HASH table 19 bucket 0 node 0
+    TCA_U32_LINK table 20 bucket 0 node 0
+    TCA_U32_SEL
+      flags 0
+      hash mask ff at 12
+      key 0/0 at 12 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 20 bucket 5 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:8005
+    TCA_U32_HASH table 20 bucket 5 node 0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key a000005/ffffffff at 12 offmask 0
+)");
+}
+
+TEST_F(AddressTreeTest, TheThirdOctetChoosesTheTable) {
+  add(true, {"10.0.0.9", "10.0.15.9", "10.0.16.8"});
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:5 parent 8000:1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 3 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 3 bucket 9 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 18 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 15 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 18 bucket 9 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 3 bucket 8 node 0 parent 8000:0 prio 1
+)");
+}
+
+TEST_F(AddressTreeTest, TheLastOctetChoosesTheBucket) {
+  add(false, {"10.0.15.0", "10.0.15.255"});
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8005 parent 8000:8001
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 35 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 15 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 35 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 35 bucket 255 node 0 parent 8000:0 prio 1
+)");
+}
+
+TEST_F(AddressTreeTest, ThirdOctets1And17ShareATable) {
+  add(true, {"10.0.1.5", "10.0.17.9"});
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:5 parent 8000:1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 1 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 5 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 9 node 0 parent 8000:0 prio 1
+)");
+}
+
+// Same table, same last octet: node 0 of the bucket is the first one's.
+TEST_F(AddressTreeTest, ASecondAddressInABucketLetsTheKernelNumberIt) {
+  add(true, {"10.0.1.5", "10.0.17.5"});
+  const std::string requests = kernel.requests();
+  EXPECT_EQ(requests.substr(requests.rfind("RTM_NEWTFILTER")),
+            R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:5
+    TCA_U32_HASH table 4 bucket 5 node 0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key a001105/ffffffff at 16 offmask 0
+)");
+}
+
+// The table is accepted; then the kernel refuses the handle of bucket 0 for the link, and for the
+// address.
+TEST_F(AddressTreeTest, AHandleOfBucketZeroIsSentAgainWithout) {
+  for (const int error : {0, EINVAL, 0, EINVAL, 0}) kernel.refuse(RTM_NEWTFILTER, error);
+  add(true, {"10.0.16.0"});
+  const std::string requests = kernel.requests();
+  EXPECT_EQ(requests.substr(requests.find("RTM_NEWTFILTER")), R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 3 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_DIVISOR 256
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 2 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_HASH table 2 bucket 0 node 0
+    TCA_U32_LINK table 3 bucket 0 node 0
+    TCA_U32_SEL
+      flags 0
+      hash mask ff at 16
+      key 0/0 at 16 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_HASH table 2 bucket 0 node 0
+    TCA_U32_LINK table 3 bucket 0 node 0
+    TCA_U32_SEL
+      flags 0
+      hash mask ff at 16
+      key 0/0 at 16 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle table 3 bucket 0 node 0
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:5
+    TCA_U32_HASH table 3 bucket 0 node 0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key a001000/ffffffff at 16 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:5
+    TCA_U32_HASH table 3 bucket 0 node 0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key a001000/ffffffff at 16 offmask 0
+)");
+}
+
+TEST_F(AddressTreeTest, ARefusalTwiceEndsTheRun) {
+  for (const int error : {0, EINVAL, EINVAL}) kernel.refuse(RTM_NEWTFILTER, error);
+  EXPECT_EXIT(add(true, {"10.0.16.7"}), ExitedWithCode(1),
+              "^Error: imq0 failed to add filter cls\\(Invalid input data or parameter\\)\n$");
+}
+
+TEST_F(AddressTreeTest, ARefusedHandleOfAnotherBucketEndsTheRun) {
+  for (const int error : {0, 0, EINVAL}) kernel.refuse(RTM_NEWTFILTER, error);
+  EXPECT_EXIT(add(true, {"10.0.1.7"}), ExitedWithCode(1),
+              "^Error: imq0 failed to add filter cls\\(Invalid input data or parameter\\)\n$");
+}
+
+TEST_F(AddressTreeTest, AnotherRefusalOfBucketZeroEndsTheRun) {
+  for (const int error : {0, 0, ENOENT}) kernel.refuse(RTM_NEWTFILTER, error);
+  EXPECT_EXIT(add(true, {"10.0.16.0"}), ExitedWithCode(1),
+              "^Error: imq0 failed to add filter cls\\(Object not found\\)\n$");
+}
+
+TEST_F(AddressTreeTest, ATariffWithoutAddressesGetsNothing) {
+  add(true, {});
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, TheTariffsOfTheImqShareOneTree) {
+  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5"}, quenby::kQdiscSfq),
+                            tariff("b", 5, kTenMbit, {}, quenby::kQdiscSfq),
+                            tariff("c", 6, -2, {"10.0.1.7"}, quenby::kQdiscSfq),
+                            tariff("d", 7, kTenMbit, {"10.0.17.5"}, quenby::kQdiscPfifo)});
+  imq(true).create_leaves(line(kTenMbit, kTenMbit), set);
+  EXPECT_EQ(kernel.summaries(), std::string(kDownloadBase) +
+                                    R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:4 parent 8000:1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 1 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 5 node 0 parent 8000:0 prio 1
+RTM_NEWQDISC CREATE ifindex 9 sfq 8004:0 parent 8000:4
+RTM_NEWTCLASS CREATE ifindex 9 htb 8000:7 parent 8000:1
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+RTM_NEWQDISC CREATE ifindex 9 pfifo 8007:0 parent 8000:7
+)");
+}
+
+TEST_F(DeviceTest, TheImqUploadStartsAtTable20) {
+  auto t = tariff("a", 4, kTenMbit, {"10.0.0.5"}, quenby::kQdiscPfifo);
+  t.upload.burst_size = 375'000;
+  imq(false).create_leaves(line(kTenMbit, kTenMbit), tariffs({t}));
+  EXPECT_EQ(kernel.summaries(),
+            R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8004 parent 8000:8001
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 20 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 0 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 20 bucket 5 node 0 parent 8000:0 prio 1
+RTM_NEWQDISC CREATE ifindex 9 pfifo ce24:0 parent 8000:8004
+RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:8001 parent 8000:0
+)");
+}
+
+}  // namespace
+}  // namespace golden

@@ -1,0 +1,132 @@
+#include "tests/golden/decode.h"
+
+#include <netlink/attr.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+
+namespace golden {
+namespace {
+
+struct Flag {
+  unsigned bit;
+  const char* name;
+};
+
+constexpr std::array<Flag, 4> kMakeFlags = {{{NLM_F_REPLACE, "REPLACE"},
+                                             {NLM_F_EXCL, "EXCL"},
+                                             {NLM_F_CREATE, "CREATE"},
+                                             {NLM_F_APPEND, "APPEND"}}};
+constexpr std::array<Flag, 3> kCommonFlags = {
+    {{NLM_F_REQUEST, "REQUEST"}, {NLM_F_ACK, "ACK"}, {NLM_F_ECHO, "ECHO"}}};
+
+void append(std::string& names, const std::string& name, std::string_view separator) {
+  if (!names.empty()) names += separator;
+  names += name;
+}
+
+// Appends the names of the flags that are set and takes them out of `flags`.
+template <typename Flags>
+void take_flags(unsigned& flags, const Flags& known, std::string_view separator,
+                std::string& names) {
+  for (const Flag& flag : known) {
+    if ((flags & flag.bit) == 0) continue;
+    flags &= ~flag.bit;
+    append(names, flag.name, separator);
+  }
+}
+
+// The length of an attribute's head, which is aligned already.
+constexpr std::size_t kHeadLength = sizeof(nlattr);
+
+constexpr std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; }
+
+}  // namespace
+
+void Text::line(const std::string& content) const {
+  out_.append(static_cast<std::size_t>(depth_) * 2, ' ');
+  out_ += content + "\n";
+}
+
+std::vector<Attribute> attributes_in_order(std::string_view stream) {
+  std::vector<Attribute> found;
+  while (stream.size() >= kHeadLength) {
+    const auto head = value_of<nlattr>(stream);
+    if (head.nla_len < kHeadLength || head.nla_len > stream.size()) break;
+    found.push_back({head.nla_type & NLA_TYPE_MASK, (head.nla_type & NLA_F_NESTED) != 0,
+                     (head.nla_type & NLA_F_NET_BYTEORDER) != 0,
+                     stream.substr(kHeadLength, head.nla_len - kHeadLength)});
+    stream.remove_prefix(std::min(aligned(head.nla_len), stream.size()));
+  }
+  return found;
+}
+
+std::vector<Attribute> attributes_by_number(std::string_view stream) {
+  std::vector<Attribute> found = attributes_in_order(stream);
+  std::stable_sort(found.begin(), found.end(),
+                   [](const Attribute& a, const Attribute& b) { return a.number < b.number; });
+  return found;
+}
+
+std::string_view attribute_stream(const nlmsghdr& message, std::size_t header) {
+  const auto* const start = reinterpret_cast<const char*>(&message);
+  const std::size_t skip = sizeof(nlmsghdr) + aligned(header);
+  return std::string_view(start, message.nlmsg_len)
+      .substr(std::min<std::size_t>(skip, message.nlmsg_len));
+}
+
+std::string hex(std::uint32_t number) {
+  std::array<char, 8> digits{};
+  char* const end = digits.data() + digits.size();
+  return {digits.data(), std::to_chars(digits.data(), end, number, 16).ptr};
+}
+
+std::string bytes(std::string_view payload) {
+  std::string text;
+  for (const char c : payload) {
+    const auto byte = static_cast<unsigned char>(c);
+    append(text, (byte < 16 ? "0" : "") + hex(byte), " ");
+  }
+  return text;
+}
+
+std::string quoted(std::string_view payload) {
+  return "\"" + std::string(payload.substr(0, payload.find('\0'))) + "\"";
+}
+
+std::string flag_names(unsigned flags, Request request, std::string_view separator) {
+  std::string names;
+  take_flags(flags, kCommonFlags, separator, names);
+  if (request == Request::make) take_flags(flags, kMakeFlags, separator, names);
+  if (request == Request::get && (flags & NLM_F_DUMP) == NLM_F_DUMP) {
+    flags &= ~unsigned{NLM_F_DUMP};
+    append(names, "DUMP", separator);
+  }
+  if (flags != 0) append(names, "0x" + hex(flags), separator);
+  return names;
+}
+
+void unknown(const Text& text, const Attribute& attribute) {
+  text.line("attribute " + std::to_string(attribute.number) + ": " + bytes(attribute.payload));
+}
+
+std::string decode(const nlmsghdr& message, int protocol) {
+  std::string out;
+  const Text text(out);
+  if (protocol == NETLINK_NETFILTER) {
+    decode_ipset(message, text);
+  } else if (is_tc(message.nlmsg_type)) {
+    decode_tc(message, text);
+  } else {
+    decode_link(message, text);
+  }
+  return out;
+}
+
+std::string summary(const nlmsghdr& message, int protocol) {
+  if (protocol == NETLINK_NETFILTER) return summarize_ipset(message);
+  return is_tc(message.nlmsg_type) ? summarize_tc(message) : summarize_link(message);
+}
+
+}  // namespace golden

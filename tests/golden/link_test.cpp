@@ -1,0 +1,114 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+
+#include "tc/htb_action.h"
+#include "tests/golden/device_test.h"
+
+// Making and deleting the virtual devices.
+namespace golden {
+namespace {
+
+using testing::ExitedWithCode;
+
+TEST_F(BareRouterTest, AddsAnIfbDevice) {
+  ifb().link_add();
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWLINK REQUEST|ACK|CREATE
+  family 0 ifindex 0
+  flags UP change UP
+  IFLA_IFNAME "ifb_ingr"
+  IFLA_MTU 16000
+  IFLA_TXQLEN 11000
+  IFLA_LINKINFO
+    IFLA_INFO_KIND "ifb"
+RTM_GETLINK REQUEST|ACK|DUMP
+)");
+}
+
+TEST_F(BareRouterTest, AddsAnImqDevice) {
+  imq(false).link_add();
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWLINK REQUEST|ACK|CREATE
+  family 0 ifindex 0
+  flags UP change UP
+  IFLA_IFNAME "imq0"
+  IFLA_MTU 16000
+  IFLA_TXQLEN 11000
+  IFLA_LINKINFO
+    IFLA_INFO_KIND "imq"
+RTM_GETLINK REQUEST|ACK|DUMP
+)");
+}
+
+TEST_F(BareRouterTest, ANewDeviceCanBeUsedAtOnce) {
+  quenby::HtbIfbIntf& device = ifb();
+  device.link_add();
+  EXPECT_TRUE(device.link_exists("ifb_ingr"));
+  kernel.requests();
+  device.root_qdisc_add(false);
+  EXPECT_EQ(kernel.summaries(), "RTM_NEWQDISC CREATE ifindex 7 htb 8000:0 parent root\n");
+}
+
+TEST_F(BareRouterTest, ARefusedDeviceEndsTheRun) {
+  quenby::HtbIfbIntf& device = ifb();
+  kernel.refuse(RTM_NEWLINK, EOPNOTSUPP);
+  EXPECT_EXIT(device.link_add(), ExitedWithCode(1),
+              "^Error: ifb_ingr failed to add interface\\(Operation not supported\\)\n$");
+}
+
+TEST_F(BareRouterTest, ADeviceThatDoesNotAppearEndsTheRun) {
+  quenby::HtbImqIntf& device = imq(false);
+  kernel.forget_new_links();
+  EXPECT_EXIT(device.link_add(), ExitedWithCode(1), "^Error: Cannot allocate link imq0\n$");
+}
+
+TEST_F(DeviceTest, DeletesTheDeviceByItsName) {
+  quenby::HtbIfbIntf& device = ifb();
+  device.link_del();
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELLINK REQUEST|ACK
+  family 0 ifindex 0
+  flags none change none
+  IFLA_IFNAME "ifb_ingr"
+RTM_GETLINK REQUEST|ACK|DUMP
+)");
+  EXPECT_FALSE(device.link_exists("ifb_ingr"));
+  EXPECT_TRUE(device.link_exists("eth1"));
+}
+
+TEST_F(DeviceTest, ADeletedDeviceIsNotDeletedAgain) {
+  quenby::HtbIfbIntf& device = ifb();
+  device.link_del();
+  kernel.requests();
+  device.link_del();
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(BareRouterTest, ADeviceThatWasNeverFoundIsNotDeleted) {
+  ifb().link_del();
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, ARefusedDeleteEndsTheRun) {
+  quenby::HtbIfbIntf& device = ifb();
+  kernel.refuse(RTM_DELLINK, EBUSY);
+  EXPECT_EXIT(device.link_del(), ExitedWithCode(1),
+              "^Error: ifb_ingr failed to delete interface\\(Object busy\\)\n$");
+}
+
+TEST_F(DeviceTest, LooksForALinkWithoutARequest) {
+  quenby::HtbEthIntf& device = eth();
+  EXPECT_TRUE(device.link_exists("eth1"));
+  EXPECT_FALSE(device.link_exists("ppp0"));
+  EXPECT_FALSE(device.link_exists(""));
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST(ActionName, NamesEveryAction) {
+  EXPECT_EQ(quenby::action_name(quenby::htb_action::create), "create");
+  EXPECT_EQ(quenby::action_name(quenby::htb_action::remove), "delete");
+  EXPECT_EQ(quenby::action_name(quenby::htb_action::update), "update");
+  EXPECT_EQ(quenby::action_name(kNoAction), "unknown(0)");
+  EXPECT_EQ(quenby::action_name(static_cast<quenby::htb_action>(7)), "unknown(7)");
+}
+
+}  // namespace
+}  // namespace golden

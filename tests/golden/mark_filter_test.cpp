@@ -1,0 +1,213 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+
+#include "tests/golden/device_test.h"
+
+// The mark classifier, deleting classifiers, and the leaves of devices that classify by mark.
+namespace golden {
+namespace {
+
+using testing::ExitedWithCode;
+
+constexpr const char* kFwFilter = R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "fw"
+  TCA_OPTIONS
+    TCA_FW_MASK 0x80003fff
+)";
+
+// Load the mark (offset -4096 + 20); without bit 31 return 0; return the mark's own bits.
+constexpr const char* kProgram = R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+  TCA_KIND "bpf"
+  TCA_OPTIONS
+    TCA_BPF_OPS_LEN 5
+    TCA_BPF_OPS
+      code 32 jt 0 jf 0 k 0xfffff014
+      code 69 jt 0 jf 2 k 0x80000000
+      code 84 jt 0 jf 0 k 0x80003fff
+      code 22 jt 0 jf 0 k 0x0
+      code 6 jt 0 jf 0 k 0x0
+)";
+
+TEST_F(DeviceTest, AnFwFilterWithAMask) {
+  eth().add_fw_filter(1);
+  EXPECT_EQ(kernel.requests(), kFwFilter);
+}
+
+TEST_F(DeviceTest, AProgramStandsInForARefusedFwFilter) {
+  for (const int error : {EINVAL, ENOENT}) {
+    kernel.refuse(RTM_NEWTFILTER, error);
+    eth().add_fw_filter(1);
+    EXPECT_EQ(kernel.requests(), std::string(kFwFilter) + kProgram) << error;
+  }
+}
+
+TEST_F(DeviceTest, TheProgramKeepsDeviceAndPriority) {
+  kernel.refuse(RTM_NEWTFILTER, EINVAL);
+  ifb().add_fw_filter(4);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTFILTER CREATE ifindex 7 fw parent 8000:0 prio 4
+RTM_NEWTFILTER CREATE ifindex 7 bpf parent 8000:0 prio 4
+)");
+}
+
+TEST_F(DeviceTest, TheProgramsRefusalEndsTheRun) {
+  quenby::HtbEthIntf& device = eth();
+  kernel.refuse(RTM_NEWTFILTER, EINVAL);
+  kernel.refuse(RTM_NEWTFILTER, ENOENT);
+  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
+              "^Error: eth1 failed to add filter cls\\(Object not found\\)\n$");
+}
+
+TEST_F(DeviceTest, AnotherRefusalOfTheFwFilterEndsTheRun) {
+  quenby::HtbEthIntf& device = eth();
+  kernel.refuse(RTM_NEWTFILTER, EPERM);
+  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
+              "^Error: eth1 failed to add filter cls\\(Operation not permitted\\)\n$");
+}
+
+TEST_F(DeviceTest, DeletesClassifiersOfAnyKind) {
+  eth().del_filter("eth1", 0x8000, 1, nullptr);
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 1 protocol ip
+)");
+}
+
+TEST_F(DeviceTest, DeletesClassifiersOfOneKind) {
+  eth().del_filter("eth1", 0x8000, 2, "fw");
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 2 protocol ip
+  TCA_KIND "fw"
+)");
+}
+
+TEST_F(DeviceTest, DeletesClassifiersOfAnotherDevice) {
+  ifb().del_filter("eth1", 0xffff, 1, nullptr);
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent ffff:0
+  info prio 1 protocol ip
+)");
+}
+
+TEST_F(DeviceTest, DeletingAClassifierThatIsGoneSucceeds) {
+  for (const int error : {ENOENT, EINVAL}) {
+    kernel.refuse(RTM_DELTFILTER, error);
+    eth().del_filter("eth1", 0x8000, 1, nullptr);
+    EXPECT_EQ(kernel.summaries(), "RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1\n");
+  }
+}
+
+TEST_F(DeviceTest, ADeviceThatIsMissingIsNotAsked) {
+  ifb().del_filter("ppp0", 0xffff, 1, nullptr);
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, AClassifierThatCannotBeDeletedEndsTheRun) {
+  quenby::HtbIfbIntf& device = ifb();
+  kernel.refuse(RTM_DELTFILTER, EPERM);
+  EXPECT_EXIT(device.del_filter("eth1", 0xffff, 1, nullptr), ExitedWithCode(1),
+              "^Error: ifb_ingr failed to del filter cls\\(Operation not permitted\\)\n$");
+}
+
+constexpr const char* kFiltersRemoved = R"(RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1
+RTM_DELTFILTER ifindex 3 fw parent 8000:0 prio 2
+)";
+
+TEST_F(DeviceTest, TheWanFilterIsRemadeForEitherFlag) {
+  const std::string remade =
+      std::string(kFiltersRemoved) + "RTM_NEWTFILTER CREATE ifindex 3 fw parent 8000:0 prio 1\n";
+  const quenby::GlobalSettings g = line(0, kTenMbit);
+  eth().update_filter(g, kTenMbit, true, false);
+  EXPECT_EQ(kernel.summaries(), remade);
+  eth().update_filter(g, kTenMbit, false, true);
+  EXPECT_EQ(kernel.summaries(), remade);
+  eth().update_filter(g, kTenMbit, false, false);
+  EXPECT_EQ(kernel.summaries(), kFiltersRemoved);
+}
+
+TEST_F(DeviceTest, ABlockedUploadHasNoFilter) {
+  for (const std::int64_t speed : {-2, 0}) {
+    eth().update_filter(line(kTenMbit, speed), speed, true, true);
+    EXPECT_EQ(kernel.summaries(), kFiltersRemoved);
+  }
+}
+
+TEST_F(DeviceTest, ABlockedDownloadIsNotRedirected) {
+  for (const std::int64_t speed : {-2, 0}) {
+    ifb().update_filter(line(speed, kTenMbit), speed, true, true);
+    EXPECT_EQ(kernel.summaries(), R"(RTM_DELTFILTER ifindex 7 parent 8000:0 prio 1
+RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
+)");
+  }
+}
+
+TEST_F(DeviceTest, TheImqDeviceHasNoSuchFilter) {
+  imq(true).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
+  imq(false).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, LeavesOfTariffsWithAddressesAndSpeed) {
+  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5", "10.0.1.6"}, quenby::kQdiscSfq),
+                            tariff("b", 5, kTenMbit, {}, quenby::kQdiscSfq),
+                            tariff("c", 6, -2, {"10.0.1.7"}, quenby::kQdiscSfq),
+                            tariff("d", 7, 0, {"10.0.1.8"}, quenby::kQdiscNone)});
+  eth().create_leaves(line(kTenMbit, kTenMbit), set);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:4 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 3 sfq 8004:0 parent 8000:4
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:7 parent 8000:1
+)");
+  ifb().create_leaves(line(kTenMbit, kTenMbit), set);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 7 htb 8000:4 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 7 sfq 8004:0 parent 8000:4
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
+)");
+}
+
+TEST_F(DeviceTest, TheRootClassCoversTheLargestTariffBurst) {
+  auto small = tariff("a", 4, kTenMbit, {"10.0.1.5"});
+  small.upload.burst_size = 310'000;
+  auto large = tariff("b", 5, kTenMbit, {"10.0.1.6"});
+  large.upload.burst_size = 375'000;
+  auto unused = tariff("c", 6, kTenMbit, {});
+  unused.upload.burst_size = 900'000;
+  eth().create_leaves(line(kTenMbit, kTenMbit), tariffs({large, small, unused}));
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:4 parent 8000:1
+RTM_NEWTCLASS REPLACE ifindex 3 htb 8000:1 parent 8000:0
+)");
+}
+
+TEST_F(DeviceTest, ABlockedDirectionGetsNoLeaves) {
+  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5"})});
+  for (const std::int64_t speed : {-2, 0}) {
+    eth().create_leaves(line(kTenMbit, speed), set);
+    ifb().create_leaves(line(speed, kTenMbit), set);
+  }
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(BareRouterTest, AMissingDeviceGetsNoLeaves) {
+  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5"})});
+  eth().create_leaves(line(kTenMbit, kTenMbit), set);
+  ifb().create_leaves(line(kTenMbit, kTenMbit), set);
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+}  // namespace
+}  // namespace golden

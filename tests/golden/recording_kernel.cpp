@@ -1,0 +1,198 @@
+#include "tests/golden/recording_kernel.h"
+
+#include <linux/if.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+#include <netlink/errno.h>
+#include <netlink/handlers.h>
+#include <netlink/utils.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <stdexcept>
+#include <unistd.h>
+#include <utility>
+
+#include "tests/golden/decode.h"
+
+namespace golden {
+namespace {
+
+using quenby::MsgPtr;
+
+// libnl's callbacks know the socket only.
+std::map<nl_sock*, RecordingKernel*>& kernels() {
+  static std::map<nl_sock*, RecordingKernel*> all;
+  return all;
+}
+
+// 1000 ns a microsecond, 64 ns a tick. The library reads the file once.
+void pin_clock() {
+  const std::string path = "/tmp/golden_psched." + std::to_string(getpid());
+  std::ofstream(path) << "000003e8 00000040 000f4240 3b9aca00\n";
+  setenv("PROC_NET_PSCHED", path.c_str(), 1);
+  const bool pinned = nl_us2ticks(64) == 1000;
+  unlink(path.c_str());
+  if (!pinned) throw std::runtime_error("the scheduler clock was read before the test");
+}
+
+std::string name_of(const nlmsghdr& request) {
+  for (const Attribute& a : attributes_in_order(attribute_stream(request, sizeof(ifinfomsg)))) {
+    if (a.number == IFLA_IFNAME) return std::string(a.payload.substr(0, a.payload.find('\0')));
+  }
+  return {};
+}
+
+int index_of_new(const std::string& name) { return name == "imq0" ? kImqIndex : kIfbIndex; }
+
+MsgPtr link_message(const std::string& name, int ifindex) {
+  MsgPtr msg(nlmsg_alloc_simple(RTM_NEWLINK, NLM_F_MULTI));
+  ifinfomsg header{};
+  header.ifi_index = ifindex;
+  header.ifi_flags = IFF_UP;
+  nlmsg_append(msg.get(), &header, sizeof(header), NLMSG_ALIGNTO);
+  nla_put_string(msg.get(), IFLA_IFNAME, name.c_str());
+  nla_put_u32(msg.get(), IFLA_MTU, 1500);
+  return msg;
+}
+
+MsgPtr root_message(int ifindex, std::uint32_t handle) {
+  MsgPtr msg(nlmsg_alloc_simple(RTM_NEWQDISC, NLM_F_MULTI));
+  tcmsg header{};
+  header.tcm_ifindex = ifindex;
+  header.tcm_handle = handle;
+  header.tcm_parent = TC_H_ROOT;
+  nlmsg_append(msg.get(), &header, sizeof(header), NLMSG_ALIGNTO);
+  nla_put_string(msg.get(), TCA_KIND, handle == 0 ? "noqueue" : "htb");
+  return msg;
+}
+
+MsgPtr done_message() {
+  MsgPtr msg(nlmsg_alloc_simple(NLMSG_DONE, NLM_F_MULTI));
+  int status = 0;
+  nlmsg_append(msg.get(), &status, sizeof(status), NLMSG_ALIGNTO);
+  return msg;
+}
+
+}  // namespace
+
+RecordingKernel::RecordingKernel(int protocol)
+    : protocol_(protocol), socket_(nl_socket_alloc(), quenby::close_nl_socket) {
+  static const bool pinned = (pin_clock(), true);
+  if (!pinned || socket_ == nullptr || nl_connect(socket_.get(), protocol) < 0)
+    throw std::runtime_error("no netlink socket");
+  nl_cb* const callbacks = nl_socket_get_cb(socket_.get());
+  nl_cb_overwrite_send(callbacks, on_send);
+  nl_cb_overwrite_recv(callbacks, on_receive);
+  nl_cb_put(callbacks);
+  kernels()[socket_.get()] = this;
+}
+
+RecordingKernel::~RecordingKernel() { kernels().erase(socket_.get()); }
+
+quenby::CachePtr RecordingKernel::links() {
+  const std::string requests = requests_;
+  const std::string summaries = summaries_;
+  nl_cache* cache = nullptr;
+  if (rtnl_link_alloc_cache(socket_.get(), AF_UNSPEC, &cache) < 0)
+    throw std::runtime_error("no link cache");
+  requests_ = requests;
+  summaries_ = summaries;
+  return {cache, nl_cache_free};
+}
+
+std::string RecordingKernel::requests() {
+  summaries_.clear();
+  return std::exchange(requests_, "");
+}
+
+std::string RecordingKernel::summaries() {
+  requests_.clear();
+  return std::exchange(summaries_, "");
+}
+
+int RecordingKernel::on_send(nl_sock* sock, nl_msg* msg) {
+  const nlmsghdr& request = *nlmsg_hdr(msg);
+  RecordingKernel& kernel = *kernels().at(sock);
+  if (kernel.fails_to_send_) return -NLE_NOMEM;
+  kernel.handle(request);
+  return static_cast<int>(request.nlmsg_len);
+}
+
+int RecordingKernel::on_receive(nl_sock* sock, sockaddr_nl* from, unsigned char** data,
+                                ucred** /*creds*/) {
+  std::deque<std::string>& replies = kernels().at(sock)->replies_;
+  if (replies.empty()) return -NLE_AGAIN;
+  const std::string reply = std::move(replies.front());
+  replies.pop_front();
+  *from = {};
+  from->nl_family = AF_NETLINK;
+  // The library frees the buffer.
+  *data = static_cast<unsigned char*>(std::malloc(reply.size()));
+  std::memcpy(*data, reply.data(), reply.size());
+  return static_cast<int>(reply.size());
+}
+
+void RecordingKernel::handle(const nlmsghdr& request) {
+  requests_ += decode(request, protocol_);
+  summaries_ += summary(request, protocol_) + "\n";
+  const int error = refusal_of(request);
+  if (error == 0) apply(request);
+  if (error == 0 && (request.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP &&
+      (request.nlmsg_type == RTM_GETLINK || request.nlmsg_type == RTM_GETQDISC)) {
+    answer_dump(request);
+  } else {
+    answer_status(request, error);
+  }
+}
+
+int RecordingKernel::refusal_of(const nlmsghdr& request) {
+  std::deque<int>& errors = refusals_[request.nlmsg_type];
+  if (errors.empty()) return 0;
+  const int error = errors.front();
+  errors.pop_front();
+  return error;
+}
+
+void RecordingKernel::apply(const nlmsghdr& request) {
+  if (protocol_ != NETLINK_ROUTE) return;
+  if (request.nlmsg_type == RTM_NEWLINK && !forgets_links_)
+    links_[name_of(request)] = index_of_new(name_of(request));
+  if (request.nlmsg_type == RTM_DELLINK) links_.erase(name_of(request));
+  if (request.nlmsg_type == RTM_NEWQDISC || request.nlmsg_type == RTM_DELQDISC)
+    apply_to_root(request);
+}
+
+void RecordingKernel::apply_to_root(const nlmsghdr& request) {
+  const auto header = header_of<tcmsg>(request);
+  if (header.tcm_parent != TC_H_ROOT) return;
+  roots_[header.tcm_ifindex] = request.nlmsg_type == RTM_NEWQDISC ? header.tcm_handle : 0;
+}
+
+void RecordingKernel::answer_status(const nlmsghdr& request, int error) {
+  MsgPtr reply(nlmsg_alloc_simple(NLMSG_ERROR, 0));
+  nlmsgerr status{};
+  status.error = -error;
+  status.msg = request;
+  nlmsg_append(reply.get(), &status, sizeof(status), NLMSG_ALIGNTO);
+  queue(request, std::move(reply));
+}
+
+void RecordingKernel::answer_dump(const nlmsghdr& request) {
+  if (request.nlmsg_type == RTM_GETLINK) {
+    for (const auto& [name, ifindex] : links_) queue(request, link_message(name, ifindex));
+  } else {
+    for (const auto& [ifindex, handle] : roots_) queue(request, root_message(ifindex, handle));
+  }
+  queue(request, done_message());
+}
+
+void RecordingKernel::queue(const nlmsghdr& request, MsgPtr reply) {
+  nlmsghdr* const header = nlmsg_hdr(reply.get());
+  header->nlmsg_seq = request.nlmsg_seq;
+  header->nlmsg_pid = request.nlmsg_pid;
+  replies_.emplace_back(reinterpret_cast<const char*>(header), header->nlmsg_len);
+}
+
+}  // namespace golden

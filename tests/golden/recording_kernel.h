@@ -1,0 +1,76 @@
+#pragma once
+
+#include <linux/netlink.h>
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "tc/nl_types.h"
+
+namespace golden {
+
+/// Ifindexes that the kernel of these tests gives to the devices.
+inline constexpr int kWanIndex = 3;
+inline constexpr int kIfbIndex = 7;
+inline constexpr int kImqIndex = 9;
+
+/// A kernel that keeps a list of its requests and knows as much of links and root qdiscs as they
+/// tell it. Nothing reaches the real one: libnl hands its messages over and reads the answers here.
+/// Every request is accepted unless a test wants it refused.
+class RecordingKernel {
+ public:
+  /// `protocol` is the netlink family of the session. Also pins the packet scheduler's clock to
+  /// ticks of 64 ns.
+  explicit RecordingKernel(int protocol = NETLINK_ROUTE);
+  ~RecordingKernel();
+  RecordingKernel(const RecordingKernel&) = delete;
+  RecordingKernel& operator=(const RecordingKernel&) = delete;
+
+  quenby::SocketPtr& socket() { return socket_; }
+  /// A link cache of what the kernel has now. Its requests are not recorded.
+  quenby::CachePtr links();
+
+  /// Takes over a device, or a root qdisc of one, that stands there before the test.
+  void has_link(const std::string& name, int ifindex) { links_[name] = ifindex; }
+  void has_root_qdisc(int ifindex, std::uint32_t handle) { roots_[ifindex] = handle; }
+  void has_no_links() { links_.clear(); }
+  /// Answers the next request of message type `type` with the error number `error`; calls add up
+  /// and 0 lets one pass.
+  void refuse(int type, int error) { refusals_[type].push_back(error); }
+  /// Takes no message any more, as a kernel without memory does.
+  void fail_to_send() { fails_to_send_ = true; }
+  /// Acknowledges new links without making them.
+  void forget_new_links() { forgets_links_ = true; }
+
+  /// The requests since the last call, decoded, or one line each.
+  std::string requests();
+  std::string summaries();
+
+ private:
+  static int on_send(nl_sock* sock, nl_msg* msg);
+  static int on_receive(nl_sock* sock, sockaddr_nl* from, unsigned char** data, ucred** creds);
+
+  void handle(const nlmsghdr& request);
+  int refusal_of(const nlmsghdr& request);
+  void apply(const nlmsghdr& request);
+  void apply_to_root(const nlmsghdr& request);
+  void answer_status(const nlmsghdr& request, int error);
+  void answer_dump(const nlmsghdr& request);
+  void queue(const nlmsghdr& request, quenby::MsgPtr reply);
+
+  int protocol_;
+  quenby::SocketPtr socket_;
+  std::map<std::string, int> links_;
+  std::map<int, std::uint32_t> roots_;
+  std::map<int, std::deque<int>> refusals_;
+  bool forgets_links_ = false;
+  bool fails_to_send_ = false;
+  std::string requests_;
+  std::string summaries_;
+  std::deque<std::string> replies_;
+};
+
+}  // namespace golden

@@ -1,0 +1,186 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+
+#include "tests/golden/device_test.h"
+
+// The HTB root qdisc.
+namespace golden {
+namespace {
+
+using testing::ExitedWithCode;
+
+constexpr std::uint32_t kHtb = 0x80000000;
+
+TEST_F(DeviceTest, AddsARootWithADefaultClass) {
+  eth().root_qdisc_add(true);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_INIT
+      version 3 rate2quantum 10
+      default class 2
+)");
+}
+
+TEST_F(DeviceTest, AddsARootWithoutADefaultClass) {
+  ifb().root_qdisc_add(false);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 7
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_INIT
+      version 3 rate2quantum 10
+      default class 0
+)");
+}
+
+TEST_F(DeviceTest, TheImqDefaultClassIsTwoInBothDirections) {
+  for (const bool ingress : {false, true}) {
+    imq(ingress).root_qdisc_add(true);
+    EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_INIT
+      version 3 rate2quantum 10
+      default class 2
+)");
+  }
+}
+
+TEST_F(DeviceTest, ARefusedRootEndsTheRun) {
+  quenby::HtbEthIntf& device = eth();
+  kernel.refuse(RTM_NEWQDISC, EINVAL);
+  EXPECT_EXIT(device.root_qdisc_add(true), ExitedWithCode(1),
+              "^Error: eth1 failed to add qdisc\\(Invalid input data or parameter\\)\n$");
+}
+
+TEST_F(DeviceTest, DeletesTheRootThatItFinds) {
+  kernel.has_root_qdisc(kWanIndex, kHtb);
+  eth().root_qdisc_del();
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|ACK|DUMP
+  family 0 ifindex 0
+  handle none
+  parent none
+  info 0
+RTM_DELQDISC REQUEST|ACK
+  family 0 ifindex 3
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+)");
+}
+
+TEST_F(DeviceTest, DeletesARootOfAnotherHandle) {
+  kernel.has_root_qdisc(kWanIndex, 0x10000);
+  eth().root_qdisc_del();
+  EXPECT_EQ(kernel.summaries(), "RTM_GETQDISC DUMP\nRTM_DELQDISC ifindex 3 htb 1:0 parent root\n");
+}
+
+TEST_F(DeviceTest, LeavesTheKernelsOwnRootAlone) {
+  kernel.has_root_qdisc(kWanIndex, 0);
+  eth().root_qdisc_del();
+  EXPECT_EQ(kernel.summaries(), "RTM_GETQDISC DUMP\n");
+}
+
+TEST_F(DeviceTest, LeavesTheRootOfAnotherDeviceAlone) {
+  kernel.has_root_qdisc(kImqIndex, kHtb);
+  eth().root_qdisc_del();
+  EXPECT_EQ(kernel.summaries(), "RTM_GETQDISC DUMP\n");
+}
+
+TEST_F(DeviceTest, GoesOnWhenTheRootCannotBeDeleted) {
+  for (const int error : {ENOENT, EPERM}) {
+    kernel.has_root_qdisc(kWanIndex, kHtb);
+    kernel.refuse(RTM_DELQDISC, error);
+    eth().root_qdisc_del();
+    EXPECT_EQ(kernel.summaries(),
+              "RTM_GETQDISC DUMP\nRTM_DELQDISC ifindex 3 htb 8000:0 parent root\n");
+  }
+}
+
+TEST_F(DeviceTest, EndsTheRunWhenQdiscsCannotBeListed) {
+  quenby::HtbEthIntf& device = eth();
+  kernel.refuse(RTM_GETQDISC, EPERM);
+  EXPECT_EXIT(device.root_qdisc_del(), ExitedWithCode(1),
+              "^Error: Cannot allocate rtnl_qdisc_cache\\(Operation not permitted\\)\n$");
+}
+
+TEST_F(DeviceTest, InitReplacesTheRootOfADeviceThatExists) {
+  kernel.has_root_qdisc(kImqIndex, kHtb);
+  quenby::GlobalSet set;
+  set.defaults.upload.speed = kTenMbit;
+  imq(false).init_qdisc(set);
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|ACK|DUMP
+  family 0 ifindex 0
+  handle none
+  parent none
+  info 0
+RTM_DELQDISC REQUEST|ACK
+  family 0 ifindex 9
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_INIT
+      version 3 rate2quantum 10
+      default class 2
+)");
+}
+
+TEST_F(BareRouterTest, InitMakesTheDeviceThatIsMissing) {
+  quenby::GlobalSet set;
+  imq(false).init_qdisc(set);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWLINK REQUEST|ACK|CREATE
+  family 0 ifindex 0
+  flags UP change UP
+  IFLA_IFNAME "imq0"
+  IFLA_MTU 16000
+  IFLA_TXQLEN 11000
+  IFLA_LINKINFO
+    IFLA_INFO_KIND "imq"
+RTM_GETLINK REQUEST|ACK|DUMP
+RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 9
+  handle 8000:0
+  parent root
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_INIT
+      version 3 rate2quantum 10
+      default class 0
+)");
+}
+
+TEST_F(DeviceTest, InitLooksAtTheDefaultOfItsOwnDirection) {
+  quenby::GlobalSet set;
+  set.defaults.download.speed = 0;
+  const std::string with_default = "      default class 2\n";
+  imq(true).init_qdisc(set);
+  EXPECT_TRUE(kernel.requests().ends_with(with_default));
+  imq(false).init_qdisc(set);
+  EXPECT_FALSE(kernel.requests().ends_with(with_default));
+}
+
+}  // namespace
+}  // namespace golden

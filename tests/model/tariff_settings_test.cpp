@@ -1,0 +1,261 @@
+#include "model/tariff_settings.h"
+
+#include <arpa/inet.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <limits>
+
+#include "tests/support/tariffs.h"
+
+namespace quenby {
+namespace {
+
+using test::tariff;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+void expect_id(const TariffSettings& t, int id) {
+  EXPECT_EQ(t.id, id);
+  EXPECT_EQ(t.download.id, id);
+  EXPECT_EQ(t.upload.id, id);
+}
+
+TEST(SetIDFromText, StoresTheNumberInTheTariffAndBothDirections) {
+  const struct {
+    const char* text;
+    int id;
+  } rows[] = {{"1", 1},   {"4", 4},     {"15999", 15'999}, {"15999.7", 15'999}, {"4.5", 4},
+              {" 7 ", 7}, {"0x10", 16}, {"1e3", 1000},     {"12abc", 12},       {"+5", 5}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    TariffSettings t;
+    EXPECT_TRUE(t.setID(std::string(row.text)));
+    expect_id(t, row.id);
+  }
+}
+
+TEST(SetIDFromText, RefusesEverythingElse) {
+  for (const char* text :
+       {"0", "0.9", "16000", "-3", "-0.5", "1e12", "1e300", "2147483648", "4294967300", "inf",
+        "nan", "", " ", "id", "#4", "1e-310", "1e999", "99999999999999999999999"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t = tariff("a", 9);
+    EXPECT_FALSE(t.setID(std::string(text)));
+    expect_id(t, 9);
+  }
+}
+
+TEST(SetID, TakesNumbersFrom1To15999) {
+  for (const int number : {1, 2, 3, 15'999}) {
+    TariffSettings t;
+    EXPECT_TRUE(t.setID(number));
+    expect_id(t, number);
+  }
+  for (const int number : {0, -3, 16'000, std::numeric_limits<int>::max()}) {
+    SCOPED_TRACE(number);
+    TariffSettings t = tariff("a", 9);
+    EXPECT_FALSE(t.setID(number));
+    expect_id(t, 9);
+  }
+}
+
+TEST(SetIDFromTariff, CopiesTheNumberOfTheSameName) {
+  TariffSettings t = tariff("a", 9);
+  EXPECT_TRUE(t.setID(tariff("a", 12)));
+  expect_id(t, 12);
+  EXPECT_FALSE(t.setID(tariff("A", 13)));
+  EXPECT_FALSE(t.setID(tariff("", 13)));
+  EXPECT_FALSE(t.setID(tariff("ab", 13)));
+  expect_id(t, 12);
+}
+
+TEST(SetAggregation, SetsTheFactorOfBothDirectionsAndKeepsTheText) {
+  const struct {
+    const char* text;
+    double factor;
+  } rows[] = {{"4", 4.0},       {"2.50", 2.5},
+              {"0.5", 0.5},     {"0x2", 2.0},
+              {"1e300", 1e300}, {"1e-310", 1e-310},
+              {"4 users", 4.0}, {"inf", std::numeric_limits<double>::infinity()}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.text);
+    TariffSettings t;
+    EXPECT_TRUE(t.setAggregation(row.text));
+    EXPECT_EQ(t.download.aggregation, row.factor);
+    EXPECT_EQ(t.upload.aggregation, row.factor);
+    EXPECT_EQ(t.aggregation_text, row.text);
+  }
+}
+
+TEST(SetAggregation, AcceptsZeroWithoutChangingTheFactor) {
+  for (const char* text : {"0", "0.0", "-0"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t;
+    t.setAggregation("4");
+    EXPECT_TRUE(t.setAggregation(text));
+    EXPECT_EQ(t.download.aggregation, 4.0);
+    EXPECT_EQ(t.upload.aggregation, 4.0);
+    EXPECT_EQ(t.aggregation_text, text);
+  }
+}
+
+TEST(SetAggregation, KeepsTheTextOfARefusedNumber) {
+  for (const char* text :
+       {"letters", "", " ", "-1", "-0.5", "nan", "-inf", "1e999", "1e-400", "- 1", ":4", "x4"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t;
+    t.setAggregation("4");
+    EXPECT_FALSE(t.setAggregation(text));
+    EXPECT_EQ(t.download.aggregation, 4.0);
+    EXPECT_EQ(t.upload.aggregation, 4.0);
+    EXPECT_EQ(t.aggregation_text, text);
+  }
+}
+
+void expect_qdisc(const TariffSettings& t, int kind, const std::string& name) {
+  EXPECT_EQ(t.qdisc, kind);
+  EXPECT_EQ(t.download.qdisc, kind);
+  EXPECT_EQ(t.upload.qdisc, kind);
+  EXPECT_EQ(t.qdisc_str(), name);
+}
+
+TEST(SetQDisc, KnowsThreeKinds) {
+  const char* const names[] = {"pfifo", "sfq", "fq_codel"};
+  for (int kind = 1; kind <= 3; ++kind) {
+    TariffSettings t;
+    EXPECT_TRUE(t.setQDisc(names[kind - 1]));
+    expect_qdisc(t, kind, names[kind - 1]);
+  }
+}
+
+TEST(SetQDisc, TakesAnyOtherNameAsNone) {
+  for (const char* text : {"SFQ", "codel", "none", "", "Pfifo", "FQ_CODEL", "fq-codel", "fq_codel ",
+                           " sfq", "sfqq", "1", "htb"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t;
+    t.setQDisc("sfq");
+    EXPECT_TRUE(t.setQDisc(text));
+    expect_qdisc(t, 0, "none");
+  }
+}
+
+TEST(QdiscName, OfAnUnknownKindIsNone) {
+  for (const int kind : {4, 99, -1}) {
+    TariffSettings t;
+    t.qdisc = kind;
+    EXPECT_EQ(t.qdisc_str(), "none");
+  }
+}
+
+TEST(AddCIDR, StoresTheAddressInNetworkOrderAndTheWholeText) {
+  TariffSettings t;
+  EXPECT_TRUE(t.addCIDR("10.0.0.0/8"));
+  EXPECT_TRUE(t.addCIDR("192.168.1.10"));
+  EXPECT_THAT(t.addresses, ElementsAre(htonl(0x0a000000), htonl(0xc0a8010a)));
+  EXPECT_THAT(t.address_texts, ElementsAre("10.0.0.0/8", "192.168.1.10"));
+}
+
+TEST(AddCIDR, DoesNotLookAtThePrefixLength) {
+  for (const char* text : {"10.1.2.3/99", "10.1.2.3/", "10.1.2.3/abc", "10.1.2.3/24/7",
+                           "10.1.2.3/-1", "10.1.2.3//", "10.1.2.3/ 8", "10.1.2.3"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t;
+    EXPECT_TRUE(t.addCIDR(text));
+    EXPECT_THAT(t.addresses, ElementsAre(htonl(0x0a010203)));
+    EXPECT_THAT(t.address_texts, ElementsAre(text));
+  }
+}
+
+TEST(AddCIDR, TakesTheOutermostAddresses) {
+  TariffSettings t;
+  EXPECT_TRUE(t.addCIDR("0.0.0.0"));
+  EXPECT_TRUE(t.addCIDR("255.255.255.255"));
+  EXPECT_THAT(t.addresses, ElementsAre(0U, 0xffffffffU));
+}
+
+TEST(AddCIDR, RefusesWhatIsNoIPv4Address) {
+  for (const char* text :
+       {"::1", "2001:db8::1/64", "::ffff:10.0.0.1", "10.0.0", "10.0.0/8", "10.0.0.256",
+        "10.0.0.1.2", "10.0.0.", "", "/24", " 10.0.0.1", "10.0.0.1 ", "10.0.0.1 /24", "10.0.0.-1",
+        "0x7f.0.0.1", "host", "167772161", "10,0,0,1"}) {
+    SCOPED_TRACE(text);
+    TariffSettings t;
+    EXPECT_FALSE(t.addCIDR(text));
+    EXPECT_THAT(t.addresses, IsEmpty());
+    EXPECT_THAT(t.address_texts, IsEmpty());
+  }
+}
+
+TariffSettings full_tariff() {
+  TariffSettings t = tariff("a", 9);
+  t.addCIDR("10.0.0.1/32");
+  t.setAggregation("4");
+  t.setQDisc("sfq");
+  t.download.setSpeed("1000");
+  t.upload.burst_size = 1500;
+  return t;
+}
+
+TEST(TariffSettings, ClearTakesEverythingBack) {
+  TariffSettings t = full_tariff();
+  t.clear();
+  EXPECT_EQ(t.download.speed, -2);
+  EXPECT_EQ(t.upload.speed, -2);
+  EXPECT_EQ(t.download.aggregation, 1.0);
+  EXPECT_EQ(t.upload.aggregation, 1.0);
+  EXPECT_EQ(t.upload.burst_size, 0);
+  EXPECT_EQ(t.aggregation_text, "1");
+  EXPECT_EQ(t.name, "");
+  EXPECT_THAT(t.addresses, IsEmpty());
+  EXPECT_THAT(t.address_texts, IsEmpty());
+  expect_qdisc(t, 0, "none");
+  expect_id(t, 0);
+  EXPECT_TRUE(t.download.download());
+  EXPECT_FALSE(t.upload.download());
+}
+
+TEST(TariffSettings, AreEqualWhenOnlyThePrefixLengthDiffers) {
+  TariffSettings a = tariff("a", 4);
+  TariffSettings b = tariff("a", 4);
+  a.addCIDR("10.0.0.1/32");
+  b.addCIDR("10.0.0.1/24");
+  EXPECT_TRUE(a == b);
+}
+
+TEST(TariffSettings, DifferInEveryOtherField) {
+  const TariffSettings base = full_tariff();
+  using Change = void (*)(TariffSettings&);
+  const Change changes[] = {
+      [](TariffSettings& t) { t.id = 10; },
+      [](TariffSettings& t) { t.name = "b"; },
+      [](TariffSettings& t) { t.aggregation_text = "4.0"; },
+      [](TariffSettings& t) { t.addresses[0] = 1; },
+      [](TariffSettings& t) { t.addCIDR("10.0.0.2"); },
+      [](TariffSettings& t) { t.addresses.clear(); },
+      [](TariffSettings& t) { t.qdisc = 1; },
+      [](TariffSettings& t) { t.download.speed = 0; },
+      [](TariffSettings& t) { t.upload.burst_size = 0; },
+  };
+  int index = 0;
+  for (const Change change : changes) {
+    SCOPED_TRACE(index++);
+    TariffSettings other = base;
+    EXPECT_TRUE(base == other);
+    change(other);
+    EXPECT_FALSE(base == other);
+  }
+}
+
+TEST(TariffSettings, OrderOfAddressesCounts) {
+  TariffSettings a;
+  TariffSettings b;
+  a.addCIDR("10.0.0.1");
+  a.addCIDR("10.0.0.2");
+  b.addCIDR("10.0.0.2");
+  b.addCIDR("10.0.0.1");
+  EXPECT_FALSE(a == b);
+}
+
+}  // namespace
+}  // namespace quenby

@@ -1,0 +1,202 @@
+#include "shaper/tariff_change.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/tariffs.h"
+
+// Which changes can be made in place and what they come to. All rates in bytes per second.
+namespace quenby {
+namespace {
+
+using test::names;
+using test::set_of;
+
+constexpr std::int64_t kLink = 1'250'000;
+constexpr std::int64_t kUnset = -2;
+
+GlobalSet line(std::int64_t download, std::int64_t upload) {
+  GlobalSet set;
+  set.has_global = true;
+  set.global.wan = "eth1";
+  set.global.download.speed = download;
+  set.global.upload.speed = upload;
+  return set;
+}
+
+TariffSettings subscriber(const std::string& name, int id, std::int64_t speed,
+                          const std::string& address) {
+  TariffSettings tariff = test::tariff(name, id);
+  tariff.download.speed = speed;
+  tariff.upload.speed = speed;
+  tariff.addCIDR(address);
+  return tariff;
+}
+
+const TariffSettings kAmy = subscriber("amy", 4, 100'000, "10.0.0.1");
+const TariffSettings kBob = subscriber("bob", 5, 200'000, "10.0.0.2");
+const TariffSettings kZed = subscriber("zed", 6, 300'000, "10.0.0.3");
+
+TariffChange add_zed(const GlobalSet& g) {
+  return plan_change(g, set_of(kAmy, kBob), TariffSet(), set_of(kZed), kLink);
+}
+
+TEST(TariffChange, NewListIsTheOldOneWithoutTheRemovedAndWithTheAdded) {
+  TariffSettings faster = kBob;
+  faster.download.speed = 250'000;
+  const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob),
+                                          set_of(kBob), set_of(faster, kZed), kLink);
+  EXPECT_EQ(names(change.tariffs), (std::vector<std::string>{"amy", "bob", "zed"}));
+  EXPECT_EQ(change.tariffs.tariffs()[1].download.speed, 250'000);
+  EXPECT_FALSE(change.rebuild);
+}
+
+TEST(TariffChange, CreatedTariffsCarryTheRatesOfTheNewSet) {
+  TariffSettings empty_speed = kZed;
+  empty_speed.download.speed = -1;
+  TariffSettings too_fast = subscriber("fast", 7, 5'000'000, "10.0.0.4");
+  too_fast.download.aggregation = too_fast.upload.aggregation = 100.0;
+  const TariffChange change = plan_change(line(1'000'000, 900'000), set_of(kAmy), TariffSet(),
+                                          set_of(too_fast, empty_speed), kLink);
+  ASSERT_EQ(names(change.created), (std::vector<std::string>{"fast", "zed"}));
+  EXPECT_EQ(change.created.tariffs()[0].download.speed, 1'000'000);
+  EXPECT_EQ(change.created.tariffs()[0].upload.speed, 900'000);
+  EXPECT_EQ(change.created.tariffs()[1].download.speed, 1'000'000);
+  EXPECT_EQ(change.created.tariffs()[1].download.rateBps(), 0);
+  // The list itself stays as configured.
+  EXPECT_EQ(change.tariffs.tariffs()[2].download.speed, -1);
+}
+
+TEST(TariffChange, RecordsAreFoundByNumberWhateverTheOrderOfNames) {
+  const TariffSettings first_name = subscriber("aaa", 90, 10'000, "10.0.0.9");
+  const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob, kZed),
+                                          TariffSet(), set_of(first_name), kLink);
+  ASSERT_EQ(names(change.created), std::vector<std::string>{"aaa"});
+  EXPECT_EQ(change.created.tariffs()[0].id, 90);
+}
+
+TEST(TariffChange, LargestBurstIsThatOfTheWholeNewSet) {
+  TariffSettings bursty = kAmy;
+  bursty.download.burst_size = 400'000;
+  const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(bursty, kBob),
+                                          TariffSet(), set_of(kZed), kLink);
+  EXPECT_EQ(change.after.global.download.burst, 400'000);
+  EXPECT_EQ(change.after.global.upload.burst, 0);
+}
+
+TEST(TariffChange, UnsetDirectionGrowsWithTheTariffs) {
+  const TariffChange change = add_zed(line(1'000'000, kUnset));
+  EXPECT_EQ(change.before.global.upload.speed, 300'000);
+  EXPECT_EQ(change.after.global.upload.speed, 600'000);
+  EXPECT_FALSE(change.rebuild);
+}
+
+TEST(TariffChange, IsMadeInPlaceWhereTheGuaranteesFit) {
+  // 100,000 + 200,000 + 300,000 of 600,000.
+  EXPECT_FALSE(add_zed(line(600'000, 600'000)).rebuild);
+}
+
+TEST(TariffChange, RebuildsWhenTheNewSetIsOversubscribed) {
+  EXPECT_TRUE(add_zed(line(599'999, 600'000)).rebuild);
+  EXPECT_TRUE(add_zed(line(600'000, 599'999)).rebuild);
+}
+
+TEST(TariffChange, RebuildsWhenTheRunningSetIsOversubscribed) {
+  const TariffChange change =
+      plan_change(line(250'000, 1'000'000), set_of(kAmy, kBob), set_of(kBob), TariffSet(), kLink);
+  EXPECT_TRUE(change.rebuild);
+}
+
+TEST(TariffChange, RebuildsWithoutAnyGlobalSpeed) {
+  EXPECT_TRUE(add_zed(line(kUnset, kUnset)).rebuild);
+}
+
+TEST(TariffChange, RebuildsForTheFirstTariff) {
+  const TariffChange change =
+      plan_change(line(1'000'000, 1'000'000), TariffSet(), TariffSet(), set_of(kZed), kLink);
+  EXPECT_TRUE(change.rebuild);
+}
+
+TEST(TariffChange, RebuildsWhenADirectionBecomesShapedOrUnshaped) {
+  TariffSettings download_only = kAmy;
+  download_only.upload.speed = kUnset;
+  const GlobalSet g = line(1'000'000, kUnset);
+  EXPECT_TRUE(plan_change(g, set_of(download_only), TariffSet(), set_of(kBob), kLink).rebuild);
+  EXPECT_TRUE(
+      plan_change(g, set_of(download_only, kBob), set_of(kBob), TariffSet(), kLink).rebuild);
+}
+
+TEST(TariffChange, RebuildsABlockedDirectionOfTheImqDevice) {
+  TariffSettings no_guarantee = kZed;
+  no_guarantee.upload.speed = -1;
+  TariffSettings running = kAmy;
+  running.upload.speed = -1;
+  GlobalSet g = line(1'000'000, 0);
+  EXPECT_FALSE(plan_change(g, set_of(running), TariffSet(), set_of(no_guarantee), kLink).rebuild);
+  g.global.wan.clear();
+  EXPECT_TRUE(plan_change(g, set_of(running), TariffSet(), set_of(no_guarantee), kLink).rebuild);
+}
+
+TEST(TariffChange, RebuildsWhenAChangedTariffSharesAnAddress) {
+  const GlobalSet g = line(1'000'000, 1'000'000);
+  const TariffSettings twin = subscriber("twin", 7, 10'000, "10.0.0.1");
+  EXPECT_TRUE(plan_change(g, set_of(kAmy, kBob), TariffSet(), set_of(twin), kLink).rebuild);
+  EXPECT_TRUE(plan_change(g, set_of(kAmy, twin), set_of(twin), TariffSet(), kLink).rebuild);
+  // Two other tariffs that share one are none of this change's business.
+  EXPECT_FALSE(plan_change(g, set_of(kAmy, kBob, twin), set_of(kBob), TariffSet(), kLink).rebuild);
+}
+
+TEST(TariffChange, AddressThatMovesToAnotherTariffIsNotShared) {
+  const GlobalSet g = line(1'000'000, 1'000'000);
+  const TariffSettings heir = subscriber("heir", 7, 10'000, "10.0.0.2");
+  EXPECT_FALSE(plan_change(g, set_of(kAmy, kBob), set_of(kBob), set_of(heir), kLink).rebuild);
+}
+
+TEST(TariffChange, OfNothingChangesNothing) {
+  const TariffChange change =
+      plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob), TariffSet(), TariffSet(), kLink);
+  EXPECT_FALSE(change.rebuild);
+  EXPECT_TRUE(change.created.empty());
+  EXPECT_EQ(names(change.tariffs), (std::vector<std::string>{"amy", "bob"}));
+  EXPECT_EQ(change.before.global, change.after.global);
+}
+
+TEST(TariffChange, RemovingEveryTariffLeavesAnEmptyList) {
+  const TariffChange change =
+      plan_change(line(1'000'000, kUnset), set_of(kAmy), set_of(kAmy), TariffSet(), kLink);
+  EXPECT_TRUE(change.tariffs.empty());
+  EXPECT_EQ(change.before.global.upload.speed, 100'000);
+  EXPECT_EQ(change.after.global.upload.speed, kUnset);
+}
+
+struct FilterCase {
+  const char* what;
+  bool added, removed;
+  std::int64_t configured, previous, next;
+  bool needed, redirect;
+};
+
+TEST(FilterUpdate, IsDecidedByTheSpeedsBeforeAndAfter) {
+  const FilterCase cases[] = {
+      {"added, below before, nothing removed", true, false, 10, 20, 5, false, false},
+      {"changed, below before, not below now", true, true, 10, 20, 10, true, false},
+      {"changed, below before and now", true, true, 10, 20, 11, false, false},
+      {"added, as before, below now, below the link", true, false, 10, 10, 11, true, true},
+      {"added, as before, not below now", true, false, 10, 10, 10, false, false},
+      {"added, below now, equal to the link", true, false, 100, 10, 101, true, false},
+      {"removed, below before, not below now", false, true, 10, 20, 10, true, false},
+      {"removed, below before and now", false, true, 10, 20, 11, false, false},
+      {"removed, as before", false, true, 10, 10, 11, false, false},
+      {"nothing", false, false, 10, 20, 5, false, false},
+      {"unset, grows", true, false, kUnset, kUnset, 10, true, true},
+  };
+  for (const FilterCase& c : cases) {
+    SCOPED_TRACE(c.what);
+    const FilterUpdate update =
+        filter_update(c.added, c.removed, c.configured, c.previous, c.next, 100);
+    EXPECT_EQ(update.needed, c.needed);
+    EXPECT_EQ(update.redirect, c.redirect);
+  }
+}
+
+}  // namespace
+}  // namespace quenby

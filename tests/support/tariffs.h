@@ -1,0 +1,37 @@
+#pragma once
+
+#include <string>
+
+#include "model/tariff_set.h"
+
+namespace quenby::test {
+
+/// A tariff with a name and, unless it is 0, a class number.
+inline TariffSettings tariff(const std::string& name, int id = 0) {
+  TariffSettings t;
+  t.name = name;
+  if (id != 0) t.setID(id);
+  return t;
+}
+
+/// A tariff file's contents, in the order given.
+template <typename Set = TariffSet, typename... T>
+Set set_of(const T&... tariffs) {
+  Set set;
+  (set.addTariff(tariffs), ...);
+  return set;
+}
+
+inline std::vector<std::string> names(const TariffConfigBase& set) {
+  std::vector<std::string> result;
+  for (const TariffSettings& t : set.tariffs()) result.push_back(t.name);
+  return result;
+}
+
+inline std::vector<int> ids(const TariffConfigBase& set) {
+  std::vector<int> result;
+  for (const TariffSettings& t : set.tariffs()) result.push_back(t.id);
+  return result;
+}
+
+}  // namespace quenby::test

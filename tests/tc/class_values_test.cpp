@@ -1,0 +1,134 @@
+#include <gtest/gtest.h>
+#include <limits>
+
+#include "tc/htb_class.h"
+
+// What an HTB class is made with.
+namespace quenby {
+namespace {
+
+constexpr int kMicroseconds = 1'000'000;
+constexpr int kNanoseconds = 1'000'000'000;
+constexpr std::int64_t kTwo32 = 4'294'967'296;
+
+TEST(ClassBurst, Is240MillisecondsOfTraffic) {
+  // max(1.25 + 1600, 1,250,000 / 25 * 6)
+  EXPECT_EQ(class_burst(1'250'000, kMicroseconds), 300'000);
+  EXPECT_EQ(class_burst(1'250'000, kNanoseconds), 300'000);
+  EXPECT_EQ(class_burst(125'000'000, kNanoseconds), 30'000'000);
+}
+
+TEST(ClassBurst, IsAtLeast1600BytesAndATick) {
+  EXPECT_EQ(class_burst(0, kMicroseconds), 1600);
+  // 1000 / 25 * 6 = 240
+  EXPECT_EQ(class_burst(1000, kMicroseconds), 1600);
+  // At 100 ticks a second: 5000 / 100 + 1600, against 1200.
+  EXPECT_EQ(class_burst(5000, 100), 1650);
+  EXPECT_EQ(class_burst(1000, 1), 2600);
+}
+
+TEST(ClassBurst, ChangesItsRuleWhere240MillisecondsReach1600Bytes) {
+  // 6666 / 25 * 6 = 1599.84, 6671 / 25 * 6 = 1601.04
+  EXPECT_EQ(class_burst(6666, kNanoseconds), 1600);
+  EXPECT_EQ(class_burst(6671, kNanoseconds), 1601);
+}
+
+TEST(ClassBurst, TruncatesEachTermByItself) {
+  // 150 / 100 + 1600 = 1601.5
+  EXPECT_EQ(class_burst(150, 100), 1601);
+  // 10,003 / 25 * 6 = 2400.72
+  EXPECT_EQ(class_burst(10'003, kNanoseconds), 2400);
+}
+
+TEST(ClassBurst, SaturatesAt2147483647) {
+  // 10^10 / 25 * 6 = 2.4 * 10^9
+  EXPECT_EQ(class_burst(1e10, kNanoseconds), 2'147'483'647);
+  // 4,294,967,295 / 1 + 1600
+  EXPECT_EQ(class_burst(4'294'967'295.0, 1), 2'147'483'647);
+  EXPECT_EQ(class_burst(1e300, kNanoseconds), 2'147'483'647);
+  EXPECT_EQ(class_burst(std::numeric_limits<double>::infinity(), kNanoseconds), 2'147'483'647);
+}
+
+TEST(ClassValues, HandleAndParentAreUnderTheHtbQdisc) {
+  const HtbClass root = htb_class(1, 0, 1000, 1000, 0, kNanoseconds);
+  EXPECT_EQ(root.handle, 0x80000001U);
+  EXPECT_EQ(root.parent, 0x80000000U);
+  const HtbClass upload = htb_class(0x8005, 0x8001, 1000, 1000, 0, kNanoseconds);
+  EXPECT_EQ(upload.handle, 0x80008005U);
+  EXPECT_EQ(upload.parent, 0x80008001U);
+}
+
+TEST(ClassValues, OfAnOrdinaryTariff) {
+  // 10 Mbit/s ceiling, a quarter of it guaranteed: 312,500 / 25 * 6 = 75,000.
+  const HtbClass values = htb_class(5, 1, 1'250'000, 312'500, 0, kMicroseconds);
+  EXPECT_EQ(values.ceil, 1'250'000U);
+  EXPECT_EQ(values.cburst, 300'000U);
+  EXPECT_EQ(values.rate, 312'500U);
+  EXPECT_EQ(values.burst, 75'000U);
+}
+
+TEST(ClassValues, ACeilingBelow9Becomes8WithABurstOf8) {
+  for (const std::int64_t ceil : {0, 1, 5, 8, -1, -2, -1'000'000}) {
+    SCOPED_TRACE(ceil);
+    const HtbClass values = htb_class(5, 1, ceil, 1000, 0, kMicroseconds);
+    EXPECT_EQ(values.ceil, 8U);
+    EXPECT_EQ(values.cburst, 8U);
+    EXPECT_EQ(values.rate, 1000U);
+    EXPECT_EQ(values.burst, 1600U);
+  }
+}
+
+TEST(ClassValues, ARateBelow9Becomes8WithABurstOf8) {
+  for (const std::int64_t rate : {0, 1, 5, 8, -1, -2, -1'000'000}) {
+    SCOPED_TRACE(rate);
+    const HtbClass values = htb_class(2, 1, 1000, rate, 0, kMicroseconds);
+    EXPECT_EQ(values.rate, 8U);
+    EXPECT_EQ(values.burst, 8U);
+    EXPECT_EQ(values.ceil, 1000U);
+    EXPECT_EQ(values.cburst, 1600U);
+  }
+}
+
+TEST(ClassValues, ARateBelow9OverridesTheGivenBurst) {
+  EXPECT_EQ(htb_class(5, 1, 1000, 0, 5000, kMicroseconds).burst, 8U);
+}
+
+TEST(ClassValues, ARateOrCeilingOf9IsKept) {
+  const HtbClass values = htb_class(5, 1, 9, 9, 0, kMicroseconds);
+  EXPECT_EQ(values.ceil, 9U);
+  EXPECT_EQ(values.cburst, 1600U);
+  EXPECT_EQ(values.rate, 9U);
+  EXPECT_EQ(values.burst, 1600U);
+}
+
+TEST(ClassValues, AGivenBurstIsUsedAsItStands) {
+  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).burst, 5000U);
+  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 1, kMicroseconds).burst, 1U);
+  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, -1, kMicroseconds).burst, 4'294'967'295U);
+  // The ceiling's burst is always computed.
+  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).cburst, 300'000U);
+}
+
+TEST(ClassValues, OnlyTheLow32BitsCount) {
+  const HtbClass values = htb_class(5, 1, kTwo32 + 1'250'000, kTwo32 + 1000, kTwo32 + 7, 1'000'000);
+  EXPECT_EQ(values.ceil, 1'250'000U);
+  EXPECT_EQ(values.cburst, 300'000U);
+  EXPECT_EQ(values.rate, 1000U);
+  EXPECT_EQ(values.burst, 7U);
+  const HtbClass tiny = htb_class(5, 1, kTwo32 + 5, kTwo32, 0, kMicroseconds);
+  EXPECT_EQ(tiny.ceil, 8U);
+  EXPECT_EQ(tiny.cburst, 8U);
+  EXPECT_EQ(tiny.rate, 8U);
+  EXPECT_EQ(tiny.burst, 8U);
+}
+
+TEST(ClassValues, TenGigabitFit) {
+  const HtbClass values = htb_class(1, 0, 1'250'000'000, 1'250'000'000, 0, kNanoseconds);
+  EXPECT_EQ(values.ceil, 1'250'000'000U);
+  EXPECT_EQ(values.cburst, 300'000'000U);
+  EXPECT_EQ(values.rate, 1'250'000'000U);
+  EXPECT_EQ(values.burst, 300'000'000U);
+}
+
+}  // namespace
+}  // namespace quenby

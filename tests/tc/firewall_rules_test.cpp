@@ -1,0 +1,152 @@
+#include "tc/firewall_rules.h"
+
+#include <gtest/gtest.h>
+
+namespace quenby {
+namespace {
+
+// The mark of class number 3, which packets of no tariff get.
+constexpr std::uint32_t kDefaultMark = 0x80000003;
+
+GlobalSet line(const char* wan, std::int64_t download, std::int64_t upload) {
+  GlobalSet set;
+  set.global.wan = wan;
+  set.global.download.speed = download;
+  set.global.upload.speed = upload;
+  return set;
+}
+
+GlobalSet with_default(GlobalSet set, std::int64_t download, std::int64_t upload) {
+  set.has_default = true;
+  set.defaults.download.speed = download;
+  set.defaults.upload.speed = upload;
+  return set;
+}
+
+const std::string kMarkingOnEth1 =
+    "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK ! -o eth1 -j RETURN;"
+    "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -m addrtype --src-type=LOCAL -j RETURN;"
+    "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j CONNMARK --restore-mark"
+    " --nfmask 0x80003fff --ctmask 0x80003fff"
+    ";sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -m mark ! --mark 0/0x80003fff -j RETURN;"
+    "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j MARK --set-xmark 0x80000003/0x80003fff"
+    ";sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j SET --map-set kavo_opt_shaper src"
+    " --map-mark;"
+    "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j CONNMARK --save-mark"
+    " --nfmask 0x80003fff --ctmask 0x80003fff";
+
+TEST(CleanRules, EmptyTheMarkingChainsAndTakeTheJumpsOut) {
+  EXPECT_EQ(clean_rules(),
+            "sudo iptables -t mangle -F KAVO_QOS_FW_OUT_HOOK;"
+            "sudo iptables -t mangle -F KAVO_QOS_FW_IN_HOOK;"
+            "sudo iptables -t filter -D OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1;"
+            "sudo iptables -t filter -D OSTREA_FW_IN_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1"
+            " || true");
+}
+
+TEST(EgressRules, OfABlockedLineAreTwoFilterCommands) {
+  const std::string expected =
+      "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
+      "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j DROP";
+  EXPECT_EQ(egress_rules(line("eth1", -2, 0), kDefaultMark), expected);
+  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, 0), 0, 0), kDefaultMark), expected);
+}
+
+TEST(EgressRules, MarkForwardedPackets) {
+  for (const std::int64_t upload : {-2, -1, 1, 125'000'000})
+    EXPECT_EQ(egress_rules(line("eth1", 0, upload), kDefaultMark), kMarkingOnEth1) << upload;
+}
+
+TEST(EgressRules, OfAnUnsetLineDropTheBlockedDefaultFirst) {
+  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), -2, 0), kDefaultMark),
+            "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
+            "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j CONNMARK --restore-mark"
+            " --nfmask 0x80003fff --ctmask 0x80003fff"
+            ";sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -m mark --mark"
+            " 0x80000003/0x80003fff -j DROP;" +
+                kMarkingOnEth1);
+}
+
+TEST(EgressRules, DropNoDefaultThatIsNotBlocked) {
+  GlobalSet unread = with_default(line("eth1", -2, -2), 0, 0);
+  unread.has_default = false;
+  EXPECT_EQ(egress_rules(unread, kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), 0, 125), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), 0, -2), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, 125), 0, 0), kDefaultMark), kMarkingOnEth1);
+}
+
+TEST(EgressRules, QuoteAStrangeDeviceName) {
+  EXPECT_EQ(egress_rules(line("a b", -2, 0), kDefaultMark),
+            "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
+            "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o 'a b' -j DROP");
+}
+
+const char* const kAccept = "sudo iptables -t raw -R QOS_CONNTRACK 1 -j ACCEPT";
+const char* const kReturn = "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
+
+TEST(IngressRules, OfABlockedLineDropEverythingAndTrackAsBefore) {
+  const std::string expected =
+      "sudo iptables -t filter -I OSTREA_FW_IN_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
+      "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j DROP;"
+      "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
+  for (const bool wan_found : {true, false}) {
+    EXPECT_EQ(ingress_rules(line("eth1", 0, -2), kDefaultMark, wan_found), expected);
+    EXPECT_EQ(ingress_rules(with_default(line("eth1", 0, -2), 0, 0), kDefaultMark, wan_found),
+              expected);
+  }
+}
+
+TEST(IngressRules, OfAnUnsetLineDropTheBlockedDefault) {
+  for (const bool wan_found : {true, false}) {
+    EXPECT_EQ(ingress_rules(with_default(line("eth1", -2, 125), 0, -2), kDefaultMark, wan_found),
+              "sudo iptables -t filter -I OSTREA_FW_IN_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
+              "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j CONNMARK --restore-mark"
+              " --nfmask 0x80003fff --ctmask 0x80003fff"
+              ";sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -m mark --mark"
+              " 0x80000003/0x80003fff -j DROP;"
+              "sudo iptables -t raw -R QOS_CONNTRACK 1 -j ACCEPT");
+  }
+}
+
+TEST(IngressRules, TrackConnectionsWhereTheWanDeviceExists) {
+  EXPECT_EQ(ingress_rules(line("eth1", 125, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(ingress_rules(line("eth1", -2, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(ingress_rules(line("eth1", 125, 0), kDefaultMark, false), kReturn);
+  EXPECT_EQ(ingress_rules(with_default(line("eth1", 125, 0), 0, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(ingress_rules(with_default(line("eth1", -2, 0), 125, 0), kDefaultMark, false), kReturn);
+}
+
+TEST(ImqRules, SendForwardedPacketsThroughTheDevice) {
+  EXPECT_EQ(imq_egress_rules(),
+            "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -m addrtype --src-type=LOCAL"
+            " -j RETURN;"
+            "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j IMQ --todev 0;"
+            "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN");
+  EXPECT_EQ(imq_ingress_rules("eth1"),
+            "sudo iptables -t mangle -A KAVO_QOS_FW_IN_HOOK -i eth1 -j IMQ --todev 0");
+}
+
+TEST(AppendCommands, SeparatesListsWithASemicolon) {
+  std::string list;
+  append_commands(list, "a");
+  EXPECT_EQ(list, "a");
+  append_commands(list, "b;c");
+  EXPECT_EQ(list, "a;b;c");
+  append_commands(list, "");
+  EXPECT_EQ(list, "a;b;c");
+}
+
+TEST(DefaultBlocked, WantsAnUnsetLineAndADefaultOfZero) {
+  const GlobalSet blocked = with_default(line("eth1", -2, -2), 0, 125);
+  EXPECT_TRUE(default_blocked(blocked, true));
+  EXPECT_FALSE(default_blocked(blocked, false));
+  for (const std::int64_t download : {-1, 0, 125})
+    EXPECT_FALSE(default_blocked(with_default(line("eth1", download, -2), 0, 125), true))
+        << download;
+  for (const std::int64_t def : {-2, -1, 1})
+    EXPECT_FALSE(default_blocked(with_default(line("eth1", -2, -2), def, 0), true)) << def;
+}
+
+}  // namespace
+}  // namespace quenby
