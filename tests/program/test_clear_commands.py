@@ -129,7 +129,7 @@ class Effects(q.ProgramTest):
         self.succeeds("--stop", "--load")
         after = q.kernel_state()
         # The new ifb device has another index and link number.
-        before.pop("links"), after.pop("links")
+        del before["links"], after["links"]
         self.assertEqual(after, before)
 
     def test_statistics_after_a_clear_print_nothing(self):
@@ -138,12 +138,12 @@ class Effects(q.ProgramTest):
 
 
 class RealFirewall(q.ProgramTest):
-    """With the reference firewall script, iptables and the system's own sudo."""
-
-    SUDO = "/usr/bin/sudo"
+    """With the reference firewall script, iptables and the system's own sudo, and without a
+    hardware tool: a generic router."""
 
     def setUp(self):
         super().setUp()
+        q.HARDWARE_TOOL.unlink()
         q.command("lab/network.sh", "platform")
         self.platform("start")
         self.addCleanup(self.platform, "stop")

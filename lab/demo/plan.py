@@ -1,0 +1,83 @@
+"""What the demo measures: subscribers, read from the example files."""
+
+from dataclasses import dataclass, replace
+
+DEFAULT_SECTION = "defaultqosipqueue"
+DEFAULT_CLASS = 3
+DIRECTIONS = ("download", "upload")
+
+
+@dataclass(frozen=True)
+class Subscriber:
+    """Addresses that share one class, and that class's ceilings in kbit/s."""
+
+    name: str
+    class_number: int
+    addresses: tuple
+    download: int
+    upload: int
+    queue: str
+
+    def speed(self, direction):
+        return getattr(self, direction)
+
+
+def read_sections(path):
+    """The sections of an INI file by name, each a list of (key, value)."""
+    sections = {}
+    with open(path, encoding="utf-8") as file:
+        for line in map(str.strip, file):
+            if line.startswith("["):
+                current = sections.setdefault(line[1:line.index("]")].strip(), [])
+            elif line:
+                key, value = line.split("=", 1)
+                current.append((key.strip().lower(), value.strip()))
+    return sections
+
+
+def _subscriber(name, keys):
+    values = dict(keys)
+    return Subscriber(
+        name=name,
+        class_number=int(values.get("id", 0)),
+        addresses=tuple(value.split("/")[0] for key, value in keys if key == "ip"),
+        download=int(values["download_speed"]),
+        upload=int(values["upload_speed"]),
+        queue=values.get("queuing_discipline", "none"),
+    )
+
+
+def read_tariffs(path):
+    """The subscribers of a tariff file by name."""
+    return {name: _subscriber(name, keys) for name, keys in read_sections(path).items()}
+
+
+def class_numbers(path):
+    """The class number of each tariff of a stored file by name."""
+    return {name: tariff.class_number for name, tariff in read_tariffs(path).items()}
+
+
+def default_subscriber(path, name, address):
+    """A subscriber without a tariff, who shares the default tariff's class."""
+    default = _subscriber(name, read_sections(path)[DEFAULT_SECTION])
+    return replace(default, class_number=DEFAULT_CLASS, addresses=(address,), queue="fq_codel")
+
+
+def groups(subscribers, direction, limit):
+    """Splits subscribers into groups to be measured at once: no two of a group
+    share a class, and their speeds stay within limit (kbit/s) together."""
+    result = []
+    for subscriber in subscribers:
+        for group in result:
+            if _fits(group, subscriber, direction, limit):
+                group.append(subscriber)
+                break
+        else:
+            result.append([subscriber])
+    return result
+
+
+def _fits(group, subscriber, direction, limit):
+    total = sum(member.speed(direction) for member in group)
+    shared = any(member.class_number == subscriber.class_number for member in group)
+    return not shared and total + subscriber.speed(direction) <= limit
