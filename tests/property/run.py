@@ -85,7 +85,7 @@ class Run:
         self._check_result(step, status, output, errors)
         self._check_files(step, before)
         self._check_state(step)
-        self._counts[step.options[0] + (" refused" if step.fails else "")] += 1
+        self._counts[step.command + (" refused" if step.fails else "")] += 1
         self._counts[step.outcome.value] += 1
 
     def _check_result(self, step, status, output, errors):

@@ -31,6 +31,10 @@ class Step:
     file: str = None
     fails: bool = False
 
+    @property
+    def command(self):
+        return self.options[-1] if self.options[0] == "--if-name" else self.options[0]
+
     def __str__(self):
         text = "quenby " + " ".join(repr(o) if " " in o else o for o in self.options)
         return text if self.file is None else f"{text} FILE, with the FILE\n{self.file}"
