@@ -1,0 +1,192 @@
+#!/usr/bin/env python3
+"""Random sequences of all commands on one router. After each step its state is compared with what
+the files, loaded on a clean machine, make of a twin.
+
+Call: scripts/lab tests/property/run.py [--seed N | --seeds A-B] [--steps M] [--verbose] PROGRAM
+"""
+
+import argparse
+import collections
+import os
+import pathlib
+import re
+import sys
+import time
+
+from configs import section_names
+from machine import Machine
+from sequence import Device, Outcome, Sequence, Stored
+
+from router_state import differences
+
+FILE = pathlib.Path("/run/property.ini")
+MAX_SHOWN = 60
+
+# A line of --stat: the class's tariff and six counters.
+STATISTICS = re.compile(r"(?:(?:download|upload) )?(.+?)(?:,\d+){6}")
+OTHER_CLASSES = {"root", "system", "defaultQoSIPQueue"}
+
+
+class Difference(Exception):
+    pass
+
+
+def expect(condition, text):
+    if not condition:
+        raise Difference(text)
+
+
+def _enabled(settings):
+    """The same global settings with shaping enabled."""
+    return (settings or "[global]\nenabled=true\n").replace("enabled=false", "enabled=true")
+
+
+def _listed(text):
+    return "\n".join(f"    {line}" for line in (text or "(no such file)").splitlines())
+
+
+class Run:
+    """One sequence."""
+
+    def __init__(self, machine, seed, counts):
+        self._machine = machine
+        self._sequence = Sequence(seed)
+        self._counts = counts
+        self._files = (None, None)
+        self._state = machine.bare
+        # Whether the kernel holds what the files say.
+        self._agrees = True
+
+    def step(self):
+        """Makes one step; gives its text and the check of it."""
+        step = self._sequence.next(Stored(*self._files))
+        if isinstance(step, Device):
+            return step, lambda: self._happen(step)
+        return step, lambda: self._check(step)
+
+    @property
+    def files(self):
+        return self._files
+
+    def _happen(self, event):
+        self._machine.set_device(event.name, event.up)
+        self._state = self._machine.state()
+        self._agrees = False
+        self._counts["a device appears or vanishes"] += 1
+
+    def _check(self, step):
+        before = self._files
+        options = step.options
+        if step.file is not None:
+            FILE.write_text(step.file, encoding="ascii")
+            options = (*options, str(FILE))
+        status, output, errors = self._machine.run(*options)
+        self._files = self._machine.files()
+        self._check_result(step, status, output, errors)
+        self._check_files(step, before)
+        self._check_state(step)
+        self._counts[step.command + (" refused" if step.fails else "")] += 1
+        self._counts[step.outcome.value] += 1
+
+    def _check_result(self, step, status, output, errors):
+        expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors}")
+        expect(errors.startswith("Error: ") or not step.fails, f"no message: {errors!r}")
+        if step.options == ("--stat",):
+            self._check_statistics(output)
+        else:
+            expect(not output, f"output {output!r}")
+
+    def _check_statistics(self, output):
+        known = OTHER_CLASSES | set(section_names(self._files[1])) if self._agrees else None
+        for line in output.splitlines():
+            match = STATISTICS.fullmatch(line)
+            expect(match, f"not a line of statistics: {line!r}")
+            expect(known is None or match[1] in known, f"an unknown tariff: {line!r}")
+
+    def _check_files(self, step, before):
+        if step.names is None:
+            expect(self._files == before, "the files changed")
+            return
+        names = section_names(self._files[1])
+        expect(set(names) == step.names and len(names) == len(step.names),
+               f"the tariff file should hold {sorted(step.names)}, not {names}")
+        expect(self._files[1] is None or names, "an empty tariff file was left")
+
+    def _wanted(self, step):
+        if step.outcome is Outcome.UNTOUCHED:
+            return self._state
+        if step.outcome is Outcome.BARE:
+            return self._machine.bare
+        enable = step.outcome is Outcome.LOADED_ENABLED
+        return self._machine.twin(_enabled(self._files[0]) if enable else self._files[0])
+
+    def _check_state(self, step):
+        wanted, found = self._wanted(step), self._machine.state()
+        self._state = found
+        lines = differences(wanted, found)
+        shown = lines[:MAX_SHOWN] + [f"... {len(lines)} lines"] * (len(lines) > MAX_SHOWN)
+        if step.outcome is not Outcome.UNTOUCHED:
+            self._agrees = True
+        elif step.names is not None:
+            self._agrees = False
+        expect(not lines, f"the kernel should hold {step.outcome.value}:\n" + "\n".join(shown))
+
+
+def report(arguments, seed, number, step, before, run, failure):
+    print(f"\nFAILED: seed {seed}, step {number}: {step}\n{failure}")
+    for title, files in (("before", before), ("after", run.files)):
+        for name, text in zip(("tc_global.ini", "tc_tariff.ini"), files):
+            print(f"  {name} {title}:\n{_listed(text)}")
+    program = os.path.relpath(arguments.program)
+    print(f"Replay: scripts/lab tests/property/run.py --seed {seed} --steps {number} --verbose "
+          f"{program}\n")
+
+
+def play(machine, seed, arguments, counts):
+    """True when every step of the sequence ended as it must."""
+    machine.reset()
+    run, start = Run(machine, seed, counts), time.monotonic()
+    for number in range(1, arguments.steps + 1):
+        before = run.files
+        step, check = run.step()
+        if arguments.verbose:
+            print(f"seed {seed}, step {number}: {step}", flush=True)
+        try:
+            check()
+        except (Difference, AssertionError) as failure:
+            report(arguments, seed, number, step, before, run, failure)
+            return False
+    print(f"seed {seed}: {arguments.steps} steps, {time.monotonic() - start:.0f} s", flush=True)
+    return True
+
+
+def seed_range(text):
+    first, _, last = text.partition("-")
+    return range(int(first), int(last or first) + 1)
+
+
+def parse_arguments():
+    parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
+    parser.add_argument("--seed", "--seeds", dest="seeds", type=seed_range,
+                        default=range(1, 17))
+    parser.add_argument("--steps", type=int, default=20)
+    parser.add_argument("--verbose", action="store_true", help="print each step")
+    parser.add_argument("program")
+    return parser.parse_args()
+
+
+def main():
+    arguments = parse_arguments()
+    if not os.environ.get("QUENBY_IN_LAB"):
+        sys.exit("Error: only inside the lab: scripts/lab tests/property/run.py PROGRAM")
+    machine = Machine(str(pathlib.Path(arguments.program).resolve()))
+    counts = collections.Counter()
+    failed = [seed for seed in arguments.seeds if not play(machine, seed, arguments, counts)]
+    for name, count in sorted(counts.items()):
+        print(f"{count:5} {name}")
+    if failed:
+        sys.exit(f"FAILED seeds: {failed}")
+
+
+if __name__ == "__main__":
+    main()
