@@ -62,7 +62,8 @@ _guest_share_fill() {
 # Sets qemu_command. Every path of the machine is visible read-only under the
 # mount tag "host"; device numbers of several file systems are told apart by
 # multidevs=remap. security_model=none: files in the writable shares belong to
-# whoever runs QEMU.
+# whoever runs QEMU. no_timer_check: on a busy machine the kernel's test of its
+# emulated timer can miss every tick and stop the boot.
 _guest_command() {
   local accelerator=(-accel 'tcg,thread=multi' -cpu max)
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
@@ -70,7 +71,7 @@ _guest_command() {
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
     "${accelerator[@]}" -smp "$LAB_CPUS" -m "$LAB_MEMORY"
     -kernel "$LAB_VMLINUZ" -initrd "$LAB_INITRAMFS"
-    -append "console=ttyS0 quiet panic=-1 rcupdate.rcu_cpu_stall_suppress=1 nowatchdog"
+    -append "console=ttyS0 quiet no_timer_check panic=-1 rcupdate.rcu_cpu_stall_suppress=1 nowatchdog"
     -serial "file:$(_comma "$_guest_share/console")"
     -device virtio-rng-pci
     -virtfs "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"
