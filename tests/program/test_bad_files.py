@@ -43,6 +43,8 @@ WRONG_GLOBAL = {
 
 WRONG_TARIFF = {
     "no identifier": "[gold]\nip=10.0.0.1\n[silver]\nid=5\n",
+    "no identifier in the last section": "[gold]\nid=4\n[silver]\nip=10.0.0.1\n",
+    "no identifier in the only section": "[gold]\nip=10.0.0.1\n",
     "identifier 0": "[gold]\nid=0\n",
     "identifier 16000": "[gold]\nid=16000\n",
     "a negative identifier": "[gold]\nid=-3\n",
