@@ -6,7 +6,6 @@ Call: python3 lab/demo QUENBY [JSON-FILE]      in the top folder of the tree
 
 import json
 import os
-import shutil
 import subprocess
 import sys
 from dataclasses import asdict, replace
@@ -36,11 +35,11 @@ class Demo:
         self.quenby = quenby
         self.problems = []
         self.record = {"tables": []}
-        self.tariffs = read_tariffs(f"{EXAMPLES}/tc_tariff.ini")
+        self.tariffs = read_tariffs(f"{EXAMPLES}/tc_tariff.ini.example")
         self.changed = read_tariffs(CHANGED_FILE)
         self.added = read_tariffs(ADDED_FILE)
         self.without = default_subscriber(
-            f"{EXAMPLES}/tc_global.ini", "(no tariff)", FREE_ADDRESS)
+            f"{EXAMPLES}/tc_global.ini.example", "(no tariff)", FREE_ADDRESS)
 
     def command(self, *options):
         """Runs the program and shows how."""
@@ -62,7 +61,7 @@ class Demo:
         say("Loading the examples")
         os.makedirs(CONFIG, exist_ok=True)
         for name in ("tc_global.ini", "tc_tariff.ini"):
-            shutil.copy(f"{EXAMPLES}/{name}", CONFIG)
+            install_example(name)
         say(f"  $ {FIREWALL} start opt-qos")
         run(FIREWALL, "start", "opt-qos")
         self.command("--load")
@@ -130,6 +129,13 @@ class Demo:
         self.edit()
         self.measure("Measuring again", self.after_edits())
         self.statistics()
+
+
+def install_example(name):
+    """Puts an example into place as its own text says: without its comments."""
+    with open(f"{EXAMPLES}/{name}.example", encoding="utf-8") as source, \
+            open(f"{CONFIG}/{name}", "w", encoding="utf-8") as target:
+        target.writelines(line for line in source if not line.startswith("#"))
 
 
 def wrong_statistics(text):

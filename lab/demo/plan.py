@@ -23,13 +23,14 @@ class Subscriber:
 
 
 def read_sections(path):
-    """The sections of an INI file by name, each a list of (key, value)."""
+    """The sections of an INI file by name, each a list of (key, value). Examples
+    have comments, the program's own files do not."""
     sections = {}
     with open(path, encoding="utf-8") as file:
         for line in map(str.strip, file):
             if line.startswith("["):
                 current = sections.setdefault(line[1:line.index("]")].strip(), [])
-            elif line:
+            elif line and not line.startswith("#"):
                 key, value = line.split("=", 1)
                 current.append((key.strip().lower(), value.strip()))
     return sections
