@@ -3,7 +3,7 @@
 #
 # Call: source lab/guest.sh, then guest_run (reads what scripts/lab has set:
 # LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_KVM,
-# LAB_OUT_DIR, and the results of lab_kernel_prepare).
+# LAB_OUT_DIR, and the results of lab_kernel_prepare and lab_debian_prepare).
 # shellcheck shell=bash
 
 _guest_pids=()
@@ -43,8 +43,8 @@ _guest_settings() {
   [ "$rows" -gt 0 ] && [ "$columns" -gt 0 ] || rows=24 columns=80
   [ -z "$LAB_OUT_DIR" ] || out=1
   # shellcheck disable=SC2153  # lab_kernel_prepare sets LAB_MODULES
-  printf 'LAB_%s=%q\n' CWD "$PWD" MODULES "$LAB_MODULES" MERGED "$1" OUT "$out" \
-    SHELL "$LAB_SHELL" ROWS "$rows" COLUMNS "$columns"
+  printf 'LAB_%s=%q\n' CWD "$PWD" MODULES "$LAB_MODULES" DEBIAN "$LAB_DEBIAN_ROOT" \
+    MERGED "$1" OUT "$out" SHELL "$LAB_SHELL" ROWS "$rows" COLUMNS "$columns"
   printf 'LAB_COMMAND=(%s)\n' "$(printf '%q ' "${LAB_COMMAND[@]}")"
   printf 'LAB_ENVIRONMENT=(%s)\n' "$(lab_environment)"
 }
@@ -55,8 +55,19 @@ _guest_share_fill() {
   _guest_share=$(mktemp -d "${TMPDIR:-/tmp}/quenby-lab.XXXXXX")
   _guest_settings "$merged" >"$_guest_share/settings"
   install -m 755 "$LAB_ROOT/lab/guest-run" "$_guest_share/guest-run"
+  [ -z "$LAB_DEBIAN_ROOT" ] || _guest_debian_fill
   : >"$_guest_share/stdout"
   : >"$_guest_share/stderr"
+}
+
+# What guest-init needs to start a Debian: its files, and what of this machine is
+# to be seen in there.
+_guest_debian_fill() {
+  mkdir "$_guest_share/debian"
+  printf '%s\n' "$LAB_DEBIAN_ROOT" >"$_guest_share/debian/root"
+  printf '%s\n' "$LAB_ROOT" >"$_guest_share/debian/tree"
+  printf '%s\n' "$LAB_MODULES" >"$_guest_share/debian/modules"
+  cp "$LAB_ROOT/lab/guest.service" "$_guest_share/debian/"
 }
 
 # Sets qemu_command. Every path of the machine is visible read-only under the

@@ -73,7 +73,7 @@ _kernel_download() {
 # numbered in the order in which they must be loaded.
 _initramfs_fill() {
   local folder=$1 path number=10
-  mkdir -p "$folder"/{bin,modules,proc,sys,dev,lower,rw,new}
+  mkdir -p "$folder"/{bin,modules,proc,sys,dev,lower,lab,base,rw,new}
   cp "$(command -v busybox)" "$folder/bin/busybox"
   install -m 755 "$LAB_ROOT/lab/guest-init" "$folder/init"
   while read -r path; do
