@@ -12,11 +12,19 @@ QUENBY_BUILD_PACKAGES=(
   libboost-filesystem-dev libboost-system-dev
 )
 
+# What makes the Debian package.
+# shellcheck disable=SC2034
+QUENBY_PACKAGING_PACKAGES=(debhelper dpkg-dev)
+
+# What draws the documents' pictures.
+# shellcheck disable=SC2034
+QUENBY_PICTURE_PACKAGES=(graphviz gnuplot-nox)
+
 # What builds and runs the tests and the style checks.
 # shellcheck disable=SC2034
 QUENBY_TEST_PACKAGES=(
   libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14
-  python3 shellcheck
+  python3 shellcheck lintian mmdebstrap
 )
 
 # What every kernel test uses, whichever kernel it runs on.

@@ -1,0 +1,205 @@
+#!/bin/bash
+# The package's life on a router: set up as README.md says, traffic, a line that
+# goes and comes back, reload, stop, a second installation, removal, purge.
+#
+# Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
+set -euo pipefail
+package=$(realpath "${1:?Call: tests/package/in_lab.sh PACKAGE-FOLDER}")
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+# shellcheck source=lab/network.sh
+source lab/network.sh
+network_require_lab
+export DEBIAN_FRONTEND=noninteractive
+
+# Chains, rules and sets, without counters and their order.
+firewall() {
+  local table
+  for table in raw mangle filter; do
+    echo "# $table"
+    iptables -w -t "$table" -S
+  done
+  ipset -n list
+}
+
+# Classes with their rates, one a line.
+classes() {
+  local device
+  for device in eth1 ifb_ingr; do
+    echo "# $device"
+    tc class show dev "$device" 2>/dev/null | sort
+  done
+}
+class_count() { tc class show dev "$1" 2>/dev/null | wc -l; }
+class_bytes() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
+shaped() { [ "$(class_count eth1)" -gt 0 ] && [ "$(class_count ifb_ingr)" -gt 0 ]; }
+unshaped() { [ "$(class_count eth1)" -eq 0 ] && ! ip link show ifb_ingr >/dev/null 2>&1; }
+state_of() { systemctl show --property "$1" --value "$2"; }
+
+# Waits until COMMAND succeeds, 60 s at most.
+soon() {
+  local tries=0
+  until "$@"; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 300 ] || return 1
+    sleep 0.2
+  done
+}
+
+# The commands of the router's set-up, as they stand in README.md.
+setup_commands() {
+  awk '/^## / { wanted = ($0 == "## Set up a router") } wanted && sub(/^    /, "")' README.md
+}
+
+# The operator's hand in the editor: the line of the provider has 20 Mbit/s up.
+install_operator() {
+  cat >/usr/local/bin/editor <<'END'
+#!/bin/sh
+exec sed -i 's/^upload_speed=20000$/upload_speed=18000/' "$@"
+END
+  chmod 755 /usr/local/bin/editor
+}
+
+# Between 85 % and 103 % of SPEED. Call: runs_at DIRECTION ADDRESS SPEED (Mbit/s)
+runs_at() {
+  local got
+  got=$(network_rate "$1" "$2" 5 3)
+  holds "$1 $2: $got of $3 Mbit/s" \
+    awk -v got="$got" -v speed="$3" 'BEGIN { exit !(got >= 0.85 * speed && got <= 1.03 * speed) }'
+}
+
+test_set_up() {
+  install_operator
+  expect "README.md has the set-up's commands" 6 "$(setup_commands | wc -l)"
+  holds "the set-up of README.md" bash -ec "cd '${package%/*}'; $(setup_commands)"
+  expect "quenby.service" active "$(systemctl is-active quenby.service)"
+  expect "quenby.service at boot" enabled "$(systemctl is-enabled quenby.service)"
+  expect "the operator's change" upload_speed=18000 \
+    "$(grep -m 1 upload_speed /config/tc/tc_global.ini)"
+  expect "/config/tc is for root only" "750 root root" "$(stat -c '%a %U %G' /config/tc)"
+  # The root class, two default ones and four tariffs.
+  expect "classes on eth1" 7 "$(class_count eth1)"
+  expect "classes on ifb_ingr" 7 "$(class_count ifb_ingr)"
+  expect "addresses" 7 "$(ipset list kavo_opt_shaper | grep -c skbmark)"
+}
+
+test_traffic() {
+  network_iperf_start 5201
+  runs_at download 10.0.2.10 5
+  runs_at upload 10.0.1.10 2
+  runs_at download 10.0.9.9 2
+}
+
+test_units() {
+  expect "systemd-analyze verify" "" \
+    "$(systemd-analyze verify quenby.service quenby-if@eth1.service 2>&1)"
+  systemd-analyze security --no-pager quenby.service | tail -n 1
+  systemd-analyze security --no-pager quenby-if@eth1.service | tail -n 1
+  local before
+  before=$(classes)
+  holds "systemctl reload" systemctl reload quenby.service
+  expect "the classes after it" "$before" "$(classes)"
+  holds "systemctl restart" systemctl restart quenby.service
+  expect "the classes after it" "$before" "$(classes)"
+}
+
+# The line's device vanishes and comes back, as with PPP. Nobody acts.
+test_line_comes_back() {
+  local before
+  before=$(classes)
+  network_down
+  holds "unshaped without the device" test "$(class_count eth1)" = 0
+  network_up
+  network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
+  holds "shaped again by itself" soon shaped
+  soon unit_has_ended quenby-if@eth1.service
+  expect "quenby-if@eth1.service" success "$(state_of Result quenby-if@eth1.service)"
+  expect "the classes are back" "$before" "$(classes)"
+  network_iperf_start 5201
+  runs_at download 10.0.2.10 5
+}
+unit_has_ended() { [ "$(state_of ActiveState "$1")" = inactive ]; }
+unit_ran() { [ -n "$(state_of InactiveExitTimestamp "$1")" ] && unit_has_ended "$1"; }
+
+test_other_interface() {
+  local before
+  before=$(class_bytes 8000:4)
+  ip link add other0 type veth peer name other1
+  holds "quenby-if@other0.service has run" soon unit_ran quenby-if@other0.service
+  expect "quenby-if@other0.service" success "$(state_of Result quenby-if@other0.service)"
+  expect "its appearance touches nothing" "$before" "$(class_bytes 8000:4)"
+  ip link delete other0
+}
+
+test_stop() {
+  holds "systemctl stop" systemctl stop quenby.service
+  holds "nothing is shaped" unshaped
+  network_up
+  holds "quenby-if@eth1.service was asked" soon unit_was_skipped
+  holds "what an operator stopped stays off" unshaped
+  holds "systemctl start" systemctl start quenby.service
+  holds "shaped again" shaped
+}
+unit_was_skipped() { [ "$(state_of Result quenby-if@eth1.service)" = exec-condition ]; }
+
+test_second_installation() {
+  local before
+  network_add_subscribers 10.0.1.10
+  network_iperf_start 5201
+  network_rate upload 10.0.1.10 1 >/dev/null
+  before=$(class_bytes 8000:4)
+  holds "the tariff has traffic" test "$before" -gt 0
+  holds "a second installation" dpkg -i "$package"
+  expect "it leaves the classes alone" "$before" "$(class_bytes 8000:4)"
+  expect "quenby.service" active "$(systemctl is-active quenby.service)"
+}
+
+test_removal() {
+  local stored
+  stored=$(cat /config/tc/*.ini)
+  # Loaded by hand, behind the unit's back.
+  systemctl stop quenby.service
+  quenby --load
+  holds "shaped by hand" shaped
+  holds "removal" dpkg -r quenby
+  holds "nothing is shaped" unshaped
+  expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
+  expect "the configuration is kept" "$stored" "$(cat /config/tc/*.ini)"
+  fails "the program is gone" test -e /usr/sbin/quenby
+}
+
+test_return() {
+  holds "installation after the removal" dpkg -i "$package"
+  holds "start with the kept configuration" systemctl start quenby.service
+  holds "shaped again" shaped
+}
+
+test_purge() {
+  local files file
+  files=$(dpkg -L quenby)
+  holds "purge" dpkg -P quenby
+  holds "nothing is shaped" unshaped
+  expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
+  fails "/config is gone" test -e /config
+  fails "/opt/ostrea is gone" test -e /opt/ostrea
+  while read -r file; do
+    [ -d "$file" ] || [ ! -e "$file" ] || expect "left behind" "" "$file"
+  done <<<"$files"
+  expect "no unit is left" "" "$(systemctl list-unit-files --no-legend 'quenby*')"
+}
+
+network_up
+network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
+firewall_before=$(firewall)
+test_set_up
+test_traffic
+test_units
+test_line_comes_back
+test_other_interface
+test_stop
+test_second_installation
+test_removal
+test_return
+test_purge
+finish
