@@ -71,7 +71,7 @@ runs_at() {
 
 test_set_up() {
   install_operator
-  expect "README.md has the set-up's commands" 6 "$(setup_commands | wc -l)"
+  expect "README.md has the set-up's commands" 7 "$(setup_commands | wc -l)"
   holds "the set-up of README.md" bash -ec "cd '${package%/*}'; $(setup_commands)"
   expect "quenby.service" active "$(systemctl is-active quenby.service)"
   expect "quenby.service at boot" enabled "$(systemctl is-enabled quenby.service)"
