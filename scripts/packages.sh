@@ -16,7 +16,7 @@ QUENBY_BUILD_PACKAGES=(
 # shellcheck disable=SC2034
 QUENBY_TEST_PACKAGES=(
   libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14
-  python3 shellcheck
+  python3 shellcheck mandoc zsh
 )
 
 # What every kernel test uses, whichever kernel it runs on.
