@@ -15,7 +15,7 @@ OPTIONS = ["--update", "--clear", "--stop", "--load", "--reload", "--restore-if-
            "--tariff-add", "--tariff-del", "--tariff-update", "--tariffs-del", "--global-update",
            "--global-del", "--stat", "--version", "--if-name"]
 STORED = (" [ gold 4711 ] best\nid=4\nip=10.0.0.17\n[silver]\n\n[$(touch x)]\n[half\n[]\n[ ]\n"
-          "aggregation=[none]\n[a'b\"c]\n[n]o]\n[ü;!|:=]\n")
+          "aggregation=[none]\n[a'b\"c]\n[n]o]\n[ü;!|:=]\n[`\\]\n")
 SCRIPT = r"""
 source "$1"
 _quenby_tariff_file() { printf '%s\n' "$PWD/tariffs.ini"; }
@@ -78,7 +78,8 @@ class Options(Completion):
 
 
 class Tariffs(Completion):
-    QUOTED = [r"gold\ 4711", "silver", r"\$\(touch\ x\)", r"a\'b\"c", "n", r"ü\;\!\|\:\="]
+    QUOTED = [r"gold\ 4711", "silver", r"\$\(touch\ x\)", r"a\'b\"c", "n", r"ü\;\!\|\:\=",
+              r"\`\\"]
 
     def test_names_as_the_program_reads_them(self):
         self.assertEqual(self.offers("--tariff-del", ""), self.QUOTED)
@@ -98,10 +99,11 @@ class Tariffs(Completion):
 
     def test_between_quotes(self):
         self.assertEqual(self.offers("--tariff-del", "'"),
-                         ["gold 4711", "silver", "$(touch x)", "a'\\''b\"c", "n", "ü;!|:="])
+                         ["gold 4711", "silver", "$(touch x)", "a'\\''b\"c", "n", "ü;!|:=",
+                          "`\\"])
         # Nothing keeps a "!" from being history between these.
         self.assertEqual(self.offers("--tariff-del", '"'),
-                         ["gold 4711", "silver", r"\$(touch x)", "a'b\\\"c", "n"])
+                         ["gold 4711", "silver", r"\$(touch x)", "a'b\\\"c", "n", r"\`\\"])
 
     def test_missing_file(self):
         self.stored.unlink()
