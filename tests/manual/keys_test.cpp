@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sstream>
 
 #include "model/global_set.h"
 #include "model/tariff_set.h"

@@ -1,7 +1,6 @@
 #include "cli/options.h"
 
 #include <gmock/gmock.h>
-#include <sstream>
 
 #include "tests/manual/source_text.h"
 

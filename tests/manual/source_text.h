@@ -1,7 +1,7 @@
 #pragma once
 
-#include <map>
 #include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
