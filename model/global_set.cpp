@@ -20,6 +20,28 @@ void write_speeds(std::ofstream& out, const BandwidthSettingsInterface<D>& setti
 
 }  // namespace
 
+const KeyTable<GlobalSettings>& global_keys() {
+  using G = GlobalSettings;
+  using S = const std::string;
+  static const KeyTable<G> kKeys = {
+      {"download_speed", [](G& g, S& v) { return g.download.setSpeed(v); }},
+      {"upload_speed", [](G& g, S& v) { return g.upload.setSpeed(v); }},
+      {"enabled", [](G& g, S& v) { return g.setEnabled(v); }},
+      {"wan", [](G& g, S& v) { return g.setWan(v); }},
+  };
+  return kKeys;
+}
+
+const KeyTable<DefaultSettings>& default_keys() {
+  using D = DefaultSettings;
+  using S = const std::string;
+  static const KeyTable<D> kKeys = {
+      {"download_speed", [](D& d, S& v) { return set_default_speed(d.download, v); }},
+      {"upload_speed", [](D& d, S& v) { return set_default_speed(d.upload, v); }},
+  };
+  return kKeys;
+}
+
 bool GlobalSet::write(std::ofstream& out) const {
   if (!out.is_open()) return false;
   out << '[' << GlobalSettings::name() << "]\n";
@@ -51,23 +73,8 @@ bool GlobalSet::onSection(const std::string& name) {
 bool GlobalSet::onKey(const std::string& current, const std::string& key,
                       const std::string& value) {
   if (current != section) return false;
-  if (section == GlobalSettings::name()) return onGlobalKey(key, value);
-  if (section == DefaultSettings::name()) return onDefaultKey(key, value);
-  return false;
-}
-
-bool GlobalSet::onGlobalKey(const std::string& key, const std::string& value) {
-  if (key == "download_speed") return global.download.setSpeed(value);
-  if (key == "upload_speed") return global.upload.setSpeed(value);
-  if (key == "enabled") return global.setEnabled(value);
-  if (key != "wan") return false;
-  global.wan = value;
-  return true;
-}
-
-bool GlobalSet::onDefaultKey(const std::string& key, const std::string& value) {
-  if (key == "download_speed") return set_default_speed(defaults.download, value);
-  if (key == "upload_speed") return set_default_speed(defaults.upload, value);
+  if (section == GlobalSettings::name()) return set_key(global_keys(), key, global, value);
+  if (section == DefaultSettings::name()) return set_key(default_keys(), key, defaults, value);
   return false;
 }
 

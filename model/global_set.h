@@ -4,9 +4,14 @@
 
 #include "model/default_settings.h"
 #include "model/global_settings.h"
+#include "model/key_table.h"
 #include "model/shaper_config_interface.h"
 
 namespace quenby {
+
+/// The keys of the two sections of the global file.
+const KeyTable<GlobalSettings>& global_keys();
+const KeyTable<DefaultSettings>& default_keys();
 
 /// The contents of the global file: the settings of the line and of the default tariff.
 class GlobalSet : public ShaperConfigInterface {
@@ -25,10 +30,6 @@ class GlobalSet : public ShaperConfigInterface {
   /// Whether the file held the section.
   bool has_global = false;
   bool has_default = false;
-
- private:
-  bool onGlobalKey(const std::string& key, const std::string& value);
-  bool onDefaultKey(const std::string& key, const std::string& value);
 };
 
 }  // namespace quenby

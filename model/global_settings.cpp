@@ -23,4 +23,9 @@ bool GlobalSettings::setEnabled(const std::string& text) {
   return true;
 }
 
+bool GlobalSettings::setWan(const std::string& text) {
+  wan = text;
+  return true;
+}
+
 }  // namespace quenby

@@ -23,6 +23,8 @@ class GlobalSettings : public BandwidthSettingsInterface<GlobalDirSettings> {
 
   /// Takes "true", "false" or an empty text (false). Any other text is refused.
   bool setEnabled(const std::string& text);
+  /// Takes any text. Always true.
+  bool setWan(const std::string& text);
 
   /// The WAN interface; empty when the IMQ device is shaped instead.
   std::string wan;

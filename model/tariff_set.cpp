@@ -1,6 +1,5 @@
 #include "model/tariff_set.h"
 
-#include <map>
 #include <utility>
 
 #include "model/number.h"
@@ -11,27 +10,6 @@ namespace {
 
 constexpr std::size_t kUsualTariffs = 256;
 constexpr std::int64_t kBitsPerKbit = 1000;
-
-using Setter = bool (*)(TariffSettings&, const std::string&);
-
-// Every key of a tariff section.
-const std::map<std::string, Setter>& setters() {
-  using T = TariffSettings;
-  using S = const std::string;
-  static const std::map<std::string, Setter> kSetters = {
-      {"id", [](T& t, S& v) { return t.setID(v); }},
-      {"ip", [](T& t, S& v) { return t.addCIDR(v); }},
-      {"download_speed", [](T& t, S& v) { return t.download.setSpeed(v); }},
-      {"upload_speed", [](T& t, S& v) { return t.upload.setSpeed(v); }},
-      {"aggregation", [](T& t, S& v) { return t.setAggregation(v); }},
-      {"download_burst_rate", [](T& t, S& v) { return _set_rate(v, t.download.burst_rate); }},
-      {"upload_burst_rate", [](T& t, S& v) { return _set_rate(v, t.upload.burst_rate); }},
-      {"download_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.download.burst_size); }},
-      {"upload_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.upload.burst_size); }},
-      {"queuing_discipline", [](T& t, S& v) { return t.setQDisc(v); }},
-  };
-  return kSetters;
-}
 
 void write_direction(std::ofstream& out, const std::string& prefix,
                      const TariffDirSettings& direction) {
@@ -54,6 +32,24 @@ void write_tariff(std::ofstream& out, const TariffSettings& tariff) {
 }
 
 }  // namespace
+
+const KeyTable<TariffSettings>& tariff_keys() {
+  using T = TariffSettings;
+  using S = const std::string;
+  static const KeyTable<T> kKeys = {
+      {"id", [](T& t, S& v) { return t.setID(v); }},
+      {"ip", [](T& t, S& v) { return t.addCIDR(v); }},
+      {"download_speed", [](T& t, S& v) { return t.download.setSpeed(v); }},
+      {"upload_speed", [](T& t, S& v) { return t.upload.setSpeed(v); }},
+      {"aggregation", [](T& t, S& v) { return t.setAggregation(v); }},
+      {"download_burst_rate", [](T& t, S& v) { return _set_rate(v, t.download.burst_rate); }},
+      {"upload_burst_rate", [](T& t, S& v) { return _set_rate(v, t.upload.burst_rate); }},
+      {"download_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.download.burst_size); }},
+      {"upload_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.upload.burst_size); }},
+      {"queuing_discipline", [](T& t, S& v) { return t.setQDisc(v); }},
+  };
+  return kKeys;
+}
 
 bool TariffSet::addTariff(const TariffSettings& tariff) {
   return addTariff(TariffSettings(tariff));
@@ -86,8 +82,7 @@ bool TariffSet::onSection(const std::string& name) {
 bool TariffSet::onKey(const std::string& section, const std::string& key,
                       const std::string& value) {
   if (section_.empty() || section != section_) return false;
-  const auto setter = setters().find(key);
-  return setter != setters().end() && setter->second(pending_, value);
+  return set_key(tariff_keys(), key, pending_, value);
 }
 
 bool TariffSet::endSection() {

@@ -2,10 +2,14 @@
 
 #include <string>
 
+#include "model/key_table.h"
 #include "model/shaper_config_interface.h"
 #include "model/tariff_config_base.h"
 
 namespace quenby {
+
+/// The keys of a tariff section.
+const KeyTable<TariffSettings>& tariff_keys();
 
 /// The contents of a tariff file: one section a tariff, its name the section's.
 class TariffSet : public TariffConfigBase, public ShaperConfigInterface {

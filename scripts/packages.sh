@@ -24,7 +24,7 @@ QUENBY_PICTURE_PACKAGES=(graphviz gnuplot-nox)
 # shellcheck disable=SC2034
 QUENBY_TEST_PACKAGES=(
   libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14
-  python3 shellcheck lintian mmdebstrap
+  python3 shellcheck lintian mmdebstrap mandoc zsh
 )
 
 # What every kernel test uses, whichever kernel it runs on.

@@ -1,0 +1,13 @@
+#!/bin/bash
+# Both manual pages are as mandoc wants them, to the last matter of style.
+set -euo pipefail
+shopt -s nullglob
+pages=(docs/man/*.[58])
+[ "${#pages[@]}" -eq 2 ]
+status=0
+findings=$(mandoc -T lint -W style "${pages[@]}" 2>/dev/null) || status=$?
+# Whether the other manual pages are installed says nothing about these two.
+findings=$(sed '/: STYLE: referenced manual not found: /d' <<<"$findings")
+printf '%s' "${findings:+$findings$'\n'}"
+# 1 and 2 stand for findings of style and warnings, more for errors or no mandoc.
+[ "$status" -le 2 ] && [ -z "$findings" ]
