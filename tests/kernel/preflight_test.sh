@@ -1,0 +1,249 @@
+#!/bin/bash
+# Checks of platform/quenby-preflight with both iptables back ends: all is well
+# on the lab's kernel once the firewall script has run, each thing that is hidden
+# is named, and the router is afterwards as it was before.
+#
+# Call: scripts/lab tests/kernel/preflight_test.sh
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+# shellcheck source=lab/network.sh
+source lab/network.sh
+network_require_lab
+
+PREFLIGHT=$PWD/platform/quenby-preflight
+FIREWALL=/opt/ostrea/sbin/firewall.init
+START="run $FIREWALL start opt-qos"
+
+# The machine's own /tmp shows in the lab and changes while this runs.
+mount -t tmpfs tmpfs /tmp
+scratch=$(mktemp -d)
+
+# Runs the command with its output in $scratch/output; prints its exit status.
+status_of() {
+  local status=0
+  "$@" >"$scratch/output" 2>&1 || status=$?
+  echo "$status"
+}
+
+lines() { grep "^$1 " "$scratch/output" || true; }
+
+# Everything that a check could leave behind. Reading the rules this way makes
+# no table.
+state() {
+  ip -details link
+  ip netns list
+  tc qdisc
+  tc filter show dev lo
+  iptables-save | grep -v '^#' | sed 's/ \[[0-9:]*\]$//'
+  ipset save | sed 's/ initval 0x[0-9a-f]*//'
+  find /tmp /run/netns /config /opt /etc/iproute2 2>/dev/null | grep -v "^$scratch" | sort
+  ls /proc/sys/net/ipv4/conf
+}
+
+# Runs the check with ARGUMENT... before it: status 1 and, but for lines of what
+# could not be tried, exactly the line WANTED.
+# Call: names NAME WANTED [COMMAND ARGUMENT...]
+names() {
+  local name=$1 wanted=$2
+  shift 2
+  expect "$name: status 1" 1 "$(status_of "$@" "$PREFLIGHT")"
+  expect "$name: line" "$wanted" "$(lines MISSING)"
+}
+
+# A folder with every program of the machine but NAME...
+programs_without() {
+  local folder=$scratch/without-$1 name
+  mkdir -p "$folder"
+  ln -sf /usr/sbin/* /usr/bin/* "$folder"
+  for name in "$@"; do rm -f "$folder/$name"; done
+  echo "$folder"
+}
+
+# A folder whose tc fails for commands with the word $1 and is the real one for
+# all others.
+broken_tc() {
+  local folder=$scratch/broken-$1
+  mkdir -p "$folder"
+  cat >"$folder/tc" <<SCRIPT
+#!/bin/sh
+case " \$* " in *" $1 "*) exit 2 ;; esac
+exec /usr/sbin/tc "\$@"
+SCRIPT
+  chmod 755 "$folder/tc"
+  echo "$folder:$PATH"
+}
+
+test_arguments() {
+  expect "an argument: status 2" 2 "$(status_of "$PREFLIGHT" all)"
+  expect "an argument: usage" "Usage: quenby-preflight" "$(cat "$scratch/output")"
+  expect "no probes in the router's own namespace: status 2" 2 \
+    "$(status_of "$PREFLIGHT" --probe "$(readlink /proc/self/ns/net)")"
+  expect "no probes in the router's own namespace: nothing said" "" "$(cat "$scratch/output")"
+}
+
+test_complete() {
+  local before
+  before=$(state)
+  expect "complete: status 0" 0 "$(status_of "$PREFLIGHT")"
+  expect "complete: output" "$COMPLETE" "$(cat "$scratch/output")"
+  expect "complete: nothing is left behind" "$before" "$(state)"
+  expect "from another folder: status 0" 0 "$(cd /platform && status_of sh ./quenby-preflight)"
+  expect "from another folder: output" "$COMPLETE" "$(cat "$scratch/output")"
+}
+
+COMPLETE='ok      program ip
+ok      program tc
+ok      program /sbin/tc
+ok      program iptables
+ok      program unshare
+note    program /usr/sbin/kavo-hal: without it every port counts as 1 Gbit/s
+ok      program sudo
+ok      sudo without a password
+ok      program /opt/ostrea/sbin/firewall.init
+ok      HTB qdisc
+ok      HTB classes
+ok      fq_codel qdisc
+ok      sfq qdisc
+ok      pfifo qdisc
+ok      mark classifier
+ok      u32 classifier
+ok      ingress qdisc
+ok      ifb device
+ok      connmark action
+ok      mirred action
+note    imq device: this kernel has none; name a WAN interface (wan=) in the global file
+ok      iptables table filter
+ok      iptables table mangle
+ok      iptables table raw
+ok      iptables target MARK
+ok      iptables match mark
+ok      iptables target CONNMARK
+ok      iptables match addrtype
+ok      ipset hash:ip with skbinfo
+ok      iptables target SET --map-mark
+ok      chain mangle KAVO_QOS_FW_OUT_HOOK
+ok      chain mangle KAVO_QOS_FW_IN_HOOK
+ok      chain filter OSTREA_FW_OUT_HOOK
+ok      chain filter OSTREA_FW_IN_HOOK
+ok      chain filter KAVO_OPT_QOS_HOOK
+ok      chain raw QOS_CONNTRACK
+ok      switch in raw QOS_CONNTRACK
+ok      set kavo_opt_shaper with skbinfo
+ok      folder /config/tc'
+
+# Before the firewall script: no chain, no set, and asking makes no table.
+test_no_chains() {
+  local before
+  before=$(state)
+  names "no chains" "MISSING chain mangle KAVO_QOS_FW_OUT_HOOK: $START
+MISSING chain mangle KAVO_QOS_FW_IN_HOOK: $START
+MISSING chain filter OSTREA_FW_OUT_HOOK: $START
+MISSING chain filter OSTREA_FW_IN_HOOK: $START
+MISSING chain filter KAVO_OPT_QOS_HOOK: $START
+MISSING chain raw QOS_CONNTRACK: $START
+MISSING switch in raw QOS_CONNTRACK: $START
+MISSING set kavo_opt_shaper with skbinfo: $START"
+  expect "no chains: nothing is left behind" "$before" "$(state)"
+}
+
+# A chain that nothing jumps to, a switch that is gone, a set without marks.
+test_broken_chains() {
+  iptables -w -t mangle -D POSTROUTING -j KAVO_QOS_FW_OUT_HOOK
+  names "no jump" "MISSING jump to mangle KAVO_QOS_FW_OUT_HOOK: $START"
+  iptables -w -t raw -F QOS_CONNTRACK
+  "$FIREWALL" start opt-qos
+  iptables -w -t raw -F QOS_CONNTRACK
+  names "no switch" "MISSING switch in raw QOS_CONNTRACK: $START"
+  "$FIREWALL" start opt-qos
+  ipset destroy kavo_opt_shaper
+  ipset create kavo_opt_shaper hash:ip
+  names "set without marks" "MISSING set kavo_opt_shaper with skbinfo: $START"
+  ipset destroy kavo_opt_shaper
+  "$FIREWALL" start opt-qos
+}
+
+test_programs() {
+  names "no tc" "MISSING program tc: install iproute2
+MISSING traffic control: not tried without tc and ip" \
+    env PATH="$(programs_without tc)"
+  names "no iptables" "MISSING program iptables: install iptables
+MISSING packet marks: not tried without iptables" \
+    env PATH="$(programs_without iptables)"
+  names "no sudo" "MISSING program sudo: install sudo" env PATH="$(programs_without sudo)"
+  names "no unshare" "MISSING program unshare: install util-linux; this check needs it
+MISSING kernel features: not tried: no network namespace (unshare -n, CONFIG_NET_NS)" \
+    env PATH="$(programs_without unshare)"
+}
+
+# The modules stand in for what cannot be tried; the shaper itself needs no ipset.
+test_no_ipset() {
+  expect "no ipset: status 0" 0 "$(status_of env PATH="$(programs_without ipset)" "$PREFLIGHT")"
+  expect "no ipset: lines" "note    program ipset: platform/firewall.init needs it, the shaper does not
+ok      ipset hash:ip (not tried)
+ok      iptables target SET (not tried)" \
+    "$(grep -E 'ipset|SET ' "$scratch/output")"
+}
+
+test_kernel() {
+  names "no fq_codel" \
+    "MISSING fq_codel qdisc: needs CONFIG_NET_SCH_FQ_CODEL (module sch_fq_codel)" \
+    env PATH="$(broken_tc fq_codel)"
+  names "no bpf" "MISSING mark classifier: needs CONFIG_NET_CLS_BPF (module cls_bpf)" \
+    env PATH="$(broken_tc bpf)"
+  names "no connmark" "MISSING connmark action: needs CONFIG_NET_ACT_CONNMARK (module act_connmark)" \
+    env PATH="$(broken_tc connmark)"
+}
+
+test_files() {
+  mv "$FIREWALL" "$FIREWALL.away"
+  names "no firewall script" \
+    "MISSING program $FIREWALL: install platform/firewall.init there"
+  mv "$FIREWALL.away" "$FIREWALL"
+  rmdir /config/tc
+  names "no folder" "MISSING folder /config/tc: mkdir -p /config/tc, on a file system that keeps it"
+  mkdir /config/tc
+  mount -t tmpfs -o ro tmpfs /config/tc
+  names "read-only folder" \
+    "MISSING folder /config/tc: mkdir -p /config/tc, on a file system that keeps it"
+  umount /config/tc
+}
+
+test_ordinary_user() {
+  names "not root" "MISSING root: run this as root; nothing else was checked" \
+    setpriv --reuid 65534 --regid 65534 --clear-groups
+  expect "not root: one line" 1 "$(wc -l <"$scratch/output")"
+}
+
+# What the back end makes no difference to.
+test_hidden() {
+  test_programs
+  test_no_ipset
+  test_kernel
+  test_files
+  test_ordinary_user
+}
+
+run_all() {
+  test_no_chains
+  "$FIREWALL" start opt-qos
+  test_complete
+  test_broken_chains
+  expect "all put back: status 0" 0 "$(status_of "$PREFLIGHT")"
+}
+
+platform_install
+mkdir -p /config/tc
+ln -s "$PWD/platform" /platform
+test_arguments
+for backend in nft legacy; do
+  for name in iptables ip6tables; do
+    update-alternatives --set "$name" "/usr/sbin/$name-$backend" >/dev/null
+  done
+  echo "== $(iptables --version)"
+  run_all
+  if [ "$backend" = nft ]; then test_hidden; fi
+  "$FIREWALL" stop opt-qos
+done
+finish
