@@ -74,7 +74,8 @@ _guest_debian_fill() {
 # mount tag "host"; device numbers of several file systems are told apart by
 # multidevs=remap. security_model=none: files in the writable shares belong to
 # whoever runs QEMU. no_timer_check: on a busy machine the kernel's test of its
-# emulated timer can miss every tick and stop the boot.
+# emulated timer can miss every tick and stop the boot. mitigations=off and the
+# like: emulation pays dearly for what protects a real machine.
 _guest_command() {
   local accelerator=(-accel 'tcg,thread=multi' -cpu max)
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
@@ -82,7 +83,8 @@ _guest_command() {
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
     "${accelerator[@]}" -smp "$LAB_CPUS" -m "$LAB_MEMORY"
     -kernel "$LAB_VMLINUZ" -initrd "$LAB_INITRAMFS"
-    -append "console=ttyS0 quiet no_timer_check panic=-1 rcupdate.rcu_cpu_stall_suppress=1 nowatchdog"
+    -append "console=ttyS0 quiet no_timer_check panic=-1 rcupdate.rcu_cpu_stall_suppress=1 \
+nowatchdog mitigations=off init_on_alloc=0 apparmor=0 audit=0"
     -serial "file:$(_comma "$_guest_share/console")"
     -device virtio-rng-pci
     -virtfs "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"

@@ -24,7 +24,6 @@ status_of() {
 }
 
 test_statuses() {
-  expect "status 0" 0 "$(status_of "$LAB" true)"
   expect "status 7" 7 "$(status_of "$LAB" sh -c 'exit 7')"
   expect "killed by signal 9: 137" 137 "$(status_of "$LAB" sh -c 'kill -9 $$')"
   expect "no command: 2" 2 "$(status_of "$LAB")"
@@ -50,9 +49,8 @@ test_output() {
   expect "stderr alone" "$(printf 'err %d\n' {1..20})" "$(cat "$scratch/stderr")"
   expect "both into one keep their order" "$(bash -c "$script" 2>&1)" \
     "$("$LAB" bash -c "$script" 2>&1)"
-  expect "/dev/stderr can be opened again" "$(printf '1\n2')" \
-    "$("$LAB" bash -c 'echo 1 >&2; echo 2 >/dev/stderr' 2>&1 >/dev/null)"
-  expect "output without line end" abc "$("$LAB" printf abc)"
+  expect "/dev/stderr can be opened again; no line end" "$(printf '1\n2abc')" \
+    "$("$LAB" bash -c 'echo 1 >&2; printf 2abc >/dev/stderr' 2>&1 >/dev/null)"
 }
 
 # The reader notes when it gets the lines; the writer waits 3 s between them.
@@ -100,20 +98,10 @@ test_out() {
 
 test_timeout() {
   SECONDS=0
-  expect "time-out: 124" 124 "$(status_of "$LAB" --timeout 60 sh -c 'echo begun; sleep 300')"
-  holds "time-out in time ($SECONDS s)" [ "$SECONDS" -lt 90 ]
+  expect "time-out: 124" 124 "$(status_of "$LAB" --timeout 45 sh -c 'echo begun; sleep 300')"
+  holds "time-out in time ($SECONDS s)" [ "$SECONDS" -lt 75 ]
   expect "time-out: output so far" begun "$(cat "$scratch/stdout")"
-  expect "time-out: message" "lab: timed out after 60 s" "$(cat "$scratch/stderr")"
-}
-
-test_two_at_once() {
-  local first status=0
-  "$LAB" sh -c 'sleep 3; echo first; exit 4' >"$scratch/first" &
-  first=$!
-  expect "the second of two" second "$("$LAB" sh -c 'sleep 3; echo second')"
-  wait "$first" || status=$?
-  expect "the first of two: status" 4 "$status"
-  expect "the first of two: output" first "$(cat "$scratch/first")"
+  expect "time-out: message" "lab: timed out after 45 s" "$(cat "$scratch/stderr")"
 }
 
 # A guest that is being ended takes a moment.
@@ -173,14 +161,13 @@ test_shell() {
 test_cache_race() {
   local cache=$scratch/cache first status=0
   mkdir -p "$cache/lab"
-  cp -r "${QUENBY_CACHE:-.cache}"/lab/kernel-* "$cache/lab/"
+  cp -rl "${QUENBY_CACHE:-.cache}"/lab/kernel-* "$cache/lab/"
   QUENBY_CACHE=$cache "$LAB" --prepare &
   first=$!
   expect "the second to prepare the cache" 0 "$(QUENBY_CACHE=$cache status_of "$LAB" --prepare)"
   wait "$first" || status=$?
   expect "the first to prepare the cache" 0 "$status"
   expect "one initramfs, no scraps" 1 "$(find "$cache/lab" -maxdepth 1 -name 'initramfs*' | wc -l)"
-  expect "it boots" 5 "$(QUENBY_CACHE=$cache status_of "$LAB" sh -c 'exit 5')"
 }
 
 # An ordinary user: "nobody", when root runs this.
@@ -216,7 +203,6 @@ test_root
 test_vanish
 test_out
 test_timeout
-test_two_at_once
 test_interrupt
 test_shell
 test_cache_race
