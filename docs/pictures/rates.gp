@@ -1,12 +1,12 @@
 # Draws rates.dat, which the demo has measured.
 set terminal svg size 760,300 font "Helvetica,11" background "white"
-set key autotitle columnhead outside right top
+set key outside right top
 set xlabel "seconds"
 set ylabel "Mbit/s received"
-set yrange [0:8]
+set yrange [0:]
 set grid ytics lc rgb "#dde3e8"
-stats "rates.dat" index 1 using 1:2 nooutput
-set arrow from STATS_min_x, graph 0 to STATS_min_x, graph 1 nohead lc rgb "#c0392b" dt 2
-set label "quenby --tariff-update" at STATS_min_x, graph 0.95 right offset -1,0 tc rgb "#c0392b"
-plot "rates.dat" index 0 using 1:2 with lines lw 2 lc rgb "#2a6fb0", \
-     "" index 0 using 1:3 with lines lw 2 lc rgb "#8a949b"
+stats "rates.dat" index 1 using 1 name "COMMAND" nooutput
+set arrow from COMMAND_min, graph 0 to COMMAND_min, graph 1 nohead lc rgb "#c0392b" dt 2
+set label "quenby --tariff-update" at COMMAND_min, graph 0.95 right offset -1,0 tc rgb "#c0392b"
+plot "rates.dat" index 0 using 1:2 title columnhead(2) with lines lw 2 lc rgb "#2a6fb0", \
+     "" index 0 using 1:3 title columnhead(3) with lines lw 2 lc rgb "#8a949b"
