@@ -23,15 +23,16 @@ firewall() {
   ipset -n list
 }
 
-# Classes with their rates, one a line.
+# Classes with their rates, one a line. A queue shows those that packets wait in as
+# classes of its own.
 classes() {
   local device
   for device in eth1 ifb_ingr; do
     echo "# $device"
-    tc class show dev "$device" 2>/dev/null | sort
+    tc class show dev "$device" 2>/dev/null | grep '^class htb' | sort
   done
 }
-class_count() { tc class show dev "$1" 2>/dev/null | wc -l; }
+class_count() { tc class show dev "$1" 2>/dev/null | grep -c '^class htb' || true; }
 class_bytes() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
 shaped() { [ "$(class_count eth1)" -gt 0 ] && [ "$(class_count ifb_ingr)" -gt 0 ]; }
 unshaped() { [ "$(class_count eth1)" -eq 0 ] && ! ip link show ifb_ingr >/dev/null 2>&1; }
@@ -93,7 +94,7 @@ test_traffic() {
 
 test_units() {
   expect "systemd-analyze verify" "" \
-    "$(systemd-analyze verify quenby.service quenby-if@eth1.service 2>&1)"
+    "$(systemd-analyze verify --man=no quenby.service quenby-if@eth1.service 2>&1)"
   systemd-analyze security --no-pager quenby.service | tail -n 1
   systemd-analyze security --no-pager quenby-if@eth1.service | tail -n 1
   local before
