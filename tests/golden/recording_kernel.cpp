@@ -1,6 +1,5 @@
 #include "tests/golden/recording_kernel.h"
 
-#include <linux/if.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
 #include <netlink/errno.h>
@@ -15,6 +14,7 @@
 #include <utility>
 
 #include "tests/golden/decode.h"
+#include "tests/golden/replies.h"
 
 namespace golden {
 namespace {
@@ -45,35 +45,6 @@ std::string name_of(const nlmsghdr& request) {
 }
 
 int index_of_new(const std::string& name) { return name == "imq0" ? kImqIndex : kIfbIndex; }
-
-MsgPtr link_message(const std::string& name, int ifindex) {
-  MsgPtr msg(nlmsg_alloc_simple(RTM_NEWLINK, NLM_F_MULTI));
-  ifinfomsg header{};
-  header.ifi_index = ifindex;
-  header.ifi_flags = IFF_UP;
-  nlmsg_append(msg.get(), &header, sizeof(header), NLMSG_ALIGNTO);
-  nla_put_string(msg.get(), IFLA_IFNAME, name.c_str());
-  nla_put_u32(msg.get(), IFLA_MTU, 1500);
-  return msg;
-}
-
-MsgPtr root_message(int ifindex, std::uint32_t handle) {
-  MsgPtr msg(nlmsg_alloc_simple(RTM_NEWQDISC, NLM_F_MULTI));
-  tcmsg header{};
-  header.tcm_ifindex = ifindex;
-  header.tcm_handle = handle;
-  header.tcm_parent = TC_H_ROOT;
-  nlmsg_append(msg.get(), &header, sizeof(header), NLMSG_ALIGNTO);
-  nla_put_string(msg.get(), TCA_KIND, handle == 0 ? "noqueue" : "htb");
-  return msg;
-}
-
-MsgPtr done_message() {
-  MsgPtr msg(nlmsg_alloc_simple(NLMSG_DONE, NLM_F_MULTI));
-  int status = 0;
-  nlmsg_append(msg.get(), &status, sizeof(status), NLMSG_ALIGNTO);
-  return msg;
-}
 
 }  // namespace
 
@@ -139,8 +110,7 @@ void RecordingKernel::handle(const nlmsghdr& request) {
   summaries_ += summary(request, protocol_) + "\n";
   const int error = refusal_of(request);
   if (error == 0) apply(request);
-  if (error == 0 && (request.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP &&
-      (request.nlmsg_type == RTM_GETLINK || request.nlmsg_type == RTM_GETQDISC)) {
+  if (error == 0 && (request.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP) {
     answer_dump(request);
   } else {
     answer_status(request, error);
@@ -182,10 +152,23 @@ void RecordingKernel::answer_status(const nlmsghdr& request, int error) {
 void RecordingKernel::answer_dump(const nlmsghdr& request) {
   if (request.nlmsg_type == RTM_GETLINK) {
     for (const auto& [name, ifindex] : links_) queue(request, link_message(name, ifindex));
-  } else {
+  } else if (request.nlmsg_type == RTM_GETQDISC) {
     for (const auto& [ifindex, handle] : roots_) queue(request, root_message(ifindex, handle));
+  } else {
+    answer_device_dump(request, header_of<tcmsg>(request).tcm_ifindex);
   }
   queue(request, done_message());
+}
+
+void RecordingKernel::answer_device_dump(const nlmsghdr& request, int ifindex) {
+  for (const ListedFilter& filter : filters_) {
+    if (request.nlmsg_type == RTM_GETTFILTER && filter.ifindex == ifindex)
+      queue(request, filter_message(filter));
+  }
+  for (const ListedClass& listed : classes_) {
+    if (request.nlmsg_type == RTM_GETTCLASS && listed.ifindex == ifindex)
+      queue(request, class_message(listed));
+  }
 }
 
 void RecordingKernel::queue(const nlmsghdr& request, MsgPtr reply) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tc/nl_types.h"
+#include "tests/golden/replies.h"
 
 namespace golden {
 
@@ -18,8 +19,9 @@ inline constexpr int kIfbIndex = 7;
 inline constexpr int kImqIndex = 9;
 
 /// A kernel that keeps a list of its requests and knows as much of links and root qdiscs as they
-/// tell it. Nothing reaches the real one: libnl hands its messages over and reads the answers here.
-/// Every request is accepted unless a test wants it refused.
+/// tell it; classifiers and classes it lists as a test has set them up. Nothing reaches the real
+/// one: libnl hands its messages over and reads the answers here. Every request is accepted unless
+/// a test wants it refused.
 class RecordingKernel {
  public:
   /// `protocol` is the netlink family of the session. Also pins the packet scheduler's clock to
@@ -37,6 +39,9 @@ class RecordingKernel {
   void has_link(const std::string& name, int ifindex) { links_[name] = ifindex; }
   void has_root_qdisc(int ifindex, std::uint32_t handle) { roots_[ifindex] = handle; }
   void has_no_links() { links_.clear(); }
+  /// Takes over a classifier or class, which is listed from then on whatever is requested.
+  void has_filter(const ListedFilter& filter) { filters_.push_back(filter); }
+  void has_class(const ListedClass& listed) { classes_.push_back(listed); }
   /// Answers the next request of message type `type` with the error number `error`; calls add up
   /// and 0 lets one pass.
   void refuse(int type, int error) { refusals_[type].push_back(error); }
@@ -59,12 +64,15 @@ class RecordingKernel {
   void apply_to_root(const nlmsghdr& request);
   void answer_status(const nlmsghdr& request, int error);
   void answer_dump(const nlmsghdr& request);
+  void answer_device_dump(const nlmsghdr& request, int ifindex);
   void queue(const nlmsghdr& request, quenby::MsgPtr reply);
 
   int protocol_;
   quenby::SocketPtr socket_;
   std::map<std::string, int> links_;
   std::map<int, std::uint32_t> roots_;
+  std::vector<ListedFilter> filters_;
+  std::vector<ListedClass> classes_;
   std::map<int, std::deque<int>> refusals_;
   bool forgets_links_ = false;
   bool fails_to_send_ = false;

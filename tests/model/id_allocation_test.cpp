@@ -93,6 +93,13 @@ TEST(FillIDs, WithoutNewOnesWantEveryNameStored) {
   EXPECT_EQ(next_id(config), 10);
 }
 
+TEST(FillIDs, FailWhenNoNumberIsLeft) {
+  TariffConfig config = stored({tariff("a", 15'998)});
+  TariffSet fresh = set_of(tariff("a"), tariff("b"), tariff("c"), tariff("d"));
+  EXPECT_FALSE(config.fillIDs(fresh, true));
+  EXPECT_THAT(ids(fresh), ElementsAre(15'998, 15'999, 0, 0));
+}
+
 TEST(RefillIDs, NumberFrom4InListOrderAndRestartTheCounter) {
   TariffConfig config = stored({tariff("a", 4), tariff("b", 5), tariff("c", 9)});
   EXPECT_TRUE(config.refillIDs());
@@ -193,6 +200,15 @@ TEST(ManyTariffs, AreNumberedUpToTheLimits) {
   EXPECT_TRUE(config.update(numbered_names(15'996), true, true));
   EXPECT_EQ(config.tariffs().back().id, 15'999);
   EXPECT_FALSE(config.update(numbered_names(15'997), true, true));
+}
+
+TEST(ManyTariffs, AreNumberedUpToTheFirstRefusal) {
+  TariffConfig config;
+  EXPECT_TRUE(config.update(numbered_names(15'998), true, false));
+  EXPECT_FALSE(config.refillIDs());
+  EXPECT_EQ(config.tariffs()[15'995].id, 15'999);
+  EXPECT_EQ(config.tariffs()[15'996].id, 0);
+  EXPECT_EQ(config.tariffs()[15'997].id, 0);
 }
 
 TEST(ManyTariffs, KeepTheirNumbersWhenASetIsFilled) {

@@ -146,6 +146,13 @@ def store(global_text=None, tariff_text=None):
             path.write_bytes(text if isinstance(text, bytes) else text.encode())
 
 
+def given(text):
+    """Path of a file with this text, for an option that takes one."""
+    path = WORK / "given.ini"
+    path.write_text(text)
+    return str(path)
+
+
 def files_state():
     """Name, bytes, inode and modification time of everything below /config."""
     state = {}

@@ -26,28 +26,39 @@ class EditTexts(q.ProgramTest):
         self.succeeds(*arguments)
         return q.shell_texts()
 
-    def given(self, text):
-        path = q.WORK / "given.ini"
-        path.write_text(text)
-        return str(path)
-
     def test_changes_in_place_leave_the_firewall_alone(self):
-        self.assertEqual([SFP_QUERY], self.texts_of("--tariff-add", self.given(TIN)))
+        self.assertEqual([SFP_QUERY], self.texts_of("--tariff-add", q.given(TIN)))
         self.assertEqual([SFP_QUERY], self.texts_of("--tariff-del", "iron"))
-        changed = self.given(GOLD.replace("2000", "3000"))
+        changed = q.given(GOLD.replace("2000", "3000"))
         self.assertEqual([SFP_QUERY, "sync"], self.texts_of("--tariff-update", changed))
         self.assertEqual([SFP_QUERY, "sync"], self.texts_of("--update", changed))
+
+    def test_equal_tariffs_are_compared_and_saved(self):
+        kernel = q.kernel_state()
+        self.assertEqual([SFP_QUERY, "sync"], self.texts_of("--update", q.given(IRON + GOLD)))
+        self.assertEqual(GOLD + IRON, q.TARIFF_FILE.read_text())
+        # What is given goes to the end of the file.
+        self.assertEqual([SFP_QUERY, "sync"], self.texts_of("--tariff-update", q.given(GOLD)))
+        self.assertEqual(IRON + GOLD, q.TARIFF_FILE.read_text())
+        self.assertEqual(kernel, q.kernel_state())
+
+    def test_no_tariffs_given(self):
+        kernel = q.kernel_state()
+        self.assertEqual([SFP_QUERY], self.texts_of("--tariff-add", q.given("")))
+        self.assertEqual([SFP_QUERY, "sync"], self.texts_of("--tariff-update", q.given("")))
+        self.assertEqual(GOLD + IRON, q.TARIFF_FILE.read_text())
+        self.assertEqual(kernel, q.kernel_state())
 
     def test_last_and_first_tariff(self):
         self.texts_of("--tariff-del", "iron")
         self.assertEqual([SFP_QUERY, REDIRECT_WITHOUT_MARKS, REMOVAL, RULES],
                          self.texts_of("--tariff-del", "gold"))
         self.assertEqual(CLEARED + BUILT + ["sync"],
-                         self.texts_of("--tariff-add", self.given(TIN)))
+                         self.texts_of("--tariff-add", q.given(TIN)))
 
     def test_oversubscribing_builds_everything(self):
         self.assertEqual([SFP_QUERY] + BUILT,
-                         self.texts_of("--tariff-add", self.given(TIN.replace("1000", "9000"))))
+                         self.texts_of("--tariff-add", q.given(TIN.replace("1000", "9000"))))
 
     def test_all_tariffs_at_once(self):
         self.assertEqual(CLEARED + BUILT_WITHOUT_TARIFFS, self.texts_of("--tariffs-del"))
@@ -59,8 +70,8 @@ class EditTexts(q.ProgramTest):
 
     def test_global_file(self):
         self.assertEqual(CLEARED + BUILT + ["sync"],
-                         self.texts_of("--global-update", self.given(GLOBAL)))
-        disabled = self.given(GLOBAL.replace("true", "false"))
+                         self.texts_of("--global-update", q.given(GLOBAL)))
+        disabled = q.given(GLOBAL.replace("true", "false"))
         self.assertEqual(CLEARED + ["sync"], self.texts_of("--global-update", disabled))
         self.assertEqual([], self.texts_of("--tariff-del", "iron"))
 
@@ -68,13 +79,15 @@ class EditTexts(q.ProgramTest):
         q.make_link("imq0", "ifb")
         self.assertEqual(CLEARED + ["/usr/sbin/kavo-hal isSfpPlus  2>&1", REMOVAL, IMQ_RULES],
                          self.texts_of("--global-del"))
+        self.assertFalse(q.GLOBAL_FILE.exists())
+        self.assertEqual(GOLD + IRON, q.TARIFF_FILE.read_text())
 
     def test_statistics_ask_the_shell_nothing(self):
         self.assertEqual(0, q.run("--stat").status)
         self.assertEqual([], q.shell_texts())
 
     def test_several_in_one_run_with_the_deferred_ones_last(self):
-        result = q.run("--stat", "--restore-if-cfg", "--tariff-add", self.given(TIN),
+        result = q.run("--stat", "--restore-if-cfg", "--tariff-add", q.given(TIN),
                        "--tariff-del", "iron", "--if-name", "eth1")
         self.assertEqual((0, ""), (result.status, result.err))
         self.assertEqual([SFP_QUERY, SFP_QUERY] + CLEARED + BUILT + ["sync"], q.shell_texts())

@@ -1,0 +1,280 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+#include <gmock/gmock.h>
+
+#include "tests/golden/device_test.h"
+
+// Changing the leaves of devices that classify by mark: what has a new record is deleted and made
+// again, and the one classifier stays as it is.
+namespace golden {
+namespace {
+
+using quenby::kQdiscFqCodel;
+using quenby::kQdiscNone;
+using quenby::kQdiscPfifo;
+using quenby::kQdiscSfq;
+using quenby::TariffSet;
+using testing::ExitedWithCode;
+
+const quenby::GlobalSettings kLine = line(kTenMbit, kTenMbit);
+
+// The only tariff of a set, with class number 5.
+TariffSet gold(std::int64_t speed, int qdisc) {
+  return tariffs({tariff("gold", 5, speed, {"10.0.1.5"}, qdisc)});
+}
+
+// The burst of 240 ms at 200,000 bytes/s is 48,000 bytes, which take 3,750,000 ticks of 64 ns.
+TEST_F(DeviceTest, AChangedRateIsANewClassUnderANewLeaf) {
+  eth().update_leaves(kLine, gold(100'000, kQdiscPfifo), gold(200'000, kQdiscPfifo), true);
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELQDISC REQUEST|ACK
+  family 0 ifindex 3
+  handle 8005:0
+  parent 8000:5
+  info 0
+  TCA_KIND "pfifo"
+RTM_DELTCLASS REQUEST|ACK
+  family 0 ifindex 3
+  handle 8000:5
+  parent 8000:1
+  info 0
+RTM_NEWTCLASS REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle 8000:5
+  parent 8000:1
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 200000 bytes/s
+      ceil 200000 bytes/s
+      buffer 3750000 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle 8005:0
+  parent 8000:5
+  info 0
+  TCA_KIND "pfifo"
+  TCA_OPTIONS
+    limit 11000
+)");
+}
+
+// 1,250,000 bytes/s are 10,000 kbit/s, the fastest of the shortest queues.
+TEST_F(DeviceTest, AChangedLeafKindIsDeletedAsTheOldAndMadeAsTheNew) {
+  ifb().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(kTenMbit, kQdiscFqCodel), true);
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELQDISC REQUEST|ACK
+  family 0 ifindex 7
+  handle 8005:0
+  parent 8000:5
+  info 0
+  TCA_KIND "sfq"
+RTM_DELTCLASS REQUEST|ACK
+  family 0 ifindex 7
+  handle 8000:5
+  parent 8000:1
+  info 0
+RTM_NEWTCLASS REQUEST|ACK|CREATE
+  family 0 ifindex 7
+  handle 8000:5
+  parent 8000:1
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 1250000 bytes/s
+      ceil 1250000 bytes/s
+      buffer 3750000 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 7
+  handle 8005:0
+  parent 8000:5
+  info 0
+  TCA_KIND "fq_codel"
+  TCA_OPTIONS
+    TCA_FQ_CODEL_LIMIT 600
+    TCA_FQ_CODEL_ECN 0
+    TCA_FQ_CODEL_QUANTUM 300
+)");
+}
+
+TEST_F(DeviceTest, ALeafThatComesOrGoesIsMadeOrDeletedAlone) {
+  eth().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(kTenMbit, kQdiscNone), true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+)");
+  eth().update_leaves(kLine, gold(kTenMbit, kQdiscNone), gold(kTenMbit, kQdiscSfq), true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 3 sfq 8005:0 parent 8000:5
+)");
+}
+
+TEST_F(DeviceTest, EveryRemovedTariffGoesBeforeTheFirstAddedOneComes) {
+  const auto removed = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.4"}, kQdiscSfq),
+                                tariff("b", 6, kTenMbit, {"10.0.1.6"}, kQdiscPfifo)});
+  const auto added = tariffs(
+      {tariff("b", 6, kTenMbit, {"10.0.1.6"}, kQdiscSfq), tariff("c", 7, kTenMbit, {"10.0.1.7"})});
+  ifb().update_leaves(kLine, removed, added, true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 7 sfq 8004:0 parent 8000:4
+RTM_DELTCLASS ifindex 7 8000:4 parent 8000:1
+RTM_DELQDISC ifindex 7 pfifo 8006:0 parent 8000:6
+RTM_DELTCLASS ifindex 7 8000:6 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:6 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 7 sfq 8006:0 parent 8000:6
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
+)");
+}
+
+TEST_F(DeviceTest, OnlyTariffsWithAddressesHaveLeavesToChange) {
+  const auto silent = tariffs({tariff("gold", 5, kTenMbit, {}, kQdiscSfq)});
+  eth().update_leaves(kLine, silent, gold(kTenMbit, kQdiscSfq), true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 3 sfq 8005:0 parent 8000:5
+)");
+  eth().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), silent, true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+)");
+  eth().update_leaves(kLine, silent, silent, true);
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, AnAddedTariffWithoutSpeedGetsNoLeaf) {
+  ifb().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(-2, kQdiscSfq), true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 7 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1
+)");
+}
+
+TEST_F(DeviceTest, NothingIsDeletedWhereNothingWasShaped) {
+  eth().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(kTenMbit, kQdiscNone), false);
+  EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1\n");
+}
+
+TEST_F(DeviceTest, ABlockedDirectionOnlyLosesLeaves) {
+  for (const std::int64_t speed : {-2, 0}) {
+    eth().update_leaves(line(kTenMbit, speed), gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
+    ifb().update_leaves(line(speed, kTenMbit), gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
+    EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+RTM_DELQDISC ifindex 7 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1
+)") << speed;
+  }
+}
+
+TEST_F(BareRouterTest, AMissingDeviceHasNoLeavesToChange) {
+  eth().update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
+  ifb().update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(BareRouterTest, AnIfbDeviceThatOutlivedTheWanDeviceOnlyLosesLeaves) {
+  kernel.has_link("ifb_ingr", kIfbIndex);
+  ifb().update_leaves(kLine, gold(1000, kQdiscNone), gold(2000, kQdiscNone), true);
+  EXPECT_EQ(kernel.summaries(), "RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1\n");
+}
+
+// 310,000 and 375,000 bytes at 10 Mbit/s, whose own 240 ms are 300,000.
+TEST_F(DeviceTest, TheRootClassCoversTheLargestBurstAfterTheChange) {
+  auto small = tariff("a", 4, kTenMbit, {"10.0.1.4"});
+  small.download.burst_size = 310'000;
+  auto large = tariff("b", 5, kTenMbit, {"10.0.1.5"});
+  large.download.burst_size = 375'000;
+  ifb().update_leaves(kLine, {}, tariffs({large, small}), true);
+  const std::string requests = kernel.requests();
+  EXPECT_EQ(requests.substr(requests.rfind("RTM_")), R"(RTM_NEWTCLASS REQUEST|ACK|REPLACE
+  family 0 ifindex 7
+  handle 8000:1
+  parent 8000:0
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 1250000 bytes/s
+      ceil 1250000 bytes/s
+      buffer 4687500 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+)");
+}
+
+TEST_F(DeviceTest, ASmallBurstLeavesTheRootClassAlone) {
+  auto small = tariff("a", 4, kTenMbit, {"10.0.1.4"});
+  small.upload.burst_size = 300'000;
+  eth().update_leaves(kLine, {}, tariffs({small}), true);
+  EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 3 htb 8000:4 parent 8000:1\n");
+}
+
+TEST_F(DeviceTest, AClassNumberBeyond14BitsIsCutForTheClassAndNotForTheLeaf) {
+  eth().delete_fw_leaf(direction(false, 0x4005, kTenMbit, kQdiscPfifo), true, {1});
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 pfifo c005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+)");
+}
+
+TEST_F(DeviceTest, ALeafIsDeletedOnlyOnRequestAndOnlyWithAddresses) {
+  eth().delete_fw_leaf(direction(false, 5, kTenMbit, kQdiscSfq), false, {1});
+  eth().delete_fw_leaf(direction(false, 5, kTenMbit, kQdiscSfq), true, {});
+  ifb().delete_fw_leaf(direction(true, 5, kTenMbit, kQdiscSfq), false, {});
+  EXPECT_EQ(kernel.requests(), "");
+}
+
+TEST_F(DeviceTest, LeavesAndClassesThatAreGoneDoNotStopTheChange) {
+  for (const int error : {ENOENT, EINVAL}) {
+    kernel.refuse(RTM_DELQDISC, error);
+    kernel.refuse(RTM_DELTCLASS, ENOENT);
+    eth().update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscNone), true);
+    EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+)") << error;
+  }
+}
+
+// One step of the change from an sfq leaf to another is refused.
+class RefusedLeafTest : public DeviceTest {
+ protected:
+  void expect_exit(int type, int error, const std::string& message) {
+    quenby::HtbEthIntf& device = eth();
+    kernel.refuse(type, error);
+    EXPECT_EXIT(device.update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true),
+                ExitedWithCode(1), "^Error: eth1 failed to " + message + "\n$");
+  }
+};
+
+TEST_F(RefusedLeafTest, OldLeafThatCannotBeDeletedEndsTheRun) {
+  expect_exit(RTM_DELQDISC, EBUSY, "delete sfq qdisc\\(Object busy\\)");
+}
+
+TEST_F(RefusedLeafTest, OldClassThatCannotBeDeletedEndsTheRun) {
+  expect_exit(RTM_DELTCLASS, EBUSY, "delete 5 cls\\(Object busy\\)");
+}
+
+// Unlike a leaf, a class is not gone when the kernel finds the request invalid.
+TEST_F(RefusedLeafTest, InvalidDeleteOfTheOldClassEndsTheRun) {
+  expect_exit(RTM_DELTCLASS, EINVAL, "delete 5 cls\\(Invalid input data or parameter\\)");
+}
+
+TEST_F(RefusedLeafTest, NewClassThatIsRefusedEndsTheRun) {
+  expect_exit(RTM_NEWTCLASS, ENOENT, "add 5 cls\\(Object not found\\)");
+}
+
+TEST_F(RefusedLeafTest, NewLeafThatIsRefusedEndsTheRun) {
+  expect_exit(RTM_NEWQDISC, EINVAL, "add sfq qdisc\\(Invalid input data or parameter\\)");
+}
+
+}  // namespace
+}  // namespace golden

@@ -1,0 +1,87 @@
+#include "tests/golden/replies.h"
+
+#include <arpa/inet.h>
+#include <linux/if.h>
+#include <linux/if_ether.h>
+#include <linux/pkt_cls.h>
+#include <linux/rtnetlink.h>
+#include <netlink/attr.h>
+
+namespace golden {
+namespace {
+
+using quenby::MsgPtr;
+
+constexpr std::uint32_t kHtbRoot = 0x80000000;
+
+template <typename Header>
+MsgPtr listed(int type, const Header& header) {
+  MsgPtr msg(nlmsg_alloc_simple(type, NLM_F_MULTI));
+  Header copy = header;
+  nlmsg_append(msg.get(), &copy, sizeof(copy), NLMSG_ALIGNTO);
+  return msg;
+}
+
+template <typename T>
+void put(const MsgPtr& msg, int attribute, const T& value) {
+  nla_put(msg.get(), attribute, sizeof(value), &value);
+}
+
+}  // namespace
+
+MsgPtr link_message(const std::string& name, int ifindex) {
+  ifinfomsg header{};
+  header.ifi_index = ifindex;
+  header.ifi_flags = IFF_UP;
+  MsgPtr msg = listed(RTM_NEWLINK, header);
+  nla_put_string(msg.get(), IFLA_IFNAME, name.c_str());
+  nla_put_u32(msg.get(), IFLA_MTU, 1500);
+  return msg;
+}
+
+MsgPtr root_message(int ifindex, std::uint32_t handle) {
+  tcmsg header{};
+  header.tcm_ifindex = ifindex;
+  header.tcm_handle = handle;
+  header.tcm_parent = TC_H_ROOT;
+  MsgPtr msg = listed(RTM_NEWQDISC, header);
+  nla_put_string(msg.get(), TCA_KIND, handle == 0 ? "noqueue" : "htb");
+  return msg;
+}
+
+MsgPtr filter_message(const ListedFilter& filter) {
+  tcmsg header{};
+  header.tcm_ifindex = filter.ifindex;
+  header.tcm_handle = filter.handle;
+  header.tcm_parent = kHtbRoot;
+  header.tcm_info = TC_H_MAKE(1U << 16, htons(ETH_P_IP));
+  MsgPtr msg = listed(RTM_NEWTFILTER, header);
+  nla_put_string(msg.get(), TCA_KIND, filter.kind.c_str());
+  if (filter.classid == 0) return msg;
+  nlattr* const options = nla_nest_start(msg.get(), TCA_OPTIONS);
+  nla_put_u32(msg.get(), TCA_U32_CLASSID, filter.classid);
+  nla_nest_end(msg.get(), options);
+  return msg;
+}
+
+MsgPtr class_message(const ListedClass& listed_class) {
+  tcmsg header{};
+  header.tcm_ifindex = listed_class.ifindex;
+  header.tcm_handle = listed_class.handle;
+  header.tcm_parent = listed_class.parent;
+  MsgPtr msg = listed(RTM_NEWTCLASS, header);
+  nla_put_string(msg.get(), TCA_KIND, "htb");
+  nlattr* const counters = nla_nest_start(msg.get(), TCA_STATS2);
+  put(msg, TCA_STATS_BASIC, listed_class.traffic);
+  put(msg, TCA_STATS_RATE_EST, listed_class.rate);
+  put(msg, TCA_STATS_QUEUE, listed_class.queue);
+  nla_nest_end(msg.get(), counters);
+  return msg;
+}
+
+MsgPtr done_message() {
+  const int status = 0;
+  return listed(NLMSG_DONE, status);
+}
+
+}  // namespace golden

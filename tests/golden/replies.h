@@ -1,0 +1,40 @@
+#pragma once
+
+#include <linux/gen_stats.h>
+
+#include <cstdint>
+#include <string>
+
+#include "tc/nl_types.h"
+
+/// What the recording kernel answers a dump with: one message an object.
+namespace golden {
+
+/// A classifier under the HTB qdisc of a device, as the kernel lists it. `classid` 0: it ends in no
+/// class, as a hash table or a link.
+struct ListedFilter {
+  int ifindex = 0;
+  std::uint32_t handle = 0;
+  std::uint32_t classid = 0;
+  std::string kind = "u32";
+};
+
+/// An HTB class with its counters, as the kernel lists it.
+struct ListedClass {
+  int ifindex = 0;
+  std::uint32_t handle = 0;
+  std::uint32_t parent = 0;
+  gnet_stats_basic traffic{};
+  gnet_stats_rate_est rate{};
+  gnet_stats_queue queue{};
+};
+
+quenby::MsgPtr link_message(const std::string& name, int ifindex);
+/// The root qdisc of a device; handle 0 is one of the kernel's own.
+quenby::MsgPtr root_message(int ifindex, std::uint32_t handle);
+quenby::MsgPtr filter_message(const ListedFilter& filter);
+quenby::MsgPtr class_message(const ListedClass& listed_class);
+/// The end of every dump.
+quenby::MsgPtr done_message();
+
+}  // namespace golden

@@ -1,0 +1,130 @@
+#include <linux/rtnetlink.h>
+
+#include <cerrno>
+#include <csignal>
+#include <gmock/gmock.h>
+
+#include "tests/golden/device_test.h"
+
+// Changing the root class in place. 240 ms of traffic at any rate are 3,750,000 ticks of 64 ns, one
+// second is 15,625,000.
+namespace golden {
+namespace {
+
+using testing::ExitedWithCode;
+using testing::HasSubstr;
+using testing::KilledBySignal;
+
+constexpr std::int64_t kTwentyMbit = 2'500'000;
+
+TEST_F(DeviceTest, TheRootClassIsReplacedInPlace) {
+  auto root = line_direction(false, kTwentyMbit);
+  eth().update_root_leaf(root);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|REPLACE
+  family 0 ifindex 3
+  handle 8000:1
+  parent 8000:0
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 2500000 bytes/s
+      ceil 2500000 bytes/s
+      buffer 3750000 ticks
+      cbuffer 3750000 ticks
+      quantum 0 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+)");
+  EXPECT_EQ(root.burst, 600'000);
+}
+
+TEST_F(DeviceTest, TheRootClassOfEveryDeviceIsReplaced) {
+  auto up = line_direction(false, kTwentyMbit);
+  auto down = line_direction(true, kTwentyMbit);
+  ifb().update_root_leaf(down);
+  imq(true).update_root_leaf(down);
+  imq(false).update_root_leaf(up);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS REPLACE ifindex 7 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:8001 parent 8000:0
+)");
+}
+
+// 900,000 bytes would take 360 ms.
+TEST_F(DeviceTest, TheReplacedRootsBurstIsComputedWhateverTheRecordHolds) {
+  auto root = line_direction(true, kTwentyMbit);
+  root.burst = 900'000;
+  ifb().update_root_leaf(root);
+  EXPECT_THAT(kernel.requests(), HasSubstr("      buffer 3750000 ticks\n"));
+  EXPECT_EQ(root.burst, 600'000);
+}
+
+TEST_F(DeviceTest, AReplacedRootBelowNineBytesASecondGetsEight) {
+  for (const std::int64_t speed : {-1, 0, 5, 8}) {
+    auto root = line_direction(false, speed);
+    eth().update_root_leaf(root);
+    EXPECT_THAT(kernel.requests(), HasSubstr(R"(
+      rate 8 bytes/s
+      ceil 8 bytes/s
+      buffer 15625000 ticks
+      cbuffer 15625000 ticks
+)")) << speed;
+    EXPECT_EQ(root.burst, 8) << speed;
+  }
+}
+
+TEST_F(DeviceTest, ALineWithoutSpeedHasNoRootToReplace) {
+  auto root = line_direction(false, -2);
+  root.burst = 7;
+  eth().update_root_leaf(root);
+  EXPECT_EQ(kernel.requests(), "");
+  EXPECT_EQ(root.burst, 7);
+}
+
+TEST_F(BareRouterTest, AMissingDeviceHasNoRootToReplace) {
+  auto up = line_direction(false, kTwentyMbit);
+  auto down = line_direction(true, kTwentyMbit);
+  eth().update_root_leaf(up);
+  ifb().update_root_leaf(down);
+  imq(true).update_root_leaf(down);
+  EXPECT_EQ(kernel.requests(), "");
+  EXPECT_EQ(up.burst, 0);
+}
+
+// A class that is missing is no success here, unlike where it is to be deleted.
+TEST_F(DeviceTest, ARootThatCannotBeReplacedEndsTheRun) {
+  quenby::HtbEthIntf& device = eth();
+  auto root = line_direction(false, kTwentyMbit);
+  kernel.refuse(RTM_NEWTCLASS, ENOENT);
+  EXPECT_EXIT(device.update_root_leaf(root), ExitedWithCode(1),
+              "^Error: eth1 failed to add 1 cls\\(Object not found\\)\n$");
+}
+
+TEST_F(DeviceTest, TheErrorNamesTheImqUploadsRootByItsMappedNumber) {
+  quenby::HtbImqIntf& device = imq(false);
+  auto root = line_direction(false, kTwentyMbit);
+  kernel.refuse(RTM_NEWTCLASS, EINVAL);
+  EXPECT_EXIT(device.update_root_leaf(root), ExitedWithCode(1),
+              "^Error: imq0 failed to add 32769 cls\\(Invalid input data or parameter\\)\n$");
+}
+
+TEST_F(DeviceTest, ARefusedRaiseOfTheRootBurstEndsTheRun) {
+  quenby::HtbIfbIntf& device = ifb();
+  kernel.refuse(RTM_NEWTCLASS, EBUSY);
+  EXPECT_EXIT(device.update_root_leaf_burst(line_direction(true, kTenMbit), 375'000),
+              ExitedWithCode(1), "^Error: ifb_ingr failed to add 1 cls\\(Object busy\\)\n$");
+}
+
+TEST_F(DeviceTest, ReplacingTheRootOfTheOtherDirectionAborts) {
+  auto up = line_direction(false, kTwentyMbit);
+  auto down = line_direction(true, kTwentyMbit);
+  quenby::HtbEthIntf& wan = eth();
+  quenby::HtbImqIntf& shared = imq(true);
+  const std::string wrong = "kavo-tc-htb.*`root\\.download\\(\\) == ingress\\(\\)' failed";
+  EXPECT_EXIT(wan.update_root_leaf(down), KilledBySignal(SIGABRT), wrong);
+  EXPECT_EXIT(shared.update_root_leaf(up), KilledBySignal(SIGABRT), wrong);
+}
+
+}  // namespace
+}  // namespace golden
