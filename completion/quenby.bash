@@ -106,7 +106,7 @@ _quenby() {
     tariff) _quenby_offer "$word" < <(_quenby_tariffs) ;;
     interface) _quenby_offer "$word" < <(_quenby_interfaces) ;;
     '')
-      [[ $word != -* ]] || _quenby_offer "$word" < <(_quenby_options | sed 's/:.*//')
+      [[ -n $word && $word != -* ]] || _quenby_offer "$word" < <(_quenby_options | sed 's/:.*//')
       ;;
   esac
 }

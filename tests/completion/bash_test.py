@@ -58,6 +58,7 @@ class Options(Completion):
     def test_all(self):
         self.assertEqual(self.offers("--"), OPTIONS)
         self.assertEqual(self.offers("-"), OPTIONS)
+        self.assertEqual(self.offers(""), OPTIONS)
 
     def test_prefix(self):
         self.assertEqual(self.offers("--ta"), ["--tariff-add", "--tariff-del", "--tariff-update",
@@ -66,12 +67,13 @@ class Options(Completion):
     def test_behind_others(self):
         self.assertEqual(self.offers("--stat", "--l"), ["--load"])
         self.assertEqual(self.offers("--if-name", "eth1", "--res"), ["--restore-if-cfg"])
+        self.assertEqual(self.offers("--stat", ""), OPTIONS)
+        self.assertEqual(self.offers("--if-name", "eth1", ""), OPTIONS)
 
     def test_no_other_words(self):
-        self.assertEqual(self.offers(""), [])
-        self.assertEqual(self.offers("--stat", ""), [])
-        self.assertEqual(self.offers("--if-name", "eth1", ""), [])
-        self.assertEqual(self.offers("--nothing", ""), [])
+        self.assertEqual(self.offers("ta"), [])
+        self.assertEqual(self.offers("--stat", "e"), [])
+        self.assertEqual(self.offers("--if-name", "eth1", "/"), [])
 
     def test_none_behind_two_dashes(self):
         self.assertEqual(self.offers("--load", "--", "--st"), [])
@@ -91,11 +93,11 @@ class Tariffs(Completion):
         self.assertEqual(self.offers("--tariff-del", "="), self.QUOTED)
 
     def test_ambiguous_option(self):
-        self.assertEqual(self.offers("--tariff", ""), [])
+        self.assertEqual(self.offers("--tariff", "si"), [])
 
     def test_argument_that_looks_like_an_option(self):
-        self.assertEqual(self.offers("--tariff-del", "--stat", ""), [])
-        self.assertEqual(self.offers("--if-name", "--tariff-del", ""), [])
+        self.assertEqual(self.offers("--tariff-del", "--stat", "si"), [])
+        self.assertEqual(self.offers("--if-name", "--tariff-del", "si"), [])
 
     def test_between_quotes(self):
         self.assertEqual(self.offers("--tariff-del", "'"),
