@@ -13,7 +13,8 @@ import router_state
 import state_test
 from cases import state_lines
 from packets import Connection
-from router import GLOBAL_FILE, TARIFF_FILE, Router, program_path, shell, use_plain_sudo
+from router import (GLOBAL_FILE, TARIFF_FILE, Router, program_path, shell, use_legacy_iptables,
+                    use_plain_sudo)
 from tc_dump import htb_classes
 
 GIVEN = pathlib.Path("/run/given.ini")
@@ -388,5 +389,6 @@ class Statistics(EditTest):
 
 if __name__ == "__main__":
     use_plain_sudo()
+    use_legacy_iptables()
     state_test.ROUTER = Router(program_path())
     unittest.main(verbosity=2)

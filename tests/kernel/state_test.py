@@ -9,7 +9,7 @@ import unittest
 
 import router_state
 from cases import load_cases, state_lines
-from router import Router, TARIFF_FILE, program_path, shell, use_plain_sudo
+from router import Router, TARIFF_FILE, program_path, shell, use_legacy_iptables, use_plain_sudo
 
 ROUTER = None
 MAX_SHOWN = 60
@@ -141,5 +141,6 @@ tracked
 if __name__ == "__main__":
     add_cases()
     use_plain_sudo()
+    use_legacy_iptables()
     ROUTER = Router(program_path())
     unittest.main(verbosity=2)

@@ -16,6 +16,7 @@ import sys
 TREE = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(TREE / "tests/kernel"))
 
+from router import use_legacy_iptables  # noqa: E402
 from router_state import read_state  # noqa: E402
 
 GLOBAL_FILE = pathlib.Path("/config/tc/tc_global.ini")
@@ -88,6 +89,7 @@ class Machine:
         self._twins = {}
         # Without this the module makes two devices of its own when it is loaded.
         _run("modprobe", "ifb", "numifbs=0")
+        use_legacy_iptables()
         _run(str(TREE / "platform/firewall.init"), "start", "opt-qos")
         _use_plain_sudo()
         self._rules, self._sets = _run("iptables-save"), _run("ipset", "save")

@@ -168,7 +168,7 @@ def seed_range(text):
 def parse_arguments():
     parser = argparse.ArgumentParser(description=__doc__.split("\n\n", maxsplit=1)[0])
     parser.add_argument("--seed", "--seeds", dest="seeds", type=seed_range,
-                        default=range(1, 17))
+                        default=range(1, 16))
     parser.add_argument("--steps", type=int, default=20)
     parser.add_argument("--verbose", action="store_true", help="print each step")
     parser.add_argument("program")

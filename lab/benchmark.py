@@ -1,0 +1,85 @@
+"""Times the program's operations on the lab's router as tariffs grow, and weighs
+their leaf queues. scripts/benchmark runs it; emulation makes every figure larger
+than on a router, so compare figures with each other.
+
+Call: python3 lab/benchmark.py QUENBY [TARIFFS...]
+"""
+
+import pathlib
+import subprocess
+import sys
+import time
+
+CONFIG = pathlib.Path("/config/tc")
+ADDED = pathlib.Path("/run/benchmark.ini")
+KINDS = ("none", "pfifo", "sfq", "fq_codel")
+WEIGHED = 500  # tariffs; each has two leaves
+
+
+def run(*command):
+    subprocess.run(command, check=True, stdout=subprocess.DEVNULL)
+
+
+def tariff(number, kind, identifier=True):
+    """A section; its address is 10.X.Y.Z out of the number."""
+    lines = [f"[t{number:05}]", f"ip=10.0.{number // 250}.{number % 250 + 1}",
+             "download_speed=2000", "upload_speed=1000", f"queuing_discipline={kind}"]
+    return "\n".join(lines + [f"id={number + 4}"] * identifier) + "\n"
+
+
+def store(count, kind):
+    CONFIG.mkdir(parents=True, exist_ok=True)
+    (CONFIG / "tc_global.ini").write_text("[global]\nenabled=true\nwan=eth1\n"
+                                          "download_speed=900000\nupload_speed=900000\n")
+    (CONFIG / "tc_tariff.ini").write_text("".join(tariff(n, kind) for n in range(count)))
+
+
+def seconds(*command):
+    begin = time.monotonic()
+    run(*command)
+    return time.monotonic() - begin
+
+
+def timed_row(quenby, count):
+    """Seconds of a load, of one tariff more, of one less, of the statistics and of the end."""
+    store(count, "pfifo")
+    ADDED.write_text(tariff(count, "pfifo", identifier=False))
+    steps = (("--load",), ("--tariff-add", str(ADDED)), ("--tariff-del", f"t{count:05}"),
+             ("--stat",), ("--stop",))
+    return [seconds(quenby, *options) for options in steps]
+
+
+def used_kib():
+    """Kernel and user memory in use, without caches of files."""
+    values = dict(line.split(":") for line in
+                  pathlib.Path("/proc/meminfo").read_text().splitlines())
+    kib = {name: int(value.split()[0]) for name, value in values.items()}
+    return kib["MemTotal"] - kib["MemFree"] - kib["Buffers"] - kib["Cached"]
+
+
+def weighed(quenby, kind):
+    """KiB of one leaf and its class."""
+    store(WEIGHED, kind)
+    before = used_kib()
+    run(quenby, "--load")
+    weight = used_kib() - before
+    run(quenby, "--stop")
+    return weight / (2 * WEIGHED)
+
+
+def main():
+    quenby = str(pathlib.Path(sys.argv[1]).resolve())
+    run("lab/network.sh", "up")
+    run("lab/network.sh", "platform")
+    # The first load brings the kernel's modules in.
+    timed_row(quenby, 1)
+    print("seconds of    --load  --tariff-add  --tariff-del  --stat  --stop")
+    for count in map(int, sys.argv[2:]):
+        load, add, delete, stat, stop = timed_row(quenby, count)
+        print(f"{count:6} tariffs {load:6.2f} {add:13.2f} {delete:13.2f} {stat:7.2f} {stop:7.2f}",
+              flush=True)
+    for kind in KINDS:
+        print(f"KiB of a class with leaf {kind}: {weighed(quenby, kind):.1f}", flush=True)
+
+
+main()
