@@ -24,7 +24,6 @@ status_of() {
 }
 
 test_statuses() {
-  expect "status 7" 7 "$(status_of "$LAB" sh -c 'exit 7')"
   expect "killed by signal 9: 137" 137 "$(status_of "$LAB" sh -c 'kill -9 $$')"
   expect "no command: 2" 2 "$(status_of "$LAB")"
   expect "unknown option: 2" 2 "$(status_of "$LAB" --no-such true)"
@@ -51,14 +50,6 @@ test_output() {
     "$("$LAB" bash -c "$script" 2>&1)"
   expect "/dev/stderr can be opened again; no line end" "$(printf '1\n2abc')" \
     "$("$LAB" bash -c 'echo 1 >&2; printf 2abc >/dev/stderr' 2>&1 >/dev/null)"
-}
-
-# The reader notes when it gets the lines; the writer waits 3 s between them.
-test_progress() {
-  local first last
-  { read -r first && first=$EPOCHREALTIME && read -r last && last=$EPOCHREALTIME; } \
-    < <("$LAB" sh -c 'echo 1; sleep 3; echo 2')
-  holds "lines arrive as they come" awk -v a="$first" -v b="$last" 'BEGIN { exit !(b - a > 2) }'
 }
 
 test_left_behind() {
@@ -92,8 +83,6 @@ test_out() {
   expect "--out" 0 "$(status_of "$LAB" --out "$scratch/out" sh -c \
     'mkdir /lab-out/d && seq 100000 >/lab-out/d/f')"
   expect "--out: the file came back" "$(seq 100000 | md5sum)" "$(md5sum <"$scratch/out/d/f")"
-  QUENBY_LAB_OUT=$scratch/out2 "$LAB" sh -c 'echo x >/lab-out/f'
-  expect "QUENBY_LAB_OUT: the file came back" x "$(cat "$scratch/out2/f")"
 }
 
 test_timeout() {
@@ -114,6 +103,7 @@ guest_gone() {
   done
 }
 
+# Its first line arrives while it runs.
 test_interrupt() {
   local pid status=0
   "$LAB" sh -c 'echo begun; sleep 300' >"$scratch/stdout" 2>/dev/null &
@@ -197,7 +187,6 @@ test_here() {
 test_statuses
 test_arguments
 test_output
-test_progress
 test_left_behind
 test_root
 test_vanish
