@@ -5,7 +5,8 @@
 # Call: tests/package/lintian.sh PACKAGE-FOLDER
 set -euo pipefail
 package=$(ls "${1:?Call: tests/package/lintian.sh PACKAGE-FOLDER}"/quenby_*.deb)
-found=$(lintian --allow-root --tag-display-limit 0 --fail-on none \
-  --display-level '>=warning' --display-level +info/unused-override "$package")
+look() { lintian --allow-root --tag-display-limit 0 --fail-on none "$@" "$package"; }
+
+found=$(look --display-level '>=warning' && look --tags mismatched-override,unused-override)
 printf '%s\n' "${found:-no findings}"
 [ -z "$found" ]
