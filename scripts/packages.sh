@@ -16,9 +16,10 @@ QUENBY_BUILD_PACKAGES=(
 # shellcheck disable=SC2034
 QUENBY_PACKAGING_PACKAGES=(debhelper dpkg-dev)
 
-# What draws the documents' pictures.
+# What draws the documents' pictures. The width of letters decides where dot puts
+# things, so the font is one of them.
 # shellcheck disable=SC2034
-QUENBY_PICTURE_PACKAGES=(graphviz gnuplot-nox)
+QUENBY_PICTURE_PACKAGES=(graphviz gnuplot-nox fonts-dejavu-core)
 
 # What builds and runs the tests and the style checks.
 # shellcheck disable=SC2034
