@@ -110,6 +110,9 @@ def traffic_control(devices):
                  "filter show dev {} parent 8000:\n", "filter show dev {} parent ffff:\n")]
     text = subprocess.run(["tc", "-force", "-batch", "-"], input="".join(commands), text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+    # Its status says nothing: a device without one of the qdiscs is a failure to tc.
+    if sum(line.startswith("qdisc ") for line in text.splitlines()) < len(devices):
+        raise RuntimeError("tc does not show every device: %r" % text)
     return [line for line in text.splitlines()
             if line.startswith("class htb ") or not line.startswith("class ")]
 
