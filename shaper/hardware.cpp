@@ -36,10 +36,9 @@ std::int64_t link_speed(const std::string& interface) {
 }
 
 std::int64_t sfp_plus_speed(const std::string& field) {
-  if (field.empty()) return kTenGigabit;
-  std::string unit;
-  const double mbit = get_num(field, unit);
-  return mbit == 0.0 ? kTenGigabit : to_int64(mbit * kBytesPerMbit);
+  // No number reads as -1, and one that is too large or none converts to the smallest.
+  const std::int64_t speed = to_int64(get_num(field) * kBytesPerMbit);
+  return speed > 0 ? speed : kTenGigabit;
 }
 
 }  // namespace quenby

@@ -14,7 +14,8 @@ std::string board_name();
 std::int64_t link_speed(const std::string& interface);
 
 /// The rate that the tool's speed field of a 10 Gbit/s capable port stands for, in bytes per
-/// second. The number is in Mbit/s; an empty field or 0 means 10 Gbit/s.
+/// second. The number is in Mbit/s; a field without one, or with one that comes to less than 1 byte
+/// per second or to more than 63 bits, means 10 Gbit/s.
 std::int64_t sfp_plus_speed(const std::string& field);
 
 }  // namespace quenby

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <limits>
 
 #include "shaper/hardware.h"
 
@@ -22,26 +21,34 @@ TEST(SfpPlusSpeed, IsTheNumberInMegabits) {
   }
 }
 
+constexpr std::int64_t kTenGigabit = 1'250'000'000;
+
 TEST(SfpPlusSpeed, IsTenGigabitForAnEmptyFieldOrZero) {
   for (const char* field : {"", "0", "0Mb/s\n", "0.0", "-0"}) {
     SCOPED_TRACE(field);
-    EXPECT_EQ(sfp_plus_speed(field), 1'250'000'000);
+    EXPECT_EQ(sfp_plus_speed(field), kTenGigabit);
   }
 }
 
-// Without a number the reader of numbers gives -1, which is multiplied like any other.
-TEST(SfpPlusSpeed, OfAFieldWithoutANumberIsThatOfMinusOne) {
-  for (const char* field : {"Unknown!\n", "\n", "-1", "Mb/s"}) {
+TEST(SfpPlusSpeed, IsTenGigabitForAFieldWithoutANumber) {
+  for (const char* field : {"Unknown!", "Unknown!\n", "\n", "abc", "Mb/s", "1e999"}) {
     SCOPED_TRACE(field);
-    EXPECT_EQ(sfp_plus_speed(field), -125'000);
+    EXPECT_EQ(sfp_plus_speed(field), kTenGigabit);
   }
 }
 
-TEST(SfpPlusSpeed, BeyondTheRangeIsTheSmallestNumber) {
-  for (const char* field : {"inf", "nan", "1e300"}) {
+TEST(SfpPlusSpeed, IsTenGigabitForANumberThatIsNoSpeed) {
+  for (const char* field : {"-1", "-2500Mb/s", "inf", "-inf", "nan", "1e300", "-1e300"}) {
     SCOPED_TRACE(field);
-    EXPECT_EQ(sfp_plus_speed(field), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(sfp_plus_speed(field), kTenGigabit);
   }
+}
+
+// 0.125 bytes/s; then below 2^63 bytes/s, and above it.
+TEST(SfpPlusSpeed, IsJudgedInWholeBytesASecond) {
+  EXPECT_EQ(sfp_plus_speed("0.000001"), kTenGigabit);
+  EXPECT_EQ(sfp_plus_speed("7e13"), 8'750'000'000'000'000'000);
+  EXPECT_EQ(sfp_plus_speed("8e13"), kTenGigabit);
 }
 
 }  // namespace
