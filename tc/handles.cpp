@@ -25,7 +25,9 @@ std::uint32_t class_handle(std::uint32_t minor) { return kHtbHandle | (minor & k
 
 std::uint32_t leaf_handle(HandleScheme scheme, unsigned number) {
   const std::uint32_t offset = scheme == HandleScheme::imq_upload ? kUploadLeafOffset : 0;
-  return (number + kHtbMajor + offset) << 16;
+  const std::uint32_t handle = (number + kHtbMajor + offset) << 16;
+  // To the kernel handle 0 means that it is to choose one.
+  return handle != 0 ? handle : leaf_handle(scheme, 0);
 }
 
 std::uint32_t class_mark(std::uint64_t number) {

@@ -13,7 +13,8 @@
 ///   qdisc (8000 + N):0      leaf under class N
 ///
 /// On the IMQ device both directions share one HTB qdisc: upload adds 0x8000 to its class minors
-/// and 20000 to its leaf majors.
+/// and 20000 to its leaf majors, of which 16 bits count. That leaves tariff 12768 none; its upload
+/// leaf takes the major of number 0, which no tariff has.
 namespace quenby {
 
 inline constexpr std::uint32_t kHtbMajor = 0x8000;

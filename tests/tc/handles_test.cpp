@@ -1,6 +1,7 @@
 #include "tc/handles.h"
 
 #include <gtest/gtest.h>
+#include <set>
 
 #include "tc/htb_action.h"
 
@@ -8,6 +9,9 @@ namespace quenby {
 namespace {
 
 using enum HandleScheme;
+
+constexpr unsigned kFirstTariff = 4;
+constexpr unsigned kLastTariff = 15'000;
 
 TEST(ClassMinor, IsReducedTo14BitsOnMarkClassifiedDevices) {
   EXPECT_EQ(class_minor(mark, 1), 1U);
@@ -47,6 +51,27 @@ TEST(LeafHandle, Is20000HigherForImqUpload) {
   // 0x8000 + 5 + 20000 = 52773 = 0xce25
   EXPECT_EQ(leaf_handle(imq_upload, 5), 52'773U << 16);
   EXPECT_EQ(leaf_handle(imq_upload, 5), 0xce250000U);
+}
+
+// 0x8000 + 20000 + 12768 = 65536, of which no bit is left; number 0 has no class.
+TEST(LeafHandle, TakesThatOfNumber0WhereImqUploadWouldHaveNone) {
+  EXPECT_EQ(leaf_handle(imq_upload, 12'767), 0xffff0000U);
+  EXPECT_EQ(leaf_handle(imq_upload, 12'768), 52'768U << 16);
+  EXPECT_EQ(leaf_handle(imq_upload, 12'769), 0x00010000U);
+  EXPECT_EQ(leaf_handle(imq_download, 12'768), 0xb1e00000U);
+}
+
+// The default class's leaf, the root and each tariff's two leaves share one device.
+TEST(LeafHandle, IsUniqueOnTheImqDeviceAndNeverNone) {
+  std::set<std::uint32_t> taken{0, kHtbHandle, leaf_handle(imq_download, kDefaultClass)};
+  for (unsigned number = kFirstTariff; number <= kLastTariff; ++number) {
+    for (const HandleScheme scheme : {imq_download, imq_upload}) {
+      const std::uint32_t handle = leaf_handle(scheme, number);
+      EXPECT_EQ(handle & 0xffff, 0U) << number;
+      EXPECT_TRUE(taken.insert(handle).second) << number << " has " << std::hex << handle;
+    }
+  }
+  EXPECT_EQ(taken.size(), 3 + 2 * 14'997U);
 }
 
 TEST(ClassMark, HasBit31AndTheLow14BitsOfTheNumber) {
