@@ -1,6 +1,7 @@
 #include "tc/htb_class.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "model/number.h"
 #include "tc/handles.h"
@@ -11,7 +12,28 @@ namespace {
 // HTB refuses a rate of 0; 8 bytes per second is as good as none.
 constexpr std::uint32_t kLeast = 8;
 
+// The kernel counts a burst as the time that it takes: 32 bits of ticks of 64 ns.
+constexpr unsigned kTickBits = 32;
+constexpr std::uint64_t kTicksPerSecond = 15'625'000;
+// libnl reads a burst as a signed number.
+constexpr std::uint64_t kLargestBurst = std::numeric_limits<std::int32_t>::max();
+
+// What the kernel's own choice divides a rate by when the root qdisc does not say.
+constexpr std::uint32_t kRateToQuantum = 10;
+constexpr std::uint32_t kLeastQuantum = 1000;
+constexpr std::uint32_t kLargestQuantum = 200'000;
+
 bool is_tiny(std::int64_t rate) { return rate <= kLeast || low32(rate) <= kLeast; }
+
+// `burst`, or less where libnl or the kernel would take another one for it: they wrap.
+std::uint32_t fitting_burst(std::uint32_t burst, std::uint32_t rate) {
+  const std::uint64_t longest = (std::uint64_t{rate} << kTickBits) / kTicksPerSecond;
+  return static_cast<std::uint32_t>(std::min({std::uint64_t{burst}, longest, kLargestBurst}));
+}
+
+std::uint32_t computed_burst(std::uint32_t rate, int hz) {
+  return static_cast<std::uint32_t>(class_burst(rate, hz));
+}
 
 }  // namespace
 
@@ -30,15 +52,16 @@ HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_
     values.ceil = values.cburst = kLeast;
   } else {
     values.ceil = low32(ceil);
-    values.cburst = static_cast<std::uint32_t>(class_burst(values.ceil, hz));
+    values.cburst = fitting_burst(computed_burst(values.ceil, hz), values.ceil);
   }
   if (is_tiny(rate)) {
     values.rate = values.burst = kLeast;
   } else {
     values.rate = low32(rate);
-    values.burst =
-        burst != 0 ? low32(burst) : static_cast<std::uint32_t>(class_burst(values.rate, hz));
+    const std::uint32_t wanted = burst != 0 ? low32(burst) : computed_burst(values.rate, hz);
+    values.burst = fitting_burst(wanted, values.rate);
   }
+  values.quantum = std::clamp(values.rate / kRateToQuantum, kLeastQuantum, kLargestQuantum);
   return values;
 }
 

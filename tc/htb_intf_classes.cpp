@@ -38,6 +38,7 @@ void HtbIntf::class_op(unsigned cid, unsigned parent, std::int64_t ceil, std::in
   chk_nl_error("set rate " + what, rtnl_htb_set_rate(object.get(), values.rate), false);
   burst = values.burst;
   chk_nl_error("set burst " + what, rtnl_htb_set_rbuffer(object.get(), values.burst), false);
+  chk_nl_error("set quantum " + what, rtnl_htb_set_quantum(object.get(), values.quantum), false);
   const int flags = action == htb_action::create ? NLM_F_CREATE : NLM_F_REPLACE;
   chk_nl_error("add " + what, rtnl_class_add(sock(), object.get(), flags), false);
 }

@@ -40,7 +40,7 @@ TEST_F(AddressTreeTest, OneAddressOfTheDownload) {
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWTFILTER REQUEST|ACK|CREATE
@@ -94,7 +94,7 @@ TEST_F(AddressTreeTest, OneAddressOfTheUpload) {
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWTFILTER REQUEST|ACK|CREATE

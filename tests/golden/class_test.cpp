@@ -26,7 +26,7 @@ constexpr const char* kRootClass = R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )";
@@ -68,7 +68,7 @@ TEST_F(DeviceTest, ASpeedBelowNineBecomesEight) {
       ceil 8 bytes/s
       buffer 15625000 ticks
       cbuffer 15625000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -122,7 +122,7 @@ TEST_F(DeviceTest, TheDefaultClassHasNoGuarantee) {
       ceil 1250000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -142,7 +142,7 @@ TEST_F(DeviceTest, ADefaultClassIsReplacedInPlace) {
       ceil 2500000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -181,7 +181,7 @@ TEST_F(DeviceTest, TheImqDefaultClassStandsUnderTheDownloadRoot) {
       ceil 1250000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -201,7 +201,7 @@ TEST_F(DeviceTest, TheDefaultTariffKeepsItsGuarantee) {
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 62500 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -222,7 +222,7 @@ TEST_F(DeviceTest, RootBurstGrowsToTheLargestTariffBurst) {
       ceil 1250000 bytes/s
       buffer 4687500 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");

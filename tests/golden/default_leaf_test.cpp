@@ -24,7 +24,7 @@ TEST_F(DeviceTest, TheDefaultClassWithItsLeaf) {
       ceil 12500000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWQDISC REQUEST|ACK|CREATE
@@ -54,7 +54,7 @@ TEST_F(DeviceTest, TheDefaultTariffsClassWithItsLeaf) {
       ceil 1250000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWQDISC REQUEST|ACK|CREATE

@@ -50,7 +50,7 @@ RTM_NEWTCLASS REQUEST|ACK|CREATE
       ceil 200000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 20000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWQDISC REQUEST|ACK|CREATE
@@ -90,7 +90,7 @@ RTM_NEWTCLASS REQUEST|ACK|CREATE
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 RTM_NEWQDISC REQUEST|ACK|CREATE
@@ -205,7 +205,7 @@ TEST_F(DeviceTest, TheRootClassCoversTheLargestBurstAfterTheChange) {
       ceil 1250000 bytes/s
       buffer 4687500 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");

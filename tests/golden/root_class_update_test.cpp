@@ -32,7 +32,7 @@ TEST_F(DeviceTest, TheRootClassIsReplacedInPlace) {
       ceil 2500000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 200000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");

@@ -1,5 +1,6 @@
 #include <linux/rtnetlink.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "tests/golden/device_test.h"
@@ -30,7 +31,7 @@ TEST_F(DeviceTest, ATariffWithAggregationAndBurst) {
       ceil 1000000 bytes/s
       buffer 46875 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 50000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
@@ -53,10 +54,57 @@ TEST_F(DeviceTest, ATariffWithoutGuaranteeIgnoresItsBurst) {
       ceil 1000000 bytes/s
       buffer 15625000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 1000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");
+}
+
+// 700,000 bytes would take 280 s, and 2^32 ticks are 274.877906944 s: 687,194 bytes at this rate,
+// 274,877,600 us.
+TEST_F(DeviceTest, ABurstBeyondTheKernelsClockIsCut) {
+  auto t = direction(true, 5, 2500);
+  t.burst_size = 700'000;
+  ifb().class_op(t, htb_action::create);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
+  family 0 ifindex 7
+  handle 8000:5
+  parent 8000:1
+  info 0
+  TCA_KIND "htb"
+  TCA_OPTIONS
+    TCA_HTB_PARMS
+      rate 2500 bytes/s
+      ceil 2500 bytes/s
+      buffer 4294962500 ticks
+      cbuffer 10000000 ticks
+      quantum 1000 level 0 prio 0
+    TCA_HTB_CTAB 1024 bytes
+    TCA_HTB_RTAB 1024 bytes
+)");
+}
+
+// The ticks of the one burst in the recorded requests.
+std::uint64_t ticks_of(const std::string& requests) {
+  const std::string word = " buffer ";
+  return std::stoull(requests.substr(requests.find(word) + word.size()));
+}
+
+// What the library makes of the largest burst: whole microseconds of it, each 15.625 ticks.
+TEST_F(DeviceTest, TheLargestBurstWrapsAtNoRate) {
+  quenby::HtbEthIntf& device = eth();
+  const std::uint64_t largest = 2'147'483'647;
+  const std::uint64_t longest_us = 274'877'906;
+  for (std::uint64_t rate = 9; rate <= 4'294'967'295; rate += rate / 100 + 1) {
+    auto t = direction(false, 5, static_cast<std::int64_t>(rate));
+    t.burst_size = static_cast<std::int64_t>(largest);
+    device.class_op(t, htb_action::create);
+    const std::uint64_t us = std::min(longest_us, largest * 1'000'000 / rate);
+    const std::uint64_t one_byte_us = 1'000'000 / rate + 1;
+    const std::uint64_t ticks = ticks_of(kernel.requests());
+    EXPECT_LE(ticks, us * 15'625 / 1000) << rate;
+    EXPECT_GT(ticks, (us - one_byte_us) * 15'625 / 1000 - 16) << rate;
+  }
 }
 
 TEST_F(DeviceTest, ATariffOfTheImqUpload) {
@@ -73,7 +121,7 @@ TEST_F(DeviceTest, ATariffOfTheImqUpload) {
       ceil 1250000 bytes/s
       buffer 3750000 ticks
       cbuffer 3750000 ticks
-      quantum 0 level 0 prio 0
+      quantum 125000 level 0 prio 0
     TCA_HTB_CTAB 1024 bytes
     TCA_HTB_RTAB 1024 bytes
 )");

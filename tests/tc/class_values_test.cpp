@@ -65,6 +65,7 @@ TEST(ClassValues, OfAnOrdinaryTariff) {
   EXPECT_EQ(values.cburst, 300'000U);
   EXPECT_EQ(values.rate, 312'500U);
   EXPECT_EQ(values.burst, 75'000U);
+  EXPECT_EQ(values.quantum, 31'250U);
 }
 
 TEST(ClassValues, ACeilingBelow9Becomes8WithABurstOf8) {
@@ -104,7 +105,6 @@ TEST(ClassValues, ARateOrCeilingOf9IsKept) {
 TEST(ClassValues, AGivenBurstIsUsedAsItStands) {
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).burst, 5000U);
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 1, kMicroseconds).burst, 1U);
-  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, -1, kMicroseconds).burst, 4'294'967'295U);
   // The ceiling's burst is always computed.
   EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).cburst, 300'000U);
 }
@@ -120,6 +120,75 @@ TEST(ClassValues, OnlyTheLow32BitsCount) {
   EXPECT_EQ(tiny.cburst, 8U);
   EXPECT_EQ(tiny.rate, 8U);
   EXPECT_EQ(tiny.burst, 8U);
+}
+
+// 2^32 ticks of 64 ns are 274.877906944 s.
+TEST(ClassValues, ABurstIsCutToWhatTheKernelsClockHolds) {
+  const struct {
+    std::int64_t rate;
+    std::int64_t given;
+    std::uint32_t sent;
+  } rows[] = {
+      {2500, 700'000, 687'194},
+      {2500, 687'195, 687'194},
+      {2500, 687'194, 687'194},
+      {2500, 687'193, 687'193},
+      {9, 2'147'483'647, 2473},
+      {1'250'000, 2'147'483'647, 343'597'383},
+      // 4,294,967,295, as only 32 bits count.
+      {1'250'000, -1, 343'597'383},
+      {7'812'499, 2'147'483'647, 2'147'483'373},
+      // From here on a time that fits would take more than libnl's 31 bits of bytes.
+      {7'812'500, 2'147'483'647, 2'147'483'647},
+      {7'812'500, 2'147'483'648, 2'147'483'647},
+      {4'294'967'295, 2'147'483'647, 2'147'483'647},
+      {4'294'967'295, -1, 2'147'483'647},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.given << " bytes at " << row.rate);
+    const HtbClass values = htb_class(5, 1, 1'250'000, row.rate, row.given, kNanoseconds);
+    EXPECT_EQ(values.burst, row.sent);
+    EXPECT_EQ(values.cburst, 300'000U);
+  }
+}
+
+TEST(ClassValues, AComputedBurstFitsAsItIs) {
+  for (const std::uint32_t rate : {9U, 1000U, 1'250'000U, 7'812'500U, 4'294'967'295U}) {
+    SCOPED_TRACE(rate);
+    for (const int hz : {1, 100, kNanoseconds}) {
+      const HtbClass values = htb_class(5, 1, rate, rate, 0, hz);
+      EXPECT_EQ(values.burst, static_cast<std::uint32_t>(class_burst(rate, hz)));
+      EXPECT_EQ(values.cburst, values.burst);
+    }
+  }
+}
+
+TEST(ClassValues, TheQuantumIsATenthOfTheRateFrom1000To200000) {
+  const struct {
+    std::int64_t rate;
+    std::uint32_t quantum;
+  } rows[] = {
+      {-1, 1000},
+      {0, 1000},
+      {8, 1000},
+      {9, 1000},
+      {9999, 1000},
+      {10'000, 1000},
+      {10'009, 1000},
+      {10'010, 1001},
+      {1'999'989, 199'998},
+      {1'999'990, 199'999},
+      {1'999'999, 199'999},
+      {2'000'000, 200'000},
+      {2'000'010, 200'000},
+      {125'000'000, 200'000},
+      {4'294'967'295, 200'000},
+      {kTwo32 + 8, 1000},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.rate);
+    EXPECT_EQ(htb_class(5, 1, 1'250'000, row.rate, 0, kNanoseconds).quantum, row.quantum);
+  }
 }
 
 TEST(ClassValues, TenGigabitFit) {
