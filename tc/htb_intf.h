@@ -102,6 +102,7 @@ class HtbIntf {
   /// Replaces the root qdisc by an empty HTB root, making the device first if it does not exist.
   void init_qdisc(const GlobalSet& g);
   /// Adds or deletes one qdisc; any other action is fatal, as a leaf is never replaced in place.
+  /// A leaf that stands already is no obstacle, of whatever kind it is.
   /// Handle and parent as in tc/handles.h.
   void qdisc_op(const std::string& kind, std::uint32_t handle, std::uint32_t parent,
                 const BandwidthSettings& s, htb_action action, const QdiscSetup& setup);
@@ -186,7 +187,10 @@ class HtbIntf {
   void chk_nl_error(const std::string& what, int code, bool ignore) const;
 
  private:
-  QdiscPtr new_qdisc(const std::string& kind) const;
+  // `kind` may be null.
+  QdiscPtr new_qdisc(const char* kind) const;
+  // Takes a leaf of this handle out of the way when it stands. A libnl code.
+  int add_qdisc(rtnl_qdisc* qdisc);
   ClassPtr new_class(const char* kind) const;
   void tariff_leaf_op(const char* kind, const TariffDirSettings& t, htb_action action,
                       const QdiscSetup& setup);

@@ -8,10 +8,10 @@
 // The qdiscs of a device.
 namespace quenby {
 
-QdiscPtr HtbIntf::new_qdisc(const std::string& kind) const {
+QdiscPtr HtbIntf::new_qdisc(const char* kind) const {
   QdiscPtr qdisc(rtnl_qdisc_alloc());
   if (qdisc == nullptr) _error("Cannot allocate rtnl_qdisc");
-  attach(TC_CAST(qdisc.get()), kind.c_str());
+  attach(TC_CAST(qdisc.get()), kind);
   return qdisc;
 }
 
@@ -54,15 +54,28 @@ void HtbIntf::init_qdisc(const GlobalSet& g) {
   root_qdisc_add(g.defaults.direction(ingress()).speed != kNeverSet);
 }
 
+int HtbIntf::add_qdisc(rtnl_qdisc* qdisc) {
+  const int result = rtnl_qdisc_add(sock(), qdisc, NLM_F_CREATE);
+  const std::uint32_t parent = rtnl_tc_get_parent(TC_CAST(qdisc));
+  const bool is_leaf = TC_H_MAJ(parent) == kHtbHandle;
+  if (result != -NLE_INVAL || !is_leaf) return result;
+  // To an sfq leaf that stands already, or to one of another kind, adding is a change, which the
+  // kernel refuses so. Naming no kind deletes either.
+  const QdiscPtr standing = new_qdisc(nullptr);
+  rtnl_tc_set_parent(TC_CAST(standing.get()), parent);
+  rtnl_tc_set_handle(TC_CAST(standing.get()), rtnl_tc_get_handle(TC_CAST(qdisc)));
+  rtnl_qdisc_delete(sock(), standing.get());
+  return rtnl_qdisc_add(sock(), qdisc, NLM_F_CREATE);
+}
+
 void HtbIntf::qdisc_op(const std::string& kind, std::uint32_t handle, std::uint32_t parent,
                        const BandwidthSettings& s, htb_action action, const QdiscSetup& setup) {
-  const QdiscPtr qdisc = new_qdisc(kind);
+  const QdiscPtr qdisc = new_qdisc(kind.c_str());
   rtnl_tc_set_parent(TC_CAST(qdisc.get()), parent);
   rtnl_tc_set_handle(TC_CAST(qdisc.get()), handle);
   if (action == htb_action::create) {
     setup(s, qdisc.get());
-    chk_nl_error("add " + kind + " qdisc", rtnl_qdisc_add(sock(), qdisc.get(), NLM_F_CREATE),
-                 false);
+    chk_nl_error("add " + kind + " qdisc", add_qdisc(qdisc.get()), false);
   } else if (action == htb_action::remove) {
     if (!has_link()) return;
     const int result = rtnl_qdisc_delete(sock(), qdisc.get());

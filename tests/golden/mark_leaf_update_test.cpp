@@ -272,7 +272,9 @@ TEST_F(RefusedLeafTest, NewClassThatIsRefusedEndsTheRun) {
   expect_exit(RTM_NEWTCLASS, ENOENT, "add 5 cls\\(Object not found\\)");
 }
 
+// The second time too, once what may stand there was deleted.
 TEST_F(RefusedLeafTest, NewLeafThatIsRefusedEndsTheRun) {
+  kernel.refuse(RTM_NEWQDISC, EINVAL);
   expect_exit(RTM_NEWQDISC, EINVAL, "add sfq qdisc\\(Invalid input data or parameter\\)");
 }
 
