@@ -8,6 +8,9 @@ words stand for lines that many cases share:
     tracked            every incoming packet is tracked by connection
     not tracked        the platform's own rules decide that
     entry ADDRESS N    the address is in the set with the mark of class N
+
+A class below another takes turns by a quantum of a tenth of its rate, but of 1000 bytes at least and
+200000 at most; that is added to its line.
 """
 
 import pathlib
@@ -26,7 +29,18 @@ mangle -A KAVO_QOS_FW_OUT_HOOK -j CONNMARK --save-mark --nfmask 0x80003fff --ctm
 """
 
 
+_LEAF_CLASS = re.compile(r"\S+ class \S+ parent \S+ rate (\d+) ceil \d+ burst \d+ cburst \d+")
+
+
+def _quantum(rate):
+    if rate < 10 * 1000:
+        return 1000
+    return rate // 10 if rate < 10 * 200000 else 200000
+
+
 def _expand(line):
+    if match := _LEAF_CLASS.fullmatch(line):
+        return [f"{line} quantum {_quantum(int(match[1]))}"]
     if match := re.fullmatch(r"marking (\S+)", line):
         return _MARKING.format(wan=match[1]).splitlines()
     if match := re.fullmatch(r"entry (\S+) (\d+)", line):

@@ -9,7 +9,7 @@ tables, counters. Bursts are in bytes; differences() allows them the microsecond
 rounded on their way into the kernel.
 
     eth1 qdisc 8000: root htb default 2
-    eth1 class 8000:4 parent 8000:1 rate 1250000 ceil 1250000 burst 300000 cburst 300000
+    eth1 class 8000:4 parent 8000:1 rate 10000 ceil 10000 burst 2400 cburst 2400 quantum 1000
     eth1 filter 8000: pref 1 bpf class mark&80003fff if mark&80000000
     eth1 filter ffff: pref 1 redirect ifb_ingr connmark
     imq0 filter 8000: pref 1 dst 10.0.0.1 class 8000:4
@@ -82,9 +82,12 @@ def _qdiscs(devices):
 # Classes
 
 def _class_line(device, entry):
-    parent = "root" if entry.parent == 0xFFFFFFFF else "parent " + _handle(entry.parent)
+    """The quantum belongs to leaf classes; the kernel keeps a root's old one when its rate changes."""
+    is_root = entry.parent == 0xFFFFFFFF
+    parent = "root" if is_root else "parent " + _handle(entry.parent)
+    quantum = "" if is_root else f" quantum {entry.quantum}"
     return (f"{device} class {_handle(entry.handle)} {parent} rate {entry.rate} "
-            f"ceil {entry.ceil} burst {entry.burst} cburst {entry.cburst}")
+            f"ceil {entry.ceil} burst {entry.burst} cburst {entry.cburst}{quantum}")
 
 
 # Filters

@@ -6,6 +6,7 @@ Call: tests/kernel/router_state_test.py
 
 import unittest
 
+from cases import state_lines
 from router_state import differences
 from u32_tree import tree_lines
 
@@ -35,6 +36,12 @@ class DifferencesTest(unittest.TestCase):
         self.assert_different([class_line(300000)], [class_line(300000, rate=1250001)])
         self.assert_different([class_line(300000)], [class_line(300000, handle="8000:5")])
 
+    def test_quantum_has_no_tolerance(self):
+        line = class_line(300000) + " quantum 125000"
+        self.assert_equal([line], [class_line(299998) + " quantum 125000"])
+        self.assert_different([line], [class_line(300000) + " quantum 125001"])
+        self.assert_different([line], [class_line(300000)])
+
     def test_missing_surplus_and_double_lines(self):
         lines = [class_line(300000), "eth1 qdisc 8004: parent 8000:4 sfq limit 127"]
         self.assert_different(lines, lines[:1])
@@ -46,6 +53,21 @@ class DifferencesTest(unittest.TestCase):
         other, entry = "raw -A CHAIN -j RETURN", "set kavo_opt_shaper 10.0.0.1"
         self.assert_equal([one, two, other, entry], [entry, other, one, two])
         self.assert_different([one, two], [two, one])
+
+
+class QuantumTest(unittest.TestCase):
+    """What is added to the lines of a case."""
+
+    def test_leaf_classes_get_one(self):
+        for rate, quantum in ((8, 1000), (9999, 1000), (10000, 1000), (10010, 1001),
+                              (1999999, 199999), (2000000, 200000), (1250000000, 200000)):
+            line = class_line(1600, rate)
+            self.assertEqual([f"{line} quantum {quantum}"], state_lines(line))
+
+    def test_other_lines_stay(self):
+        for line in ("eth1 class 8000:1 root rate 8 ceil 8 burst 8 cburst 8",
+                     "eth1 qdisc 8002: parent 8000:2 fq_codel limit 600 quantum 300"):
+            self.assertEqual([line], state_lines(line))
 
 
 def link(handle, table, mask):

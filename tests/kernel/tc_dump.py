@@ -25,7 +25,7 @@ _HTB_OPT = struct.Struct("=8xI8xIIIIII")
 
 @dataclass(frozen=True)
 class HtbClass:
-    """Rates in bytes per second, bursts in bytes, handles as 32-bit numbers."""
+    """Rates in bytes per second, bursts and quantum in bytes, handles as 32-bit numbers."""
 
     handle: int
     parent: int
@@ -33,6 +33,7 @@ class HtbClass:
     ceil: int
     burst: int
     cburst: int
+    quantum: int
     packets: int
     bytes: int
     queued: int
@@ -93,7 +94,7 @@ def _burst_bytes(ticks, rate):
 
 def _htb_class(handle, parent, attributes):
     options = _attributes(attributes[_TCA_OPTIONS])
-    rate, ceil, buffer, cbuffer, *_ = _HTB_OPT.unpack_from(options[_HTB_PARMS])
+    rate, ceil, buffer, cbuffer, quantum, *_ = _HTB_OPT.unpack_from(options[_HTB_PARMS])
     if _HTB_RATE64 in options:
         rate = struct.unpack("=Q", options[_HTB_RATE64])[0]
     if _HTB_CEIL64 in options:
@@ -104,7 +105,7 @@ def _htb_class(handle, parent, attributes):
         packets = struct.unpack("=Q", stats[_STATS_PKT64])[0]
     queued, _, drops = struct.unpack_from("=III", stats[_STATS_QUEUE])
     return HtbClass(handle, parent, rate, ceil, _burst_bytes(buffer, rate),
-                    _burst_bytes(cbuffer, ceil), packets, octets, queued, drops)
+                    _burst_bytes(cbuffer, ceil), quantum, packets, octets, queued, drops)
 
 
 def htb_classes(device):
