@@ -82,7 +82,7 @@ def _qdiscs(devices):
 # Classes
 
 def _class_line(device, entry):
-    """The quantum belongs to leaf classes; the kernel keeps a root's old one when its rate changes."""
+    """A root has no use for its quantum, and the kernel keeps the old one when its rate changes."""
     is_root = entry.parent == 0xFFFFFFFF
     parent = "root" if is_root else "parent " + _handle(entry.parent)
     quantum = "" if is_root else f" quantum {entry.quantum}"

@@ -130,7 +130,7 @@ class LinkSpeed(q.ProgramTest):
         ({"isSfpPlus": "1", "getEthPhysical": "Speed: 100"}, "100Mbit"),
         ({"isSfpPlus": "1", "getEthPhysical": "Speed: 0"}, "10Gbit"),
         ({"isSfpPlus": "1", "getEthPhysical": "Duplex: full\n"}, "10Gbit"),
-        ({"isSfpPlus": "1", "getEthPhysical": "Speed: Unknown!\nDuplex: Unknown!\n"}, "10Gbit"),
+        ({"isSfpPlus": "1", "getEthPhysical": "Speed: Unknown!\nDuplex: -\n"}, "10Gbit"),
         ({"isSfpPlus": "1", "getEthPhysical": "Speed: -1"}, "10Gbit"),
         ({"isSfpPlus": "1"}, "10Gbit"),
     )
