@@ -48,7 +48,11 @@ bool write_all(int file, const char* data, ssize_t left) {
   return true;
 }
 
-bool missing() { return errno == ENOENT || errno == ENOTDIR; }
+// A disk that is read-only answers so before it looks for the file.
+bool missing(const std::string& path) {
+  struct stat status {};
+  return lstat(path.c_str(), &status) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
 
 }  // namespace
 
@@ -83,8 +87,9 @@ void finish_file(const std::string& path, const std::string& target) {
 
 bool remove_file(const std::string& path) {
   if (unlink(path.c_str()) != 0) {
-    if (missing()) return false;
-    throw_file_error("cannot remove file", path);
+    const int error = errno;
+    if (missing(path)) return false;
+    throw_file_error("cannot remove file", path, error);
   }
   if (!sync_folder_of(path)) throw_file_error("cannot sync folder", path);
   return true;
