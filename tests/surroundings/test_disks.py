@@ -101,16 +101,14 @@ class Status(s.SurroundingsTest):
              ("--tariff-add", s.tariff("c")), ("--reload",)]
 
     def after_each_edit(self, path=TARIFF_FILE, edits=EDITS):
-        self.store(tariff_text=FEW)
         for option, *text in edits:
             self.store(tariff_text=FEW)
             self.prepare(path)
             words = [s.given(*text) if option != "--tariff-del" else "a"] if text else []
             old = path.stat()
             self.succeeds(option, *words)
-            with self.subTest(option):
-                self.assertNotEqual(path.stat().st_ino, old.st_ino)
-                yield path.stat()
+            self.assertNotEqual(path.stat().st_ino, old.st_ino, option)
+            yield path.stat()
 
     def test_mode(self):
         for mode in (0o600, 0o644, 0o640, 0o666):
