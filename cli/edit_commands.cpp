@@ -65,7 +65,7 @@ void delete_tariff(const std::string& name) {
   if (global.global.enabled) HtbShaper().del_tariffs(global, current, removed);
   current.remove(removed);
   if (current.empty()) {
-    TariffSystemConfig::clean();
+    TariffSystemConfig::remove();
   } else {
     TariffSystemConfig().delSave(removed);
   }
@@ -91,7 +91,7 @@ void delete_tariffs() {
   load_global_config(global);
   clear_shaper(global);
   create_shaper(global, TariffSet());
-  TariffSystemConfig::clean();
+  TariffSystemConfig::remove();
 }
 
 void update_global(const std::string& path) {
@@ -110,7 +110,7 @@ void delete_global() {
   TariffConfig current;
   load_tariff_config(current);
   HtbShaper().del_global(global, current);
-  GlobalSystemConfig::clean();
+  GlobalSystemConfig::remove();
 }
 
 }  // namespace quenby

@@ -1,10 +1,9 @@
 #include "config/system_config.h"
 
 #include <boost/filesystem.hpp>
-#include <fstream>
-#include <unistd.h>
 
 #include "cli/error.h"
+#include "config/durable_file.h"
 #include "config/paths.h"
 #include "config/temporary_file.h"
 
@@ -20,12 +19,27 @@ bool present(const char* path) {
   return fs::exists(fs::status(path, error)) && !error;
 }
 
-// Whether what is appended would join the last line of the file.
-bool ends_inside_line(const char* path) {
-  std::ifstream in(path, std::ios::binary | std::ios::ate);
-  if (!in.is_open() || in.tellg() <= 0) return false;
-  in.seekg(-1, std::ios::end);
-  return in.get() != '\n';
+bool removed(const char* path) {
+  try {
+    return remove_file(path);
+  } catch (const fs::filesystem_error&) {
+    return false;
+  }
+}
+
+void remove_or_exit(const char* path) {
+  try {
+    remove_file(path);
+  } catch (const fs::filesystem_error& e) {
+    _error("failed to update configuration", e);
+  }
+}
+
+// A copy beside the tariff file can take its place in one step; `from` may be on another disk.
+void replace_tariffs(const std::string& from) {
+  TemporaryFile copy = TemporaryFile::create(std::string(kTariffFile) + "-%%%%");
+  copy_contents(from, copy.path());
+  copy.replace(kTariffFile);
 }
 
 }  // namespace
@@ -34,7 +48,9 @@ GlobalSystemConfig::GlobalSystemConfig() : TariffIniFile(kGlobalFile, false) {}
 
 bool GlobalSystemConfig::exists() { return present(kGlobalFile); }
 
-bool GlobalSystemConfig::clean() { return unlink(kGlobalFile) == 0; }
+bool GlobalSystemConfig::clean() { return removed(kGlobalFile); }
+
+void GlobalSystemConfig::remove() { remove_or_exit(kGlobalFile); }
 
 void GlobalSystemConfig::cfgSave(const GlobalSet& set) { TariffIniFile::cfgSave(set); }
 
@@ -42,11 +58,13 @@ TariffSystemConfig::TariffSystemConfig() : TariffIniFile(kTariffFile, false) {}
 
 bool TariffSystemConfig::exists() { return present(kTariffFile); }
 
-bool TariffSystemConfig::clean() { return unlink(kTariffFile) == 0; }
+bool TariffSystemConfig::clean() { return removed(kTariffFile); }
+
+void TariffSystemConfig::remove() { remove_or_exit(kTariffFile); }
 
 void TariffSystemConfig::cfgSave(const TariffSet& set) {
   if (set.empty()) {
-    clean();
+    remove();
   } else {
     TariffIniFile::cfgSave(set);
   }
@@ -56,12 +74,7 @@ void TariffSystemConfig::addSave(const TariffSet& set) {
   bool written = false;
   try {
     make_config_directory();
-    const bool broken_line = ends_inside_line(kTariffFile);
-    std::ofstream out(kTariffFile, std::ios::app);
-    if (broken_line) out << '\n';
-    written = set.write(out);
-    out.close();
-    written = written && out.good();
+    written = append_text(kTariffFile, set.text());
   } catch (const fs::filesystem_error& e) {
     _error("failed to save configuration", e);
   }
@@ -74,11 +87,9 @@ void TariffSystemConfig::delSave(const TariffSet& set) {
     const TemporaryFile temporary = TemporaryFile::create(kTemporaryPattern);
     copied = modify_ini(set, temporary.path());
     if (copied && fs::file_size(temporary.path()) == 0) {
-      clean();
+      remove_file(kTariffFile);
     } else if (copied) {
-      // The copy takes over the mode of what it copies.
-      fs::permissions(temporary.path(), fs::status(kTariffFile).permissions());
-      fs::copy_file(temporary.path(), kTariffFile, fs::copy_options::overwrite_existing);
+      replace_tariffs(temporary.path());
     }
   } catch (const fs::filesystem_error& e) {
     _error("failed to update configuration", e);

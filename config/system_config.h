@@ -15,6 +15,8 @@ class GlobalSystemConfig : public TariffIniFile {
   static bool exists();
   /// Removes the file; false when that was not possible or there was none.
   static bool clean();
+  /// Removes the file if there is one; ends the process when that fails.
+  static void remove();
 
   /// Replaces the file.
   void cfgSave(const GlobalSet& set);
@@ -27,11 +29,13 @@ class TariffSystemConfig : public TariffIniFile {
 
   static bool exists();
   static bool clean();
+  static void remove();
 
   /// Replaces the file; an empty set removes it.
   void cfgSave(const TariffSet& set);
 
-  /// Appends the sections of `set` in place; an interrupted append can leave some of them.
+  /// Appends the sections of `set` in place, all of them or none; only a kill while the kernel
+  /// writes can leave some.
   void addSave(const TariffSet& set);
 
   /// Removes the sections named in `set`, and the file with the last of them. Needs `set` sorted.

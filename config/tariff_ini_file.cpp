@@ -1,14 +1,13 @@
 #include "config/tariff_ini_file.h"
 
-#include <array>
 #include <boost/filesystem.hpp>
 #include <cctype>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <memory>
 
 #include "cli/error.h"
+#include "config/line_reader.h"
 #include "config/paths.h"
 #include "config/temporary_file.h"
 
@@ -23,33 +22,6 @@ std::string lower(std::string text) {
   for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
   return text;
 }
-
-// Reads lines of at most 4095 characters: a longer one comes in pieces, each a line of its own. A
-// NUL byte ends a line's text.
-class LineReader {
- public:
-  explicit LineReader(const std::string& path) : file_(std::fopen(path.c_str(), "r")) {}
-
-  bool is_open() const { return file_ != nullptr; }
-
-  // The next line that is not blank, without leading white space and valid until the next call;
-  // null at the end of the file.
-  char* next() {
-    while (std::fgets(line_.data(), static_cast<int>(line_.size()), file_.get()) != nullptr) {
-      char* const text = TariffIniFile::trim_left(line_.data());
-      if (*text != '\0') return text;
-    }
-    return nullptr;
-  }
-
- private:
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-
-  std::unique_ptr<std::FILE, Close> file_;
-  std::array<char, 4096> line_{};
-};
 
 // Hands one key line to `cfg`.
 bool parse_key(char* line, const std::string& section, ShaperConfigInterface& cfg) {
@@ -69,7 +41,7 @@ bool parse_lines(LineReader& lines, ShaperConfigInterface& cfg) {
                      : parse_key(line, section, cfg);
     if (!accepted) return false;
   }
-  return true;
+  return lines.at_end();
 }
 
 bool copy_other_sections(LineReader& lines, const TariffSet& dropped, std::ofstream& out) {
@@ -84,7 +56,7 @@ bool copy_other_sections(LineReader& lines, const TariffSet& dropped, std::ofstr
       out << TariffIniFile::trim_right(line) << '\n';
     }
   }
-  return true;
+  return lines.at_end();
 }
 
 // False when any of it did not reach the file.
@@ -94,13 +66,19 @@ bool write_and_close(const ShaperConfigInterface& cfg, std::ofstream& out) {
   return written && out.good();
 }
 
+void put_in_place(TemporaryFile& file, const std::string& target) {
+  // A failing "sync" ends nothing: the file and its folder are synced by themselves.
+  [[maybe_unused]] const int status = std::system("sync");
+  file.replace(target);
+}
+
 }  // namespace
 
 TariffIniFile::TariffIniFile(const std::string& path, bool command_line)
     : path_(path), command_line_(command_line) {}
 
 bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) {
-  LineReader lines(path_);
+  LineReader lines(path_, command_line_);
   if (!lines.is_open()) return false;
   cfg.beginParse();
   const bool parsed = parse_lines(lines, cfg);
@@ -134,7 +112,7 @@ char* TariffIniFile::trim_right(char* begin) {
 }
 
 bool TariffIniFile::modify_ini(const TariffSet& set, const std::string& out_path) {
-  LineReader lines(path_);
+  LineReader lines(path_, command_line_);
   if (!lines.is_open()) return false;
   std::ofstream out(out_path);
   if (!out.is_open() || !copy_other_sections(lines, set, out)) return false;
@@ -146,10 +124,12 @@ void TariffIniFile::cfgSave(const ShaperConfigInterface& cfg) {
   bool written = false;
   try {
     make_config_directory();
-    const TemporaryFile temporary(path_ + ".tmp");
-    std::ofstream out(temporary.path());
-    written = write_and_close(cfg, out);
-    if (written) temporary.replace(path_);
+    TemporaryFile temporary(path_ + ".tmp");
+    if (temporary.make()) {
+      std::ofstream out(temporary.path());
+      written = write_and_close(cfg, out);
+    }
+    if (written) put_in_place(temporary, path_);
   } catch (const fs::filesystem_error& e) {
     _error("failed to copy configuration", e);
   } catch (...) {
@@ -161,12 +141,12 @@ void TariffIniFile::cfgSave(const ShaperConfigInterface& cfg) {
 void TariffIniFile::updSave(const TariffSet& set) {
   bool written = false;
   try {
-    const TemporaryFile temporary(fs::unique_path(path_ + "-%%%%").string());
-    if (modify_ini(set, temporary.path())) {
+    TemporaryFile temporary(fs::unique_path(path_ + "-%%%%").string());
+    if (temporary.make() && modify_ini(set, temporary.path())) {
       std::ofstream out(temporary.path(), std::ios::app);
       written = write_and_close(set, out);
     }
-    if (written) temporary.replace(path_);
+    if (written) put_in_place(temporary, path_);
   } catch (const fs::filesystem_error& e) {
     _error("failed to update configuration", e);
   }

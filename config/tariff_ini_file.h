@@ -11,7 +11,8 @@ namespace quenby {
 /// names and values are not. Text behind "]" is ignored; a key or value may not be empty.
 ///
 /// The file at the path is replaced by a rename once a complete new one is on the disk, so that it
-/// is always either the old or the new one. A failed save ends the process through `_error`.
+/// is always either the old or the new one, and keeps its owner and mode. A failed save ends the
+/// process through `_error`.
 class TariffIniFile {
  public:
   /// `command_line` tells a file that the operator names from a stored one.
@@ -20,8 +21,9 @@ class TariffIniFile {
   TariffIniFile(const TariffIniFile&) = default;
   TariffIniFile& operator=(const TariffIniFile&) = default;
 
-  /// Reads the file into `cfg`. False when it cannot be opened (`cfg` untouched) and at the first
-  /// line that is malformed or that `cfg` refuses; what stood above that line stays in `cfg`.
+  /// Reads the file into `cfg`. False when it cannot be opened or is no regular file, or pipe that
+  /// the operator names (`cfg` untouched), and at the first line that cannot be read, is malformed
+  /// or that `cfg` refuses; what stood above that line stays in `cfg`.
   bool parse_ini(ShaperConfigInterface& cfg);
 
   /// Takes the name out of a header line's text behind its "[". False when there is none.
@@ -35,8 +37,8 @@ class TariffIniFile {
   static char* trim_right(char* begin);
 
   /// Copies this file to `out_path` (truncated first) without the sections named in `set`, without
-  /// blank lines and with bare headers. False when a file cannot be opened or written or a header
-  /// is malformed. Needs `set` sorted.
+  /// blank lines and with bare headers. False when a file cannot be opened, read to its end or
+  /// written or a header is malformed. Needs `set` sorted.
   bool modify_ini(const TariffSet& set, const std::string& out_path);
 
   /// Replaces the file by `cfg`.

@@ -1,5 +1,6 @@
 #include "model/tariff_set.h"
 
+#include <sstream>
 #include <utility>
 
 #include "model/number.h"
@@ -11,7 +12,7 @@ namespace {
 constexpr std::size_t kUsualTariffs = 256;
 constexpr std::int64_t kBitsPerKbit = 1000;
 
-void write_direction(std::ofstream& out, const std::string& prefix,
+void write_direction(std::ostream& out, const std::string& prefix,
                      const TariffDirSettings& direction) {
   out << prefix << "_speed=" << direction.speedKbps() << '\n';
   const std::int64_t burst_rate = direction.burst_rate / kBitsPerKbit;
@@ -21,7 +22,7 @@ void write_direction(std::ofstream& out, const std::string& prefix,
   if (burst_size != 0) out << prefix << "_burst_size=" << burst_size << '\n';
 }
 
-void write_tariff(std::ofstream& out, const TariffSettings& tariff) {
+void write_tariff(std::ostream& out, const TariffSettings& tariff) {
   out << '[' << tariff.name << "]\n";
   if (tariff.id != 0) out << "id=" << tariff.id << '\n';
   for (const std::string& address : tariff.address_texts) out << "ip=" << address << '\n';
@@ -63,8 +64,14 @@ bool TariffSet::addTariff(TariffSettings&& tariff) {
 
 bool TariffSet::write(std::ofstream& out) const {
   if (!out.is_open()) return false;
-  for (const TariffSettings& tariff : tariffs_) write_tariff(out, tariff);
+  out << text();
   return true;
+}
+
+std::string TariffSet::text() const {
+  std::ostringstream out;
+  for (const TariffSettings& tariff : tariffs_) write_tariff(out, tariff);
+  return out.str();
 }
 
 bool TariffSet::beginParse() {

@@ -20,6 +20,9 @@ class TariffSet : public TariffConfigBase, public ShaperConfigInterface {
   bool addTariff(TariffSettings&& tariff);
 
   bool write(std::ofstream& out) const override;
+  /// What `write` writes.
+  std::string text() const;
+
   bool beginParse() override;
   bool onSection(const std::string& name) override;
   /// False for an unknown key, a refused value, and a key that stands above the first header.

@@ -10,8 +10,10 @@ using test::FullDisk;
 using test::kDirectory;
 using test::kGlobal;
 using test::kTariffs;
+using test::mode_of;
 using test::names_in;
 using test::read_file;
+using test::ReadOnlyDirectory;
 using test::set_of;
 using test::tariff;
 using test::text_of;
@@ -58,8 +60,73 @@ TEST_F(CfgSave, OfAnEmptySetRemovesTheFile) {
   EXPECT_TRUE(TariffSystemConfig::exists());
   TariffSystemConfig().cfgSave(TariffSet());
   EXPECT_FALSE(TariffSystemConfig::exists());
+  EXPECT_TRUE(std::filesystem::exists(kDirectory));
   TariffSystemConfig().cfgSave(TariffSet());
   EXPECT_FALSE(TariffSystemConfig::exists());
+}
+
+TEST_F(CfgSave, OfAnEmptySetFailsWhenTheFileCannotBeRemoved) {
+  store(text_of("a", 4));
+  const ReadOnlyDirectory locked;
+  EXPECT_EXIT(TariffSystemConfig().cfgSave(TariffSet()), ExitedWithCode(1),
+              MatchesRegex("Error: failed to update configuration:.*Read-only file system.*\n"));
+  EXPECT_EQ(read_file(kTariffs), text_of("a", 4));
+}
+
+TEST_F(CfgSave, KeepsTheModeOfTheFile) {
+  for (const mode_t mode : {0644U, 0600U, 0640U, 0666U}) {
+    store(text_of("old", 9));
+    ASSERT_EQ(chmod(kTariffs, mode), 0);
+    TariffSystemConfig().cfgSave(set_of(tariff("a", 4)));
+    EXPECT_EQ(mode_of(kTariffs), mode);
+  }
+}
+
+TEST_F(CfgSave, GivesANewFileTheUsualMode) {
+  GlobalSystemConfig().cfgSave(GlobalSet());
+  EXPECT_EQ(mode_of(kGlobal), 0644U);
+  ASSERT_EQ(remove(kGlobal), 0);
+  umask(027);
+  GlobalSystemConfig().cfgSave(GlobalSet());
+  EXPECT_EQ(mode_of(kGlobal), 0640U);
+}
+
+TEST_F(CfgSave, GivesANewFileTheUsualModeOverAnOldTemporaryFile) {
+  store("");
+  write_file("/config/tc/tc_global.ini.tmp", "old");
+  ASSERT_EQ(chmod("/config/tc/tc_global.ini.tmp", 0600), 0);
+  GlobalSystemConfig().cfgSave(GlobalSet());
+  EXPECT_EQ(mode_of(kGlobal), 0644U);
+}
+
+// Root alone can give a file away; another user is shown that the file stays its own.
+TEST_F(CfgSave, KeepsTheOwnerOfTheFile) {
+  store(text_of("old", 9));
+  [[maybe_unused]] const int given = chown(kTariffs, 1234, 4321);
+  struct stat before {};
+  ASSERT_EQ(stat(kTariffs, &before), 0);
+  TariffSystemConfig().cfgSave(set_of(tariff("a", 4)));
+  struct stat after {};
+  ASSERT_EQ(stat(kTariffs, &after), 0);
+  EXPECT_EQ(after.st_uid, before.st_uid);
+  EXPECT_EQ(after.st_gid, before.st_gid);
+}
+
+TEST_F(CfgSave, NeverWritesThroughALinkUnderItsTemporaryName) {
+  store("");
+  write_file("/config/victim", "precious");
+  std::filesystem::create_symlink("/config/victim", "/config/tc/tc_tariff.ini.tmp");
+  TariffSystemConfig().cfgSave(set_of(tariff("a", 4)));
+  EXPECT_EQ(read_file("/config/victim"), "precious");
+  EXPECT_EQ(read_file(kTariffs), text_of("a", 4));
+}
+
+TEST_F(CfgSave, FailsOnAReadOnlyDisk) {
+  store(text_of("old", 9));
+  const ReadOnlyDirectory locked;
+  EXPECT_EXIT(TariffSystemConfig().cfgSave(set_of(tariff("a", 4))), ExitedWithCode(1),
+              Eq("Error: failed to save configuration\n"));
+  EXPECT_EQ(read_file(kTariffs), text_of("old", 9));
 }
 
 TEST_F(CfgSave, WritesWhatTheReaderTakes) {

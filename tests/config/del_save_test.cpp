@@ -7,9 +7,12 @@
 namespace quenby {
 namespace {
 
+using test::FullDisk;
 using test::kDirectory;
 using test::kTariffs;
+using test::mode_of;
 using test::names_in;
+using test::OwnDisk;
 using test::read_file;
 using test::ReadOnlyDirectory;
 using test::set_of;
@@ -32,19 +35,84 @@ TEST_F(DelSave, TakesTheNamedSectionsOut) {
   EXPECT_THAT(names_in(kDirectory), ElementsAre("tc_tariff.ini"));
 }
 
-TEST_F(DelSave, CopiesOverTheFileInPlace) {
+TEST_F(DelSave, NeverTouchesTheOldFile) {
   store(text_of("a", 4) + text_of("b", 5));
-  std::filesystem::create_hard_link(kTariffs, "/config/same");
+  std::filesystem::create_hard_link(kTariffs, "/config/old");
   TariffSystemConfig().delSave(set_of(tariff("a")));
-  EXPECT_EQ(read_file("/config/same"), text_of("b", 5));
+  EXPECT_EQ(read_file("/config/old"), text_of("a", 4) + text_of("b", 5));
+  EXPECT_EQ(read_file(kTariffs), text_of("b", 5));
+}
+
+TEST_F(DelSave, WorksWithTheFileOnAnotherDisk) {
+  const OwnDisk disk;
+  write_file(kTariffs, text_of("a", 4) + text_of("b", 5));
+  TariffSystemConfig().delSave(set_of(tariff("a")));
+  EXPECT_EQ(read_file(kTariffs), text_of("b", 5));
+  EXPECT_THAT(names_in("/tmp"), IsEmpty());
+  EXPECT_THAT(names_in(kDirectory), ElementsAre("tc_tariff.ini"));
+}
+
+TEST_F(DelSave, CopiesALongFileAsAWhole) {
+  const OwnDisk disk;
+  std::string text;
+  for (int i = 0; i < 5000; ++i) text += text_of("t" + std::to_string(i), 4 + i);
+  write_file(kTariffs, text_of("a", 4) + text);
+  TariffSystemConfig().delSave(set_of(tariff("a")));
+  EXPECT_EQ(read_file(kTariffs), text);
+}
+
+TEST_F(DelSave, NeedsNoCommand) {
+  store(text_of("a", 4) + text_of("b", 5));
+  TariffSystemConfig().delSave(set_of(tariff("a")));
+  EXPECT_THAT(seen_by_sync(), IsEmpty());
 }
 
 TEST_F(DelSave, KeepsTheModeOfTheFile) {
-  namespace fs = std::filesystem;
-  store(text_of("a", 4) + text_of("b", 5));
-  fs::permissions(kTariffs, static_cast<fs::perms>(0644));
-  TariffSystemConfig().delSave(set_of(tariff("a")));
-  EXPECT_EQ(fs::status(kTariffs).permissions(), static_cast<fs::perms>(0644));
+  for (const mode_t mode : {0644U, 0600U, 0640U, 0666U}) {
+    store(text_of("a", 4) + text_of("b", 5));
+    ASSERT_EQ(chmod(kTariffs, mode), 0);
+    TariffSystemConfig().delSave(set_of(tariff("a")));
+    EXPECT_EQ(mode_of(kTariffs), mode);
+  }
+}
+
+TEST_F(DelSave, FailsOnAFullDiskWithTheOldFileInPlace) {
+  const FullDisk disk;
+  write_file(kTariffs, text_of("a", 4) + text_of("b", 5));
+  EXPECT_EXIT(TariffSystemConfig().delSave(set_of(tariff("a"))), ExitedWithCode(1),
+              MatchesRegex("Error: failed to update configuration:.*No space left on device.*\n"));
+  EXPECT_EQ(read_file(kTariffs), text_of("a", 4) + text_of("b", 5));
+  EXPECT_THAT(names_in("/tmp"), IsEmpty());
+  EXPECT_THAT(names_in(kDirectory), ElementsAre("tc_tariff.ini"));
+}
+
+// The message itself passes through /tmp here, and has room when the copy is gone.
+TEST_F(DelSave, FailsOnAFullTemporaryDiskWithTheOldFileInPlace) {
+  const OwnDisk disk("8k", "/tmp");
+  const std::string stored = text_of("a", 4) + text_of(std::string(3000, 'b'), 5) +
+                             text_of(std::string(3000, 'c'), 6) +
+                             text_of(std::string(3000, 'd'), 7);
+  store(stored);
+  EXPECT_EXIT(TariffSystemConfig().delSave(set_of(tariff("a"))), ExitedWithCode(1),
+              Eq("Error: failed to update configuration\n"));
+  EXPECT_EQ(read_file(kTariffs), stored);
+  EXPECT_THAT(names_in("/tmp"), IsEmpty());
+}
+
+TEST_F(DelSave, FailsWhenTheFileCannotBeRemoved) {
+  store(text_of("a", 4));
+  const ReadOnlyDirectory locked;
+  EXPECT_EXIT(TariffSystemConfig().delSave(set_of(tariff("a"))), ExitedWithCode(1),
+              MatchesRegex("Error: failed to update configuration:.*Read-only file system.*\n"));
+  EXPECT_EQ(read_file(kTariffs), text_of("a", 4));
+  EXPECT_THAT(names_in("/tmp"), IsEmpty());
+}
+
+TEST_F(DelSave, FailsAtADirectory) {
+  std::filesystem::create_directories(kTariffs);
+  EXPECT_EXIT(TariffSystemConfig().delSave(set_of(tariff("a"))), ExitedWithCode(1),
+              Eq("Error: failed to update configuration\n"));
+  EXPECT_TRUE(std::filesystem::is_directory(kTariffs));
 }
 
 TEST_F(DelSave, OfTheOnlyTariffRemovesTheFile) {

@@ -66,6 +66,11 @@ TEST_F(IniModify, FailsWhenAFileCannotBeOpened) {
   EXPECT_FALSE(TariffIniFile(path(), true).modify_ini(TariffSet(), scratch().file("no/such")));
 }
 
+TEST_F(IniModify, FailsWhenTheFileCannotBeRead) {
+  for (const char* path : {"/proc/self/mem", "/", "/dev/null"})
+    EXPECT_FALSE(TariffIniFile(path, false).modify_ini(TariffSet(), out())) << path;
+}
+
 TEST_F(IniModify, FailsWhenTheDiskIsFull) {
   write_file(path(), "[a]\nid=4\n");
   EXPECT_FALSE(TariffIniFile(path(), true).modify_ini(TariffSet(), "/dev/full"));

@@ -6,7 +6,10 @@ namespace {
 
 using test::kGlobal;
 using test::kTariffs;
+using test::ReadOnlyDirectory;
 using test::write_file;
+using testing::ExitedWithCode;
+using testing::MatchesRegex;
 
 using Presence = test::StoredFiles;
 
@@ -54,6 +57,38 @@ TEST_F(Presence, CleanFailsWithoutAFile) {
   EXPECT_FALSE(TariffSystemConfig::clean());
   std::filesystem::create_directories(kTariffs);
   EXPECT_FALSE(TariffSystemConfig::clean());
+  EXPECT_TRUE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, CleanFailsOnAReadOnlyDisk) {
+  store("[a]\n");
+  const ReadOnlyDirectory locked;
+  EXPECT_FALSE(TariffSystemConfig::clean());
+  EXPECT_TRUE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, RemoveTakesAFileAwayAndNeedsNone) {
+  write_file("/config", "a file");
+  GlobalSystemConfig::remove();
+  ASSERT_EQ(std::remove("/config"), 0);
+  GlobalSystemConfig::remove();
+  store("[a]\n");
+  write_file(kGlobal, "[global]\n");
+  GlobalSystemConfig::remove();
+  EXPECT_FALSE(GlobalSystemConfig::exists());
+  EXPECT_TRUE(TariffSystemConfig::exists());
+  TariffSystemConfig::remove();
+  EXPECT_FALSE(TariffSystemConfig::exists());
+}
+
+TEST_F(Presence, RemoveReportsWhatStays) {
+  store("[a]\n");
+  std::filesystem::create_directories(kGlobal);
+  EXPECT_EXIT(GlobalSystemConfig::remove(), ExitedWithCode(1),
+              MatchesRegex("Error: failed to update configuration:.*Is a directory.*\n"));
+  const ReadOnlyDirectory locked;
+  EXPECT_EXIT(TariffSystemConfig::remove(), ExitedWithCode(1),
+              MatchesRegex("Error: failed to update configuration:.*Read-only file system.*\n"));
   EXPECT_TRUE(TariffSystemConfig::exists());
 }
 

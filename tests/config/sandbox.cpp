@@ -113,12 +113,12 @@ std::string StoredFiles::seen_by_sync() {
   return fs::exists("/seen-by-sync") ? read_file("/seen-by-sync") : "";
 }
 
-FullDisk::FullDisk() {
-  fs::create_directories(kDirectory);
-  must("small tmpfs", mount("tmpfs", kDirectory, "tmpfs", 0, "size=4k") == 0);
+OwnDisk::OwnDisk(const std::string& size, const char* place) : place_(place) {
+  fs::create_directories(place);
+  must("tmpfs", mount("tmpfs", place, "tmpfs", 0, ("size=" + size).c_str()) == 0);
 }
 
-FullDisk::~FullDisk() { must("umount", umount(kDirectory) == 0); }
+OwnDisk::~OwnDisk() { must("umount", umount(place_) == 0); }
 
 ReadOnlyDirectory::ReadOnlyDirectory() {
   must("bind mount", mount(kDirectory, kDirectory, nullptr, MS_BIND, nullptr) == 0);

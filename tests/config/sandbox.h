@@ -35,14 +35,23 @@ inline constexpr const char* kDirectory = "/config/tc";
 inline constexpr const char* kTariffs = "/config/tc/tc_tariff.ini";
 inline constexpr const char* kGlobal = "/config/tc/tc_global.ini";
 
-/// Mounts a file system of one page at /config/tc, which is full at once. Unmounted with the
-/// object.
-class FullDisk {
+/// Mounts a file system of its own at `place`. Unmounted with the object.
+class OwnDisk {
  public:
-  FullDisk();
-  ~FullDisk();
-  FullDisk(const FullDisk&) = delete;
-  FullDisk& operator=(const FullDisk&) = delete;
+  /// `size` as tmpfs takes it.
+  explicit OwnDisk(const std::string& size = "1m", const char* place = kDirectory);
+  ~OwnDisk();
+  OwnDisk(const OwnDisk&) = delete;
+  OwnDisk& operator=(const OwnDisk&) = delete;
+
+ private:
+  const char* place_;
+};
+
+/// A file system of one page, which is full at once.
+class FullDisk : public OwnDisk {
+ public:
+  explicit FullDisk(const char* place = kDirectory) : OwnDisk("4k", place) {}
 };
 
 /// Makes /config/tc read-only while it lives.

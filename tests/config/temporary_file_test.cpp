@@ -11,10 +11,12 @@
 namespace quenby {
 namespace {
 
+using test::mode_of;
 using test::names_in;
 using test::read_file;
 using test::ScratchDirectory;
 using test::write_file;
+using testing::ElementsAre;
 using testing::MatchesRegex;
 using testing::UnorderedElementsAre;
 
@@ -49,6 +51,52 @@ TEST(TemporaryFile, GoesWithItsOwner) {
     EXPECT_EQ(names_in(scratch.path()).size(), 2U);
   }
   EXPECT_TRUE(names_in(scratch.path()).empty());
+}
+
+TEST(TemporaryFile, LeavesItsNameToOthersOnceItHasReplaced) {
+  const ScratchDirectory scratch;
+  {
+    TemporaryFile file(scratch.file("named"));
+    write_file(file.path(), "new");
+    write_file(scratch.file("target"), "old");
+    file.replace(scratch.file("target"));
+    write_file(file.path(), "another run's");
+  }
+  EXPECT_EQ(read_file(scratch.file("target")), "new");
+  EXPECT_EQ(read_file(scratch.file("named")), "another run's");
+}
+
+TEST(TemporaryFile, StaysItsOwnersWhenItCannotReplace) {
+  const ScratchDirectory scratch;
+  std::filesystem::create_directory(scratch.file("target"));
+  {
+    TemporaryFile file(scratch.file("named"));
+    write_file(file.path(), "new");
+    EXPECT_THROW(file.replace(scratch.file("target")), boost::filesystem::filesystem_error);
+    EXPECT_THROW(file.replace(scratch.file("no/target")), boost::filesystem::filesystem_error);
+  }
+  EXPECT_THAT(names_in(scratch.path()), ElementsAre("target"));
+}
+
+TEST(TemporaryFile, IsMadeInThePlaceOfAnOldOne) {
+  const ScratchDirectory scratch;
+  write_file(scratch.file("named"), "old");
+  const TemporaryFile file(scratch.file("named"));
+  EXPECT_TRUE(file.make());
+  EXPECT_EQ(read_file(file.path()), "");
+  EXPECT_EQ(mode_of(file.path()), 0600U);
+  const TemporaryFile homeless(scratch.file("no/such"));
+  EXPECT_FALSE(homeless.make());
+}
+
+TEST(TemporaryFile, LeavesADirectoryUnderItsName) {
+  const ScratchDirectory scratch;
+  std::filesystem::create_directory(scratch.file("named"));
+  {
+    const TemporaryFile file(scratch.file("named"));
+    EXPECT_FALSE(file.make());
+  }
+  EXPECT_TRUE(std::filesystem::is_directory(scratch.file("named")));
 }
 
 TEST(TemporaryFile, NeverFollowsALinkUnderItsName) {

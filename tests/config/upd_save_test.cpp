@@ -7,8 +7,10 @@ namespace {
 using test::FullDisk;
 using test::kDirectory;
 using test::kTariffs;
+using test::mode_of;
 using test::names_in;
 using test::read_file;
+using test::ReadOnlyDirectory;
 using test::set_of;
 using test::tariff;
 using test::text_of;
@@ -44,6 +46,31 @@ TEST_F(UpdSave, KeepsTheOldFileUntilTheNewOneIsSynced) {
               MatchesRegex("tc_tariff\\.ini\ntc_tariff\\.ini-[0-9a-f][0-9a-f][0-9a-f][0-9a-f]\n"
                            "\\[a\\]\nid=4\n.*"));
   EXPECT_EQ(read_file(kTariffs), text_of("a", 7));
+}
+
+TEST_F(UpdSave, KeepsTheModeOfTheFile) {
+  for (const mode_t mode : {0644U, 0600U, 0640U, 0666U}) {
+    store(text_of("a", 4));
+    ASSERT_EQ(chmod(kTariffs, mode), 0);
+    TariffSystemConfig().updSave(set_of(tariff("a", 7)));
+    EXPECT_EQ(mode_of(kTariffs), mode);
+  }
+}
+
+TEST_F(UpdSave, FailsOnAReadOnlyDisk) {
+  store(text_of("a", 4));
+  const ReadOnlyDirectory locked;
+  EXPECT_EXIT(TariffSystemConfig().updSave(set_of(tariff("a", 7))), ExitedWithCode(1),
+              Eq("Error: failed to update configuration\n"));
+  EXPECT_EQ(read_file(kTariffs), text_of("a", 4));
+}
+
+TEST_F(UpdSave, FailsAtADirectory) {
+  std::filesystem::create_directories(kTariffs);
+  EXPECT_EXIT(TariffSystemConfig().updSave(set_of(tariff("a", 7))), ExitedWithCode(1),
+              Eq("Error: failed to update configuration\n"));
+  EXPECT_THAT(names_in(kDirectory), ElementsAre("tc_tariff.ini"));
+  EXPECT_TRUE(std::filesystem::is_directory(kTariffs));
 }
 
 TEST_F(UpdSave, FailsWithoutAFile) {

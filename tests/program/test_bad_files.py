@@ -192,18 +192,18 @@ class BadTariffFileUnread(q.ProgramTest):
 class StrangeFile(q.ProgramTest):
     """What is at a path but is no file, and files that look wrong but are not."""
 
-    def test_directory_reads_as_an_empty_file(self):
-        q.GLOBAL_FILE.mkdir(parents=True)
-        q.TARIFF_FILE.mkdir()
-        self.succeeds("--load")
-        self.assertEqual(len(q.shell_texts()), 1)
+    def test_directory_is_a_wrong_file(self):
+        q.TARIFF_FILE.mkdir(parents=True)
+        self.fails("wrong current tariff configuration", "--load")
+        q.GLOBAL_FILE.mkdir()
+        self.fails("wrong global configuration", "--load")
+        self.assertEqual(q.shell_texts(), [])
         self.assertTrue(q.GLOBAL_FILE.is_dir() and q.TARIFF_FILE.is_dir())
 
     def test_clear_leaves_a_directory_where_it_is(self):
-        q.GLOBAL_FILE.mkdir(parents=True)
-        q.TARIFF_FILE.mkdir()
+        q.TARIFF_FILE.mkdir(parents=True)
         self.succeeds("--clear")
-        self.assertTrue(q.GLOBAL_FILE.is_dir() and q.TARIFF_FILE.is_dir())
+        self.assertTrue(q.TARIFF_FILE.is_dir())
 
     def test_dangling_links_are_missing_files(self):
         q.GLOBAL_FILE.parent.mkdir(parents=True)
