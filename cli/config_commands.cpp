@@ -3,19 +3,10 @@
 #include "cli/config_input.h"
 #include "cli/error.h"
 #include "config/system_config.h"
-#include "model/stored_form.h"
 #include "shaper/htb_shaper.h"
 
 namespace quenby {
 namespace {
-
-// Puts `list` in the place of everything: numbers it anew, builds it and saves it.
-void replace_everything(const GlobalSet& global, TariffConfig& current, const TariffSet& list) {
-  if (!current.update(list, true, true)) _error("wrong tariff configuration");
-  clear_shaper(global);
-  create_shaper(global, current);
-  TariffSystemConfig().cfgSave(current);
-}
 
 // Changes only what differs between `current` and `list`.
 void replace_differences(const GlobalSet& global, TariffConfig& current, const TariffSet& list) {
@@ -42,15 +33,18 @@ bool create_shaper(const GlobalSet& global, const TariffSet& tariffs) {
   return true;
 }
 
+void rebuild_numbered_anew(const GlobalSet& global, TariffConfig& tariffs) {
+  number_anew(tariffs);
+  clear_shaper(global);
+  create_shaper(global, tariffs);
+  TariffSystemConfig().cfgSave(tariffs);
+}
+
 void load_config() {
   GlobalSet global;
   load_global_config(global);
   TariffConfig tariffs;
-  if (load_tariff_config(tariffs) && !tariffs.checkID()) {
-    if (!tariffs.refillIDs()) _error("wrong tariff configuration");
-    round_to_stored(tariffs);
-    TariffSystemConfig().cfgSave(tariffs);
-  }
+  if (load_numbered_tariffs(tariffs)) TariffSystemConfig().cfgSave(tariffs);
   if (!create_shaper(global, tariffs)) clear_shaper(global);
 }
 
@@ -58,11 +52,8 @@ void reload_config() {
   GlobalSet global;
   load_global_config(global);
   TariffConfig tariffs;
-  if (load_tariff_config(tariffs) && !tariffs.refillIDs()) _error("wrong tariff configuration");
-  round_to_stored(tariffs);
-  clear_shaper(global);
-  create_shaper(global, tariffs);
-  TariffSystemConfig().cfgSave(tariffs);
+  load_tariff_config(tariffs);
+  rebuild_numbered_anew(global, tariffs);
 }
 
 void restore_config(const std::string& interface) {
@@ -79,14 +70,10 @@ void update_config(const std::string& path) {
   TariffConfig current;
   const bool stored = load_tariff_config(current);
   if (!current.fillIDs(list, true)) _error("wrong new tariff configuration");
-  if (!stored) {
-    replace_everything(global, current, list);
-  } else if (!current.checkID()) {
-    if (!current.refillIDs()) _error("wrong tariff configuration");
-    replace_everything(global, current, list);
-  } else {
-    replace_differences(global, current, list);
-  }
+  if (stored && current.numbersFit()) return replace_differences(global, current, list);
+  if (!current.refillIDs()) _error("wrong tariff configuration");
+  current.update(list, true, false);
+  rebuild_numbered_anew(global, current);
 }
 
 void stop_shaper() {

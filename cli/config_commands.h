@@ -3,6 +3,7 @@
 #include <string>
 
 #include "model/global_set.h"
+#include "model/tariff_config.h"
 #include "model/tariff_set.h"
 
 /// The operations that bring the kernel's shaping state into line with the stored files.
@@ -13,6 +14,10 @@ void clear_shaper(const GlobalSet& global);
 
 /// Builds everything if `global` is enabled and there is something to shape. False when not.
 bool create_shaper(const GlobalSet& global, const TariffSet& tariffs);
+
+/// Removes all shaping, numbers `tariffs` anew, builds them like `create_shaper` and saves them as
+/// the whole list. Ends the process before that when they cannot be numbered or saved.
+void rebuild_numbered_anew(const GlobalSet& global, TariffConfig& tariffs);
 
 /// `--load`: builds the shaping from the files. Class numbers that do not fit are handed out anew
 /// and saved first. A disabled or empty configuration removes all shaping.

@@ -33,6 +33,22 @@ bool load_tariff_config(TariffConfig& tariffs) {
   return true;
 }
 
+bool load_numbered_tariffs(TariffConfig& tariffs) {
+  if (!load_tariff_config(tariffs) || tariffs.numbersFit()) return false;
+  number_anew(tariffs);
+  return true;
+}
+
+void prepare_whole_save(TariffConfig& tariffs) {
+  if (!can_be_stored(tariffs)) _error("wrong current tariff configuration");
+  round_to_stored(tariffs);
+}
+
+void number_anew(TariffConfig& tariffs) {
+  if (!tariffs.refillIDs()) _error("wrong tariff configuration");
+  prepare_whole_save(tariffs);
+}
+
 bool read_tariff_file(const std::string& path, TariffSet& tariffs) {
   if (!TariffIniFile(path, true).parse_ini(tariffs)) return false;
   tariffs.sort();
@@ -50,13 +66,10 @@ bool read_global_file(const std::string& path, GlobalSet& global) {
 void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,
                          TariffSet& added) {
   for (const TariffSettings& tariff : list.tariffs()) {
-    const auto stored = current.find(tariff.name);
-    if (stored == current.tariffs().end()) {
-      added.addTariff(tariff);
-    } else if (!(*stored == tariff)) {
-      removed.addTariff(*stored);
-      added.addTariff(tariff);
-    }
+    const auto stored = current.allOf(tariff.name);
+    if (stored.size() == 1 && stored.front() == tariff) continue;
+    for (const TariffSettings& former : stored) removed.addTariff(former);
+    added.addTariff(tariff);
   }
 }
 

@@ -16,6 +16,19 @@ bool load_global_config(GlobalSet& global);
 /// does not parse ends the process.
 bool load_tariff_config(TariffConfig& tariffs);
 
+/// Reads the stored tariffs, for building them all. True when their numbers did not fit: they have
+/// new ones then, which are to be saved.
+bool load_numbered_tariffs(TariffConfig& tariffs);
+
+/// Brings the stored tariffs to the form in which the whole list is written, which is what is to be
+/// applied too. A value that no reader would take back ends the process: call it before anything is
+/// changed.
+void prepare_whole_save(TariffConfig& tariffs);
+
+/// Numbers the stored tariffs anew, for a save of the whole list. Ends the process when there are
+/// too many, or a value cannot be saved.
+void number_anew(TariffConfig& tariffs);
+
 /// Reads a tariff file that the operator names, ordered by name and with values as a stored file
 /// holds them. False when it does not parse, holds two tariffs of one name, or holds a value that
 /// cannot be stored.
@@ -26,8 +39,8 @@ bool read_tariff_file(const std::string& path, TariffSet& tariffs);
 bool read_global_file(const std::string& path, GlobalSet& global);
 
 /// Puts every tariff that `list` has in another form than `current` into `removed` (as it is
-/// stored) and `added` (as it is in `list`); one that `current` has not into `added` alone.
-/// `current` is ordered by name.
+/// stored) and `added` (as it is in `list`); one that `current` has not into `added` alone. Where
+/// `current` has several of the name, all go into `removed`. `current` is ordered by name.
 void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,
                          TariffSet& added);
 

@@ -4,7 +4,6 @@
 #include "cli/config_input.h"
 #include "cli/error.h"
 #include "config/system_config.h"
-#include "model/stored_form.h"
 #include "shaper/htb_shaper.h"
 
 namespace quenby {
@@ -21,6 +20,7 @@ void extend(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
     HtbShaper().add_tariffs(global, current, added);
     TariffSystemConfig().addSave(added);
   } else {
+    prepare_whole_save(current);
     current.update(added, false, false);
     TariffSystemConfig().cfgSave(current);
   }
@@ -30,7 +30,6 @@ void extend(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
 void start(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
   number_new(current, added);
   if (current.update(added, false, true)) {
-    round_to_stored(current);
     clear_shaper(global);
     const TariffSet& all = current;
     HtbShaper().create(global, all);
@@ -47,9 +46,8 @@ void add_tariffs(const std::string& path) {
   load_global_config(global);
   TariffConfig current;
   const bool stored = load_tariff_config(current);
-  const bool numbered = current.checkID();
-  if (stored && numbered) return extend(global, current, added);
-  if (!numbered && !current.refillIDs()) _error("wrong tariff configuration");
+  if (stored && current.numbersFit()) return extend(global, current, added);
+  number_anew(current);
   start(global, current, added);
 }
 
@@ -58,10 +56,13 @@ void delete_tariff(const std::string& name) {
   load_global_config(global);
   TariffConfig current;
   load_tariff_config(current);
-  TariffSettings found;
-  if (!current.get(name, found)) _error("tariff does not exist");
   TariffSet removed;
-  removed.addTariff(std::move(found));
+  for (const TariffSettings& tariff : current.allOf(name)) removed.addTariff(tariff);
+  if (removed.empty()) _error("tariff does not exist");
+  if (global.global.enabled && !current.numbersFit()) {
+    current.remove(removed);
+    return rebuild_numbered_anew(global, current);
+  }
   if (global.global.enabled) HtbShaper().del_tariffs(global, current, removed);
   current.remove(removed);
   if (current.empty()) {
@@ -79,6 +80,10 @@ void update_tariff(const std::string& path) {
   TariffConfig current;
   load_tariff_config(current);
   if (!current.fillIDs(list, false)) _error("wrong new tariff configuration");
+  if (global.global.enabled && !current.numbersFit()) {
+    current.update(list, false, false);
+    return rebuild_numbered_anew(global, current);
+  }
   TariffSet removed;
   TariffSet added;
   collect_differences(current, list, removed, added);
@@ -98,9 +103,10 @@ void update_global(const std::string& path) {
   GlobalSet global;
   if (!read_global_file(path, global)) _error("wrong new global configuration");
   TariffConfig current;
-  load_tariff_config(current);
+  const bool numbered_anew = load_numbered_tariffs(current);
   stop_shaper();
   create_shaper(global, current);
+  if (numbered_anew) TariffSystemConfig().cfgSave(current);
   GlobalSystemConfig().cfgSave(global);
 }
 
@@ -108,8 +114,9 @@ void delete_global() {
   GlobalSet global;
   load_global_config(global);
   TariffConfig current;
-  load_tariff_config(current);
+  const bool numbered_anew = load_numbered_tariffs(current);
   HtbShaper().del_global(global, current);
+  if (numbered_anew) TariffSystemConfig().cfgSave(current);
   GlobalSystemConfig::remove();
 }
 

@@ -1,18 +1,35 @@
 #include "model/stored_form.h"
 
 #include <algorithm>
+#include <string>
 
 #include "model/number.h"
+#include "model/rate.h"
 
 namespace quenby {
 namespace {
 
-constexpr std::int64_t kBytesPerKbit = 125;
 constexpr std::int64_t kBitsPerKbit = 1000;
 
-// The speed that is read back for what `speedKbps` writes.
+// Replaces `value` by what is read back for it until that changes nothing. Once is enough for any
+// real number; beyond 2^56 bit/s doubles have gaps, and what is written can come back as one less.
+template <typename ReadBack>
+void settle(std::int64_t& value, const ReadBack& read_back) {
+  std::int64_t before = 0;
+  do {
+    before = value;
+    read_back();
+  } while (value != before);
+}
+
 void round_speed(BandwidthSettings& direction) {
-  if (direction.speed >= 0) direction.speed = direction.speedKbps() * kBytesPerKbit;
+  if (direction.speed == kNeverSet) return;
+  settle(direction.speed,
+         [&direction] { direction.setSpeed(std::to_string(direction.speedKbps())); });
+}
+
+void round_burst_rate(std::int64_t& rate) {
+  settle(rate, [&rate] { _set_rate(std::to_string(rate / kBitsPerKbit), rate); });
 }
 
 void round_default(DefaultDirSettings& direction) {
@@ -20,11 +37,18 @@ void round_default(DefaultDirSettings& direction) {
   if (direction.speed != kNeverSet) direction.ceiling = direction.speed;
 }
 
-void round_tariff(TariffDirSettings& direction) {
+void round_direction(TariffDirSettings& direction) {
   if (direction.speed == kNeverSet) direction.speed = 0;
   round_speed(direction);
-  direction.burst_rate = direction.burst_rate / kBitsPerKbit * kBitsPerKbit;
+  round_burst_rate(direction.burst_rate);
   direction.burst_size = low32_signed(direction.burst_size);
+}
+
+// The text is all that is stored; one that changes no factor is read back as a factor of 1.
+void round_aggregation(TariffSettings& tariff) {
+  tariff.download.aggregation = 1.0;
+  tariff.upload.aggregation = 1.0;
+  tariff.setAggregation(std::string(tariff.aggregation_text));
 }
 
 }  // namespace
@@ -38,8 +62,9 @@ void round_to_stored(GlobalSet& set) {
 
 void round_to_stored(TariffSet& set) {
   for (TariffSettings& tariff : set.tariffs()) {
-    round_tariff(tariff.download);
-    round_tariff(tariff.upload);
+    round_aggregation(tariff);
+    round_direction(tariff.download);
+    round_direction(tariff.upload);
   }
 }
 

@@ -3,9 +3,10 @@
 #include "model/global_set.h"
 #include "model/tariff_set.h"
 
-/// A file holds less than a record: whole kbit/s, 32 bits of a burst size, and 0 for a tariff's
-/// speed that was never set. What is applied together with a save is brought to that form first, so
-/// that the next run reads back exactly what the kernel was given.
+/// A file holds less than a record: whole kbit/s, 32 bits of a burst size, the text of an
+/// aggregation, and 0 for a tariff's speed that was never set. What is applied together with a save
+/// is brought to that form first, so that the next run reads back exactly what the kernel was
+/// given.
 namespace quenby {
 
 void round_to_stored(GlobalSet& set);

@@ -1,6 +1,7 @@
 #include "model/tariff_config.h"
 
 #include <algorithm>
+#include <set>
 
 namespace quenby {
 namespace {
@@ -35,6 +36,14 @@ bool TariffConfig::checkID() const {
   return counter_ <= kLastTariffID &&
          std::all_of(tariffs_.begin(), tariffs_.end(),
                      [](const TariffSettings& tariff) { return tariff.id >= kFirstTariffID; });
+}
+
+bool TariffConfig::numbersFit() const {
+  if (!checkID()) return false;
+  std::set<std::int32_t> taken;
+  return std::all_of(tariffs_.begin(), tariffs_.end(), [&taken](const TariffSettings& tariff) {
+    return taken.insert(tariff.id).second;
+  });
 }
 
 bool TariffConfig::get(int id, TariffSettings& out) const {

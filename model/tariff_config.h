@@ -26,6 +26,10 @@ class TariffConfig : public TariffSet {
   /// Whether the counter and every number are within the limits.
   bool checkID() const;
 
+  /// Whether `checkID` holds and no number stands twice. A list whose numbers do not fit is
+  /// numbered anew before anything is built or changed by number.
+  bool numbersFit() const;
+
   /// Copies the tariff of this number; false, with `out` unchanged, when there is none. Needs the
   /// numbers ascending in list order, as in `orderedByID()`.
   bool get(int id, TariffSettings& out) const;

@@ -17,6 +17,13 @@ bool TariffConfigBase::exists(const std::string& name) const {
   return find(name) != tariffs_.end();
 }
 
+std::span<const TariffSettings> TariffConfigBase::allOf(const std::string& name) const {
+  const auto first = find(name);
+  return {first, std::find_if(first, tariffs_.end(), [&name](const TariffSettings& tariff) {
+            return tariff.name != name;
+          })};
+}
+
 bool TariffConfigBase::get(const std::string& name, TariffSettings& out) const {
   const auto found = find(name);
   if (found == tariffs_.end()) return false;

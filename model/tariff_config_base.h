@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,8 @@ class TariffConfigBase {
   /// The tariff of this name, or the end of the list. Needs the list sorted.
   List::const_iterator find(const std::string& name) const;
   bool exists(const std::string& name) const;
+  /// All tariffs of this name. Needs the list sorted.
+  std::span<const TariffSettings> allOf(const std::string& name) const;
   /// Copies the tariff of this name; false, with `out` unchanged, when there is none.
   bool get(const std::string& name, TariffSettings& out) const;
 

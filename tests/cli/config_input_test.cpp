@@ -1,5 +1,6 @@
 #include "cli/config_input.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/files.h"
@@ -43,6 +44,51 @@ TEST_F(TariffFile, WithTwoTariffsOfOneNameIsRefused) {
 
 TEST_F(TariffFile, WithABurstSizeThatCannotBeStoredIsRefused) {
   EXPECT_FALSE(read("[a]\nupload_burst_size=3000000000\n"));
+}
+
+TariffConfig with_burst_size(std::int64_t size) {
+  TariffSettings tariff = test::tariff("a", 4);
+  tariff.download.speed = 187;
+  tariff.download.burst_size = size;
+  return test::set_of<TariffConfig>(tariff);
+}
+
+TEST(WholeSave, WritesValuesAsTheyAreStored) {
+  TariffConfig tariffs = with_burst_size(2'147'483'647);
+  prepare_whole_save(tariffs);
+  EXPECT_EQ(tariffs.tariffs()[0].download.speed, 125);
+  EXPECT_EQ(tariffs.tariffs()[0].download.burst_size, 2'147'483'647);
+  TariffConfig none;
+  prepare_whole_save(none);
+  EXPECT_TRUE(none.empty());
+}
+
+TEST(WholeSave, EndsBeforeAValueThatNoReaderWouldTake) {
+  for (const std::int64_t size : {2'147'483'648, 3'000'000'000, 4'294'967'295}) {
+    SCOPED_TRACE(size);
+    TariffConfig tariffs = with_burst_size(size);
+    EXPECT_EXIT(prepare_whole_save(tariffs), testing::ExitedWithCode(1),
+                testing::StrEq("Error: wrong current tariff configuration\n"));
+  }
+}
+
+TEST(NumberingAnew, GivesNumbersThatFitAndValuesAsTheyAreStored) {
+  TariffConfig tariffs = with_burst_size(1'500);
+  tariffs.addTariff(test::tariff("b", 4));
+  tariffs.addTariff(test::tariff("b", 3));
+  number_anew(tariffs);
+  EXPECT_EQ(test::ids(tariffs), (std::vector<int>{4, 5, 6}));
+  EXPECT_EQ(tariffs.tariffs()[0].download.speed, 125);
+}
+
+TEST(NumberingAnew, EndsWhereItCannotSucceed) {
+  TariffConfig unstorable = with_burst_size(3'000'000'000);
+  EXPECT_EXIT(number_anew(unstorable), testing::ExitedWithCode(1),
+              testing::StrEq("Error: wrong current tariff configuration\n"));
+  TariffConfig many;
+  for (int i = 0; i < 15'997; ++i) many.addTariff(test::tariff(std::to_string(i)));
+  EXPECT_EXIT(number_anew(many), testing::ExitedWithCode(1),
+              testing::StrEq("Error: wrong tariff configuration\n"));
 }
 
 TEST_F(TariffFile, ThatIsMissingOrMalformedIsRefused) {

@@ -55,6 +55,17 @@ TEST(Differences, PutANewTariffIntoTheAddedSetAlone) {
   expect_names(differences(TariffConfig(), set_of(tariff("a", 4))), {}, {"a"});
 }
 
+// Their classes and addresses differ, and one tariff takes the place of both.
+TEST(Differences, PutBothStoredTariffsOfOneNameIntoTheRemovedSet) {
+  const auto current =
+      set_of<TariffConfig>(tariff("a", 4), tariff("b", 5), tariff("b", 6), tariff("c", 7));
+  const Differences d = differences(current, set_of(tariff("a", 4), tariff("b", 5)));
+  expect_names(d, {"b", "b"}, {"b"});
+  EXPECT_EQ(test::ids(d.removed), (std::vector<int>{5, 6}));
+  EXPECT_EQ(test::ids(d.added), (std::vector<int>{5}));
+  expect_names(differences(current, set_of(tariff("a", 4), tariff("c", 7))), {}, {});
+}
+
 TEST(Differences, LeaveAStoredTariffThatIsNotGivenAlone) {
   const auto current = set_of<TariffConfig>(tariff("a", 4), tariff("b", 5));
   expect_names(differences(current, set_of(tariff("b", 5))), {}, {});

@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <iostream>
@@ -57,9 +58,15 @@ TEST(System, LeavesTheTextAloneWhenThereIsNoPipe) {
 }
 
 TEST(RunOrExit, GoesOnAfterSuccess) {
-  run_or_exit("true");
-  run_or_exit("false; true");
-  SUCCEED();
+  // In a process of its own, whose end another status than the commands' would tell.
+  const auto run = [](const std::string& commands) {
+    run_or_exit(commands);
+    std::cerr << "went on\n";
+    std::exit(7);
+  };
+  EXPECT_EXIT(run("true"), ExitedWithCode(7), Eq("went on\n"));
+  EXPECT_EXIT(run("false; true"), ExitedWithCode(7), Eq("went on\n"));
+  EXPECT_EXIT(run("printf done >&2"), ExitedWithCode(7), Eq("donewent on\n"));
 }
 
 TEST(RunOrExit, ExitsWith1AndNoMessageOfItsOwn) {

@@ -194,7 +194,11 @@ TEST_F(DeviceTest, DeletingALeafThatIsGoneSucceeds) {
 }
 
 TEST_F(BareRouterTest, NothingIsDeletedOfADeviceThatWasNotFound) {
-  eth().delete_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscPfifo));
+  for (const int kind : {quenby::kQdiscPfifo, quenby::kQdiscSfq, quenby::kQdiscFqCodel}) {
+    eth().delete_qdisc(direction(false, 5, kTenMbit, kind));
+    ifb().delete_qdisc(direction(true, 5, kTenMbit, kind));
+  }
+  ifb().def_qdisc_op(direction(true, 5, kTenMbit), htb_action::remove);
   eth().ingress_op(line(kTenMbit, kTenMbit), htb_action::remove);
   EXPECT_EQ(kernel.requests(), "");
 }

@@ -142,6 +142,37 @@ TEST(CheckID, RefusesTheCounterEvenWhenEveryNumberIsValid) {
   EXPECT_FALSE(config.checkID());
 }
 
+TEST(NumbersFit, WhenEachStandsOnce) {
+  EXPECT_TRUE(TariffConfig().numbersFit());
+  EXPECT_TRUE(stored({tariff("a", 4), tariff("b", 15'000)}).numbersFit());
+  // One name twice is no matter of numbers.
+  EXPECT_TRUE(stored({tariff("a", 4), tariff("a", 5)}).numbersFit());
+}
+
+TEST(NumbersFit, NoMoreWhenOneStandsTwice) {
+  for (const int id : {4, 5, 14'999, 15'000}) {
+    SCOPED_TRACE(id);
+    const TariffConfig config = stored({tariff("a", id), tariff("b", 6), tariff("c", id)});
+    EXPECT_TRUE(config.checkID());
+    EXPECT_FALSE(config.numbersFit());
+  }
+  EXPECT_FALSE(stored({tariff("a", 4), tariff("a", 4)}).numbersFit());
+}
+
+TEST(NumbersFit, NoMoreWhereTheLimitsArePassed) {
+  for (const int id : {1, 2, 3, 15'001, 15'999}) {
+    SCOPED_TRACE(id);
+    EXPECT_FALSE(stored({tariff("a", 4), tariff("b", id)}).numbersFit());
+  }
+  EXPECT_FALSE(set_of<TariffConfig>(tariff("without a number")).numbersFit());
+}
+
+TEST(NumbersFit, AgainAfterNumberingAnew) {
+  TariffConfig config = stored({tariff("a", 4), tariff("b", 4), tariff("c", 4)});
+  EXPECT_TRUE(config.refillIDs());
+  EXPECT_TRUE(config.numbersFit());
+}
+
 TEST(GetByNumber, FindsExactlyTheNumber) {
   const TariffConfig config = stored({tariff("a", 4), tariff("b", 5), tariff("c", 9)});
   TariffSettings out = tariff("before", 77);
@@ -195,6 +226,9 @@ TEST(ManyTariffs, AreNumberedUpToTheLimits) {
   EXPECT_TRUE(config.update(numbered_names(14'997), true, true));
   EXPECT_EQ(config.tariffs().back().id, 15'000);
   EXPECT_TRUE(config.checkID());
+  EXPECT_TRUE(config.numbersFit());
+  config.tariffs().front().setID(15'000);
+  EXPECT_FALSE(config.numbersFit());
   EXPECT_TRUE(config.update(numbered_names(14'998), true, true));
   EXPECT_FALSE(config.checkID());
   EXPECT_TRUE(config.update(numbered_names(15'996), true, true));

@@ -42,6 +42,39 @@ TEST(StoredForm, KeepsWholeKbitsOfABurstRate) {
   EXPECT_EQ(stored(tariff).burst_rate, 0);
 }
 
+TEST(StoredForm, KeepsTheFactorOfTheAggregationText) {
+  TariffSettings tariff = test::tariff("t");
+  tariff.setAggregation("5");
+  EXPECT_EQ(stored(tariff).aggregation, 5.0);
+  // The text is 0 now, the factor still 5.
+  tariff.setAggregation("0");
+  EXPECT_EQ(stored(tariff).aggregation, 1.0);
+  tariff.setAggregation("2.5 users");
+  EXPECT_EQ(stored(tariff).aggregation, 2.5);
+  tariff.upload.aggregation = 7.0;
+  TariffSet set = set_of(tariff);
+  round_to_stored(set);
+  EXPECT_EQ(set.tariffs()[0].upload.aggregation, 2.5);
+  EXPECT_EQ(set.tariffs()[0].aggregation_text, "2.5 users");
+}
+
+// Where doubles are 1024 bit/s apart the written number can be read back as the one below.
+TEST(StoredForm, IsWhatTheLargestNumbersAreReadBackAs) {
+  for (const char* text : {"9223372036854774", "9223372036854773", "9007199254740993",
+                           "5000000000000001", "72057594037927.9", "9.1e15"}) {
+    SCOPED_TRACE(text);
+    TariffSettings tariff = test::tariff("t");
+    ASSERT_TRUE(tariff.download.setSpeed(text));
+    ASSERT_TRUE(_set_rate(text, tariff.download.burst_rate));
+    const TariffDirSettings once = stored(tariff);
+    TariffDirSettings again(true);
+    ASSERT_TRUE(again.setSpeed(std::to_string(once.speedKbps())));
+    EXPECT_EQ(again.speed, once.speed);
+    ASSERT_TRUE(_set_rate(std::to_string(once.burst_rate / 1000), again.burst_rate));
+    EXPECT_EQ(again.burst_rate, once.burst_rate);
+  }
+}
+
 TEST(StoredForm, KeepsTheLow32BitsOfABurstSize) {
   TariffSettings tariff = test::tariff("t");
   tariff.download.burst_size = 4'294'967'296 + 1'500;

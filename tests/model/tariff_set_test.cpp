@@ -73,6 +73,20 @@ TEST(Find, WantsExactlyTheName) {
   }
 }
 
+TEST(AllOf, GivesEveryTariffOfTheName) {
+  const TariffSet set = set_of(tariff("a", 4), tariff("b", 5), tariff("b", 6), tariff("c", 7));
+  ASSERT_EQ(set.allOf("b").size(), 2U);
+  EXPECT_EQ(set.allOf("b")[0].id, 5);
+  EXPECT_EQ(set.allOf("b")[1].id, 6);
+  ASSERT_EQ(set.allOf("c").size(), 1U);
+  EXPECT_EQ(set.allOf("c")[0].id, 7);
+  for (const char* name : {"", "B", "aa", "bb", "d"}) {
+    SCOPED_TRACE(name);
+    EXPECT_TRUE(set.allOf(name).empty());
+  }
+  EXPECT_TRUE(TariffSet().allOf("a").empty());
+}
+
 TEST(Get, CopiesEveryField) {
   TariffSettings stored = tariff("a", 9);
   stored.addCIDR("10.0.0.1/24");

@@ -255,9 +255,19 @@ class Renumbering(q.ProgramTest):
                        "[b]\nid=5\nip=10.0.0.0/24\ndownload_speed=0\nupload_speed=0\n"
                        "queuing_discipline=pfifo\n")
 
+    def test_an_identifier_that_stands_twice(self):
+        for number in (4, 9, 15000):
+            with self.subTest(number):
+                q.clean_router()
+                self.rewritten("[b]\nid=%d\n[a]\nid=5\n[c]\nid=%d\n" % (number, number),
+                               "[a]\nid=4\ndownload_speed=0\nupload_speed=0\n"
+                               "[b]\nid=5\ndownload_speed=0\nupload_speed=0\n"
+                               "[c]\nid=6\ndownload_speed=0\nupload_speed=0\n")
+
     def test_good_identifiers_leave_the_file_as_it_is(self):
+        # Two sections of one name are no matter of numbers.
         for text in ("[b]\nid=15000\n\n [a] \nid=4", "[a]\nid=9\n[b]\nid=4\n",
-                     "[a]\nid=4\n[b]\nid=4\n"):
+                     "[a]\nid=4\n[a]\nid=5\n"):
             with self.subTest(text):
                 q.clean_router()
                 q.make_set()

@@ -147,6 +147,19 @@ class Order(q.ProgramTest):
                 self.succeeds(*arguments)
                 self.assertEqual(len(q.shell_texts()), 1)
 
+    def test_options_behind_other_words_whatever_the_environment_wants(self):
+        q.store("[global]\n")
+        wishes = dict(q.environment("succeed", ""), POSIXLY_CORRECT="1")
+        for arguments in (("word", "--stop"), ("--stop", "word", "--nothing"),
+                          ("-", "word", "--stop", "--", "--load")):
+            with self.subTest(arguments):
+                result = q.run(*arguments, variables=wishes)
+                self.assertEqual(result.status, 1 if "--nothing" in arguments else 0)
+                self.assertEqual(len(q.shell_texts()), 1)
+                self.assertTrue(q.shell_texts()[0].startswith(CLEARING))
+        self.succeeds("word", "--", "--stop", variables=wishes)
+        self.assertEqual(q.shell_texts(), [])
+
     def test_each_operation_reads_the_files_anew(self):
         q.make_link("eth1")
         q.make_set()

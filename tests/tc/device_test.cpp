@@ -103,28 +103,6 @@ TEST_F(Device, KnowsWhichLinksExist) {
   EXPECT_FALSE(device->link_exists(""));
 }
 
-TEST_F(Device, AsksNothingToDeleteAMissingLinkOrItsLeaves) {
-  const auto device = made("eth1", true);
-  device->link_del();
-  TariffDirSettings t(true);
-  for (const int kind : {1, 2, 3}) {
-    t.qdisc = kind;
-    device->delete_qdisc(t);
-  }
-  device->def_qdisc_op(t, htb_action::remove);
-  SUCCEED();
-}
-
-TEST_F(Device, GivesNoLeafForAnyOtherKind) {
-  const auto device = made("eth1", true);
-  TariffDirSettings t(true);
-  for (const int kind : {0, 4, -1}) {
-    t.qdisc = kind;
-    device->create_qdisc(t);
-  }
-  SUCCEED();
-}
-
 TEST_F(Device, MakesNoClassForASpeedNeverSet) {
   const auto device = made("eth1", true);
   GlobalDirSettings unset(true);
