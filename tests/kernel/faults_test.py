@@ -11,8 +11,8 @@ import subprocess
 import unittest
 
 import router_state
-from router import (IFB, IMQ, TARIFF_FILE, GLOBAL_FILE, Router, program_path, use_legacy_iptables,
-                    use_idle_sudo)
+from router import (GLOBAL_FILE, IFB, IMQ, TARIFF_FILE, Router, program_path, use_idle_sudo,
+                    use_legacy_iptables)
 
 ROUTER = None
 PROGRAM = program_path()

@@ -10,7 +10,7 @@ import subprocess
 import unittest
 
 import router_state
-from router import (IFB, TARIFF_FILE, Router, program_path, use_legacy_iptables, use_idle_sudo)
+from router import IFB, TARIFF_FILE, Router, program_path, use_idle_sudo, use_legacy_iptables
 
 ROUTER = None
 GIVEN = pathlib.Path("/run/given.ini")
@@ -30,8 +30,8 @@ def tariff(name, kbit, address, number=None, keys=BOTH, more=""):
 
 def three(keys=BOTH, more=""):
     """The largest and the smallest stand between others in the order of names."""
-    return (tariff("bob", 8000, "10.0.0.5", 5, keys, more) + tariff("mia", 1000, "10.0.0.6", 6, keys)
-            + tariff("zed", 4000, "10.0.0.4", 4, keys))
+    return (tariff("bob", 8000, "10.0.0.5", 5, keys, more)
+            + tariff("mia", 1000, "10.0.0.6", 6, keys) + tariff("zed", 4000, "10.0.0.4", 4, keys))
 
 
 DEFAULT = "[defaultqosipqueue]\ndownload_speed=3000\nupload_speed=2000\n"
@@ -67,7 +67,8 @@ EDITS = {
     "add beside a default tariff":
         (BASE + DEFAULT, three(), ADD, tariff("new", 2000, "10.0.0.9"), True),
     "delete the largest beside a default tariff": (BASE + DEFAULT, three(), DELETE, "bob", True),
-    "download only, add": (BASE, three(DOWN), ADD, tariff("new", 90000, "10.0.0.9", keys=DOWN), True),
+    "download only, add":
+        (BASE, three(DOWN), ADD, tariff("new", 90000, "10.0.0.9", keys=DOWN), True),
     "download only, delete the largest": (BASE, three(DOWN), DELETE, "bob", True),
     "upload only, add": (BASE, three(UP), ADD, tariff("new", 90000, "10.0.0.9", keys=UP), True),
     "upload only, change": (BASE, three(UP), UPDATE, tariff("bob", 10, "10.0.0.5", keys=UP), True),
@@ -119,7 +120,8 @@ class InPlace(unittest.TestCase):
                   if tc(TRACER.format("add", device) + " htb rate 8kbit")]
         if option != DELETE:
             GIVEN.write_text(argument, encoding="ascii")
-        self.assertEqual((0, ""), ROUTER.run(option, argument if option == DELETE else str(GIVEN))[:2])
+            argument = str(GIVEN)
+        self.assertEqual((0, ""), ROUTER.run(option, argument)[:2])
         kept = [device for device in traced if tc(TRACER.format("del", device))]
         found = self.read()
         self.reset()
