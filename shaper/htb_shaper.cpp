@@ -90,7 +90,11 @@ void HtbShaper::add_ipset_item(std::uint32_t address, std::uint64_t number) {
 void HtbShaper::del_ipset_item(std::uint32_t address) { delete_address(netfilter_, address); }
 
 void HtbShaper::add_ipset_tariffs(const TariffSet& set) {
-  for (const AddressSetEntry& entry : address_set_entries(set)) add_address(netfilter_, entry);
+  add_ipset_entries(address_set_entries(set));
+}
+
+void HtbShaper::add_ipset_entries(const std::vector<AddressSetEntry>& entries) {
+  for (const AddressSetEntry& entry : entries) add_address(netfilter_, entry);
 }
 
 void HtbShaper::del_ipset_tariffs(const TariffSet& set) {

@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "model/global_set.h"
 #include "model/tariff_config.h"
 #include "model/tariff_set.h"
+#include "shaper/address_set.h"
 #include "shaper/tariff_change.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_types.h"
@@ -80,7 +82,8 @@ class HtbShaper {
   /// Puts our rules into the firewall.
   static void fill_rules(const Devices& devices, const GlobalSet& set);
 
-  bool trees_installed(const GlobalSettings& settings);
+  void add_ipset_entries(const std::vector<AddressSetEntry>& entries);
+  bool everything_stands(const GlobalSettings& settings);
   void keep_line_only(const GlobalSet& set, TariffChange& change, std::int64_t link_speed);
   void change_in_place(const GlobalSet& set, TariffChange& change, const TariffSet& removed,
                        std::int64_t link_speed);

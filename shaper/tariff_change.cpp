@@ -1,8 +1,6 @@
 #include "shaper/tariff_change.h"
 
 #include <map>
-#include <set>
-#include <string>
 
 #include "model/rate.h"
 #include "model/tariff_config.h"
@@ -13,6 +11,11 @@ namespace {
 
 bool oversubscribed(const RateSummary& r) {
   return r.down_limit < r.down_sum || r.up_limit < r.up_sum;
+}
+
+// Whether neither direction has a tree.
+bool unshaped(const GlobalSet& g) {
+  return g.global.download.speed == kNeverSet && g.global.upload.speed == kNeverSet;
 }
 
 // Whether a direction goes from unshaped to shaped or back.
@@ -26,22 +29,37 @@ bool blocked_imq(const GlobalSet& g) {
   return g.global.wan.empty() && (g.global.download.speed == 0 || g.global.upload.speed == 0);
 }
 
-std::set<std::uint32_t> addresses_of(const TariffSet& a, const TariffSet& b) {
-  std::set<std::uint32_t> addresses;
-  for (const TariffSet* const set : {&a, &b}) {
-    for (const TariffSettings& tariff : set->tariffs())
-      addresses.insert(tariff.addresses.begin(), tariff.addresses.end());
+// The number of the last tariff by name that has an address.
+using Owners = std::map<std::uint32_t, int>;
+
+Owners owners_of(const TariffSet& set) {
+  Owners owners;
+  for (const TariffSettings& tariff : set.tariffs()) {
+    for (const std::uint32_t address : tariff.addresses) owners[address] = tariff.id;
   }
-  return addresses;
+  return owners;
 }
 
-// Whether two tariffs of `set` have one of `addresses`. Which of them it belongs to depends on the
-// order in which everything was made.
-bool shared(const TariffSet& set, const std::set<std::uint32_t>& addresses) {
+// The entries that lead from `found` to `wanted` at the addresses of `touched`. Addresses that
+// nobody wants are passed over.
+std::vector<AddressSetEntry> corrections(const Owners& touched, const Owners& found,
+                                         const Owners& wanted) {
+  std::vector<AddressSetEntry> entries;
+  for (const auto& [address, number] : touched) {
+    const auto owner = wanted.find(address);
+    const auto present = found.find(address);
+    if (owner == wanted.end() || (present != found.end() && *present == *owner)) continue;
+    entries.push_back(address_set_entry(address, static_cast<std::uint64_t>(owner->second)));
+  }
+  return entries;
+}
+
+// Whether two tariffs of `set` have one of the touched addresses.
+bool shared(const TariffSet& set, const Owners& removed, const Owners& added) {
   std::map<std::uint32_t, const TariffSettings*> owners;
   for (const TariffSettings& tariff : set.tariffs()) {
     for (const std::uint32_t address : tariff.addresses) {
-      if (addresses.count(address) == 0) continue;
+      if (removed.count(address) == 0 && added.count(address) == 0) continue;
       if (owners.emplace(address, &tariff).first->second != &tariff) return true;
     }
   }
@@ -65,24 +83,27 @@ TariffSet pick(const TariffSet& added, const TariffSet& resolved) {
 
 TariffChange plan_change(const GlobalSet& g, const TariffSet& current, const TariffSet& removed,
                          const TariffSet& added, std::int64_t link_speed) {
-  TariffChange change{g, g, current, {}, false};
+  TariffChange change{g, g, current, {}, {}, {}, false};
   TariffSet running = current;
   const RateSummary now = resolve_tariff_rates(g, running, link_speed);
   resolve_global_rates(change.before, running, now);
 
   change.tariffs.remove(removed);
+  const Owners gone = owners_of(removed);
+  change.kept = corrections(gone, Owners(), owners_of(change.tariffs));
   change.tariffs.TariffConfigBase::update(added, false);
   TariffSet resolved = change.tariffs;
   const RateSummary then = resolve_tariff_rates(g, resolved, link_speed);
   resolve_global_rates(change.after, resolved, then);
   change.created = pick(added, resolved);
 
-  const bool no_limits = g.global.download.speed == kNeverSet && g.global.upload.speed == kNeverSet;
-  const std::set<std::uint32_t> addresses = addresses_of(removed, added);
-  change.rebuild = oversubscribed(now) || oversubscribed(then) || no_limits || current.empty() ||
-                   tree_comes_or_goes(change.before, change.after, false) ||
-                   tree_comes_or_goes(change.before, change.after, true) || blocked_imq(g) ||
-                   shared(current, addresses) || shared(change.tariffs, addresses);
+  const Owners come = owners_of(added);
+  change.settled = corrections(come, come, owners_of(change.tariffs));
+  change.rebuild =
+      oversubscribed(now) || oversubscribed(then) || current.empty() || unshaped(change.before) ||
+      tree_comes_or_goes(change.before, change.after, false) ||
+      tree_comes_or_goes(change.before, change.after, true) || blocked_imq(g) ||
+      (g.global.wan.empty() && (shared(current, gone, come) || shared(change.tariffs, gone, come)));
   return change;
 }
 

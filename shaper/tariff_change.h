@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 #include "model/global_set.h"
 #include "model/tariff_set.h"
+#include "shaper/address_set.h"
 
 namespace quenby {
 
@@ -16,6 +18,11 @@ struct TariffChange {
   TariffSet tariffs;
   /// Those of the added tariffs, after rate resolution.
   TariffSet created;
+  /// Entries of the address set for addresses that removed tariffs share with tariffs that stay.
+  std::vector<AddressSetEntry> kept;
+  /// Entries for added addresses that belong to another tariff in the end: of several tariffs with
+  /// one address, the last by name has it.
+  std::vector<AddressSetEntry> settled;
   /// Whether everything has to be built anew, because more than the changed tariffs' own objects
   /// would differ.
   bool rebuild = false;

@@ -12,17 +12,22 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
   const bool has_wan = !set.global.wan.empty();
   const std::int64_t speed = link_speed(set.global.wan);
   TariffChange change = plan_change(set, current, removed, added, speed);
-  if (has_wan) del_ipset_tariffs(removed);
+  if (has_wan) {
+    del_ipset_tariffs(removed);
+    add_ipset_entries(change.kept);
+  }
 
   if (change.tariffs.empty()) {
     keep_line_only(set, change, speed);
-  } else if (change.rebuild || !trees_installed(change.before.global)) {
+  } else if (change.rebuild || !everything_stands(change.before.global)) {
     // Building only empties the drop chain when it is going to need it.
     if (has_wan && needs_drop_chain(change.before)) run_or_exit(drop_chain_commands());
     create(std::move(set), std::move(change.tariffs));
   } else {
     change_in_place(set, change, removed, speed);
-    if (has_wan) add_ipset_tariffs(added);
+    if (!has_wan) return;
+    add_ipset_tariffs(added);
+    add_ipset_entries(change.settled);
   }
 }
 
@@ -34,13 +39,11 @@ void HtbShaper::del_tariffs(GlobalSet set, const TariffSet& current, const Tarif
   update_tariffs(std::move(set), current, removed, TariffSet());
 }
 
-// False after a teardown, or when the WAN device has just come up: nothing is there to be changed.
-bool HtbShaper::trees_installed(const GlobalSettings& settings) {
+// False after a teardown or a run that was killed, when the WAN device has just come up, and when
+// somebody deleted what a change relies on.
+bool HtbShaper::everything_stands(const GlobalSettings& settings) {
   const Devices both = devices(settings);
-  for (const HtbIntf* const intf : {both.egress.get(), both.ingress.get()}) {
-    if (intf->has_tree(settings) && !intf->tree_installed()) return false;
-  }
-  return true;
+  return both.egress->stands(settings) && both.ingress->stands(settings);
 }
 
 void HtbShaper::keep_line_only(const GlobalSet& set, TariffChange& change,

@@ -42,6 +42,12 @@ std::string& HtbEthIntf::fill_fw_rules(const GlobalSet& set, std::string& list) 
   return list;
 }
 
+bool HtbEthIntf::stands(const GlobalSettings& g) const {
+  if (!qdisc_stands("ingress", kIngressHandle, TC_H_INGRESS)) return false;
+  if (wants_tree(g)) return htb_stands();
+  return g.upload.speed != 0 || qdisc_stands("fq_codel", kPlainRootHandle, TC_H_ROOT);
+}
+
 void HtbEthIntf::def_qdisc_op(const BandwidthSettings& def, htb_action action) {
   TC_ASSERT(!def.download());
   default_leaf_op(def, kDefaultClass, action);

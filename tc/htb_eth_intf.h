@@ -21,6 +21,9 @@ class HtbEthIntf : public HtbMarkIntf {
   void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
                      bool restore_mark) override;
   std::string& fill_fw_rules(const GlobalSet& set, std::string& list) const override;
+  /// The ingress qdisc, and HTB or, while upload is blocked, the plain fair queue. False when the
+  /// device does not exist: then nothing tells whether its addresses were ever put into the set.
+  bool stands(const GlobalSettings& g) const override;
   void def_qdisc_op(const BandwidthSettings& def, htb_action action) override;
   void class_op(const TariffDirSettings& t, htb_action action) override;
   void def_class_op(const BandwidthSettings& def, htb_action action) override;

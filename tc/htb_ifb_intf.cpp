@@ -1,9 +1,12 @@
 #include "tc/htb_ifb_intf.h"
 
+#include <algorithm>
+
 #include "cli/system.h"
 #include "tc/assert.h"
 #include "tc/firewall_rules.h"
 #include "tc/redirect.h"
+#include "tc/redirection.h"
 
 namespace quenby {
 
@@ -19,7 +22,32 @@ void HtbIfbIntf::setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
   build_tree(set, given, tariffs, link_speed);
 }
 
-void HtbIfbIntf::teardown(const GlobalSet& /*set*/) { link_del(); }
+void HtbIfbIntf::teardown(const GlobalSet& /*set*/) {
+  for (const int link : link_indexes(links())) release(link);
+  link_del();
+}
+
+// A redirection to a deleted device drops every packet. It goes last, because it is what a run
+// after one that was killed finds the device by.
+void HtbIfbIntf::release(int feeder) {
+  const IngressFilters filters = ingress_filters(sock(), feeder);
+  const std::vector<std::uint32_t> handles = filters.handles_for(ifindex());
+  if (handles.empty()) return;
+  del_qdisc_of(feeder, "htb", kHtbHandle, TC_H_ROOT);
+  if (filters.others || handles.size() < filters.redirections.size()) {
+    for (const std::uint32_t handle : handles) del_redirection(feeder, handle);
+  } else {
+    del_qdisc_of(feeder, "ingress", kIngressHandle, TC_H_INGRESS);
+  }
+}
+
+bool HtbIfbIntf::stands(const GlobalSettings& g) const {
+  if (!wants_tree(g)) return true;
+  if (!htb_stands()) return false;
+  const std::vector<Redirection> found = ingress_filters(sock(), ifindex_of(g.wan)).redirections;
+  return std::any_of(found.begin(), found.end(),
+                     [this](const Redirection& r) { return r.target == ifindex(); });
+}
 
 void HtbIfbIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool /*redirect*/,
                                bool restore_mark) {

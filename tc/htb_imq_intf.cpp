@@ -139,9 +139,11 @@ void HtbImqIntf::update_ht_leaves(const GlobalSettings& g, const TariffSet& remo
   fill_tree(g.direction(ingress()), added, tree, true);
 }
 
-bool HtbImqIntf::has_tree(const GlobalSettings& g) const {
-  return has_link() && g.direction(ingress()).speed != kNeverSet;
+bool HtbImqIntf::wants_tree(const GlobalSettings& g) const {
+  return g.direction(ingress()).speed != kNeverSet;
 }
+
+bool HtbImqIntf::stands(const GlobalSettings& g) const { return !wants_tree(g) || htb_stands(); }
 
 const U32Inventory& HtbImqIntf::filters() {
   if (!filters_) filters_.emplace(alloc_cls_cache());

@@ -37,7 +37,8 @@ class HtbImqIntf : public HtbIntf {
 
   /// The download object prints both directions.
   void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
-  bool has_tree(const GlobalSettings& g) const override;
+  bool wants_tree(const GlobalSettings& g) const override;
+  bool stands(const GlobalSettings& g) const override;
 
   /// The first level of the address tree, where some tariff or the line itself is shaped.
   void create_base_ht(const GlobalSettings& g, const TariffSet& set);

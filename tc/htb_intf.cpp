@@ -32,7 +32,12 @@ LinkPtr HtbIntf::get_link(const std::string& name) const {
 
 void HtbIntf::find_link() { link_ = get_link(name_); }
 
-int HtbIntf::ifindex() const { return rtnl_link_get_ifindex(link_.get()); }
+int HtbIntf::ifindex() const { return has_link() ? rtnl_link_get_ifindex(link_.get()) : 0; }
+
+int HtbIntf::ifindex_of(const std::string& name) const {
+  const LinkPtr link = get_link(name);
+  return link == nullptr ? 0 : rtnl_link_get_ifindex(link.get());
+}
 
 bool HtbIntf::link_exists(const std::string& name) const { return get_link(name) != nullptr; }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <linux/pkt_sched.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -148,14 +150,22 @@ class HtbIntf {
   /// Deletes the u32 filter of this handle; one that is gone already is no failure.
   void del_ht_filter(std::uint32_t handle, unsigned prio);
 
+  /// The same for one in the ingress qdisc of whatever device.
+  void del_redirection(int ifindex, std::uint32_t handle);
+
   /// Prints one line a class: direction and tariff, packets, bytes, bytes/s, packets/s, drops and
   /// overlimits. Nothing when the device does not exist. `cfg` has its numbers in ascending order.
   void class_stat(const TariffConfig& cfg) const;
 
-  /// Whether the configuration gives this direction an HTB tree. `g` after rate resolution.
-  virtual bool has_tree(const GlobalSettings& g) const = 0;
-  /// Whether the device's root qdisc is the HTB of a tree.
-  bool tree_installed() const;
+  // What a direction wants and what stands are two questions. `g` after rate resolution.
+
+  /// Whether the configuration gives this direction an HTB tree, whatever the kernel holds.
+  virtual bool wants_tree(const GlobalSettings& g) const = 0;
+  /// Whether every object stands that a change of this direction relies on. Each look is one
+  /// request; a doubt is a no.
+  virtual bool stands(const GlobalSettings& g) const = 0;
+  /// Whether there is a device to put the wanted tree on.
+  bool has_tree(const GlobalSettings& g) const { return has_link() && wants_tree(g); }
 
   /// Appends the commands that remove all our rules; only the egress object of a pair writes them.
   void fill_clean_fw_rules(std::string& list) const;
@@ -180,7 +190,19 @@ class HtbIntf {
   /// The classifiers under the HTB qdisc; failure ends the process.
   CachePtr alloc_cls_cache() const;
   nl_sock* sock() const { return sock_.get(); }
+  nl_cache* links() const { return link_cache_.get(); }
+  /// 0 while the device does not exist.
   int ifindex() const;
+  /// The interface index of another device, 0 when there is none of this name.
+  int ifindex_of(const std::string& name) const;
+
+  /// Whether the device has this very qdisc. Does not list any: a list has the leaves of all
+  /// devices in it.
+  bool qdisc_stands(const char* kind, std::uint32_t handle, std::uint32_t parent) const;
+  bool htb_stands() const { return qdisc_stands("htb", kHtbHandle, TC_H_ROOT); }
+  /// Deletes this very qdisc of whatever device; one that is gone already is no failure.
+  void del_qdisc_of(int ifindex, const std::string& kind, std::uint32_t handle,
+                    std::uint32_t parent);
 
   [[noreturn]] void nl_error(const std::string& what, int code) const;
   /// Fatal for a negative result unless `ignore`.

@@ -60,6 +60,15 @@ void HtbIntf::del_ht_filter(std::uint32_t handle, unsigned prio) {
   chk_nl_error("del filter cls", result, result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL);
 }
 
+void HtbIntf::del_redirection(int ifindex, std::uint32_t handle) {
+  const ClsPtr cls = new_cls("u32", 1);
+  set_u32_handle(handle, cls.get());
+  rtnl_tc_set_ifindex(TC_CAST(cls.get()), ifindex);
+  rtnl_tc_set_parent(TC_CAST(cls.get()), kIngressHandle);
+  const int result = rtnl_cls_delete(sock(), cls.get(), 0);
+  chk_nl_error("del filter cls", result, result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL);
+}
+
 CachePtr HtbIntf::alloc_cls_cache() const {
   nl_cache* all = nullptr;
   const int result = rtnl_cls_alloc_cache(sock(), ifindex(), kHtbHandle, &all);

@@ -4,6 +4,7 @@
 #include "cli/error.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_error.h"
+#include "tc/qdisc_query.h"
 
 // The qdiscs of a device.
 namespace quenby {
@@ -31,10 +32,21 @@ QdiscPtr HtbIntf::root_qdisc() const {
   return QdiscPtr(rtnl_qdisc_get_by_parent(cache.get(), ifindex(), TC_H_ROOT));
 }
 
-bool HtbIntf::tree_installed() const {
+bool HtbIntf::qdisc_stands(const char* kind, std::uint32_t handle, std::uint32_t parent) const {
   if (!has_link()) return false;
-  const QdiscPtr root = root_qdisc();
-  return root != nullptr && rtnl_tc_get_handle(TC_CAST(root.get())) == kHtbHandle;
+  MsgPtr query = qdisc_query(ifindex(), kind, handle, parent);
+  return query != nullptr && nl_send_sync(sock(), query.release()) >= 0;
+}
+
+void HtbIntf::del_qdisc_of(int ifindex, const std::string& kind, std::uint32_t handle,
+                           std::uint32_t parent) {
+  const QdiscPtr qdisc = new_qdisc(kind);
+  rtnl_tc_set_ifindex(TC_CAST(qdisc.get()), ifindex);
+  rtnl_tc_set_parent(TC_CAST(qdisc.get()), parent);
+  rtnl_tc_set_handle(TC_CAST(qdisc.get()), handle);
+  const int result = rtnl_qdisc_delete(sock(), qdisc.get());
+  const bool gone = result == -NLE_OBJ_NOTFOUND || result == -NLE_INVAL || result == -NLE_NODEV;
+  chk_nl_error("delete " + kind + " qdisc", result, gone);
 }
 
 void HtbIntf::root_qdisc_del() {

@@ -92,10 +92,9 @@ void HtbMarkIntf::update_fw_leaves(const GlobalSettings& g, const TariffSet& rem
   create_fw_leaves(g, added);
 }
 
-bool HtbMarkIntf::has_tree(const GlobalSettings& g) const {
+bool HtbMarkIntf::wants_tree(const GlobalSettings& g) const {
   const std::int64_t speed = g.direction(ingress()).speed;
-  // An IFB device that outlived its WAN device carries no tree.
-  return has_link() && link_exists(g.wan) && speed != kNeverSet && speed != 0;
+  return link_exists(g.wan) && speed != kNeverSet && speed != 0;
 }
 
 }  // namespace quenby

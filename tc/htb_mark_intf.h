@@ -18,7 +18,8 @@ class HtbMarkIntf : public HtbIntf {
   void update_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
                      bool remove) override;
   void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
-  bool has_tree(const GlobalSettings& g) const override;
+  /// A direction of a WAN device that does not exist wants nothing.
+  bool wants_tree(const GlobalSettings& g) const override;
 
   /// The default tariff's class, with the guarantee of its settings.
   virtual void def_tar_class_op(const BandwidthSettings& def, htb_action action) = 0;

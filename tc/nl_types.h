@@ -1,6 +1,7 @@
 #pragma once
 
 #include <netlink/cache.h>
+#include <netlink/handlers.h>
 #include <netlink/msg.h>
 #include <netlink/route/class.h>
 #include <netlink/route/classifier.h>
@@ -34,5 +35,6 @@ using QdiscPtr = std::unique_ptr<rtnl_qdisc, NlDeleter<rtnl_qdisc_put>>;
 using ClassPtr = std::unique_ptr<rtnl_class, NlDeleter<rtnl_class_put>>;
 using ClsPtr = std::unique_ptr<rtnl_cls, NlDeleter<rtnl_cls_put>>;
 using MsgPtr = std::unique_ptr<nl_msg, NlDeleter<nlmsg_free>>;
+using CallbackPtr = std::unique_ptr<nl_cb, NlDeleter<nl_cb_put>>;
 
 }  // namespace quenby

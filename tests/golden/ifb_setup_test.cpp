@@ -123,11 +123,6 @@ TEST_F(BareRouterTest, NoIfbDeviceIsMadeForAMissingWanDevice) {
   EXPECT_EQ(kernel.requests(), "");
 }
 
-TEST_F(IfbSetupTest, TeardownDeletesTheDevice) {
-  ifb().teardown(global_set(kTenMbit, kTenMbit));
-  EXPECT_EQ(kernel.summaries(), "RTM_DELLINK \"ifb_ingr\"\nRTM_GETLINK DUMP\n");
-}
-
 TEST_F(BareRouterTest, TeardownOfAMissingDeviceAsksNothing) {
   ifb().teardown(global_set(kTenMbit, kTenMbit));
   EXPECT_EQ(kernel.requests(), "");

@@ -6,6 +6,7 @@
 #include <netlink/handlers.h>
 #include <netlink/utils.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -20,6 +21,8 @@ namespace golden {
 namespace {
 
 using quenby::MsgPtr;
+
+constexpr std::uint32_t kIngress = 0xffff0000;
 
 // libnl's callbacks know the socket only.
 std::map<nl_sock*, RecordingKernel*>& kernels() {
@@ -43,6 +46,8 @@ std::string name_of(const nlmsghdr& request) {
   }
   return {};
 }
+
+bool is_dump(const nlmsghdr& request) { return (request.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP; }
 
 int index_of_new(const std::string& name) { return name == "imq0" ? kImqIndex : kIfbIndex; }
 
@@ -110,7 +115,7 @@ void RecordingKernel::handle(const nlmsghdr& request) {
   summaries_ += summary(request, protocol_) + "\n";
   const int error = refusal_of(request);
   if (error == 0) apply(request);
-  if (error == 0 && (request.nlmsg_flags & NLM_F_DUMP) == NLM_F_DUMP) {
+  if (error == 0 && is_dump(request)) {
     answer_dump(request);
   } else {
     answer_status(request, error);
@@ -119,10 +124,19 @@ void RecordingKernel::handle(const nlmsghdr& request) {
 
 int RecordingKernel::refusal_of(const nlmsghdr& request) {
   std::deque<int>& errors = refusals_[request.nlmsg_type];
-  if (errors.empty()) return 0;
+  if (errors.empty()) {
+    const bool query = request.nlmsg_type == RTM_GETQDISC && !is_dump(request);
+    return query && !has_qdisc(header_of<tcmsg>(request)) ? EINVAL : 0;
+  }
   const int error = errors.front();
   errors.pop_front();
   return error;
+}
+
+bool RecordingKernel::has_qdisc(const tcmsg& header) const {
+  if (header.tcm_parent == TC_H_INGRESS) return ingress_.count(header.tcm_ifindex) != 0;
+  const auto root = roots_.find(header.tcm_ifindex);
+  return root != roots_.end() && root->second == header.tcm_handle;
 }
 
 void RecordingKernel::apply(const nlmsghdr& request) {
@@ -131,13 +145,19 @@ void RecordingKernel::apply(const nlmsghdr& request) {
     links_[name_of(request)] = index_of_new(name_of(request));
   if (request.nlmsg_type == RTM_DELLINK) links_.erase(name_of(request));
   if (request.nlmsg_type == RTM_NEWQDISC || request.nlmsg_type == RTM_DELQDISC)
-    apply_to_root(request);
+    apply_to_qdiscs(request);
 }
 
-void RecordingKernel::apply_to_root(const nlmsghdr& request) {
+void RecordingKernel::apply_to_qdiscs(const nlmsghdr& request) {
   const auto header = header_of<tcmsg>(request);
-  if (header.tcm_parent != TC_H_ROOT) return;
-  roots_[header.tcm_ifindex] = request.nlmsg_type == RTM_NEWQDISC ? header.tcm_handle : 0;
+  const bool made = request.nlmsg_type == RTM_NEWQDISC;
+  if (header.tcm_parent == TC_H_ROOT) roots_[header.tcm_ifindex] = made ? header.tcm_handle : 0;
+  if (header.tcm_parent != TC_H_INGRESS) return;
+  if (made) {
+    ingress_.insert(header.tcm_ifindex);
+  } else {
+    ingress_.erase(header.tcm_ifindex);
+  }
 }
 
 void RecordingKernel::answer_status(const nlmsghdr& request, int error) {
@@ -155,18 +175,23 @@ void RecordingKernel::answer_dump(const nlmsghdr& request) {
   } else if (request.nlmsg_type == RTM_GETQDISC) {
     for (const auto& [ifindex, handle] : roots_) queue(request, root_message(ifindex, handle));
   } else {
-    answer_device_dump(request, header_of<tcmsg>(request).tcm_ifindex);
+    answer_device_dump(request, header_of<tcmsg>(request));
   }
   queue(request, done_message());
 }
 
-void RecordingKernel::answer_device_dump(const nlmsghdr& request, int ifindex) {
+void RecordingKernel::answer_device_dump(const nlmsghdr& request, const tcmsg& header) {
+  const bool filters = request.nlmsg_type == RTM_GETTFILTER;
   for (const ListedFilter& filter : filters_) {
-    if (request.nlmsg_type == RTM_GETTFILTER && filter.ifindex == ifindex)
+    if (filters && filter.ifindex == header.tcm_ifindex && filter.parent == header.tcm_parent)
       queue(request, filter_message(filter));
   }
+  for (const ListedRedirection& listed : redirections_) {
+    if (filters && listed.ifindex == header.tcm_ifindex && header.tcm_parent == kIngress)
+      queue(request, redirection_message(listed));
+  }
   for (const ListedClass& listed : classes_) {
-    if (request.nlmsg_type == RTM_GETTCLASS && listed.ifindex == ifindex)
+    if (request.nlmsg_type == RTM_GETTCLASS && listed.ifindex == header.tcm_ifindex)
       queue(request, class_message(listed));
   }
 }

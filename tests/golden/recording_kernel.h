@@ -1,10 +1,12 @@
 #pragma once
 
 #include <linux/netlink.h>
+#include <linux/rtnetlink.h>
 
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -38,9 +40,11 @@ class RecordingKernel {
   /// Takes over a device, or a root qdisc of one, that stands there before the test.
   void has_link(const std::string& name, int ifindex) { links_[name] = ifindex; }
   void has_root_qdisc(int ifindex, std::uint32_t handle) { roots_[ifindex] = handle; }
+  void has_ingress_qdisc(int ifindex) { ingress_.insert(ifindex); }
   void has_no_links() { links_.clear(); }
   /// Takes over a classifier or class, which is listed from then on whatever is requested.
   void has_filter(const ListedFilter& filter) { filters_.push_back(filter); }
+  void has_redirection(const ListedRedirection& listed) { redirections_.push_back(listed); }
   void has_class(const ListedClass& listed) { classes_.push_back(listed); }
   /// Answers the next request of message type `type` with the error number `error`; calls add up
   /// and 0 lets one pass.
@@ -60,18 +64,22 @@ class RecordingKernel {
 
   void handle(const nlmsghdr& request);
   int refusal_of(const nlmsghdr& request);
+  /// Whether the qdisc that a request asks for stands.
+  bool has_qdisc(const tcmsg& header) const;
   void apply(const nlmsghdr& request);
-  void apply_to_root(const nlmsghdr& request);
+  void apply_to_qdiscs(const nlmsghdr& request);
   void answer_status(const nlmsghdr& request, int error);
   void answer_dump(const nlmsghdr& request);
-  void answer_device_dump(const nlmsghdr& request, int ifindex);
+  void answer_device_dump(const nlmsghdr& request, const tcmsg& header);
   void queue(const nlmsghdr& request, quenby::MsgPtr reply);
 
   int protocol_;
   quenby::SocketPtr socket_;
   std::map<std::string, int> links_;
   std::map<int, std::uint32_t> roots_;
+  std::set<int> ingress_;
   std::vector<ListedFilter> filters_;
+  std::vector<ListedRedirection> redirections_;
   std::vector<ListedClass> classes_;
   std::map<int, std::deque<int>> refusals_;
   bool forgets_links_ = false;

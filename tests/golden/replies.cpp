@@ -7,12 +7,15 @@
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
 
+#include <cstddef>
+#include <cstring>
+
 namespace golden {
 namespace {
 
 using quenby::MsgPtr;
 
-constexpr std::uint32_t kHtbRoot = 0x80000000;
+constexpr std::uint32_t kIngress = 0xffff0000;
 
 template <typename Header>
 MsgPtr listed(int type, const Header& header) {
@@ -25,6 +28,23 @@ MsgPtr listed(int type, const Header& header) {
 template <typename T>
 void put(const MsgPtr& msg, int attribute, const T& value) {
   nla_put(msg.get(), attribute, sizeof(value), &value);
+}
+
+void put_selector(const MsgPtr& msg, const ListedRedirection& redirection) {
+  char payload[sizeof(tc_u32_sel) + sizeof(tc_u32_key)] = {};
+  payload[offsetof(tc_u32_sel, nkeys)] = static_cast<char>(redirection.keys);
+  std::memcpy(payload + sizeof(tc_u32_sel) + offsetof(tc_u32_key, mask), &redirection.mask,
+              sizeof(redirection.mask));
+  put(msg, TCA_U32_SEL, payload);
+}
+
+void put_action(const MsgPtr& msg, int number, const std::string& kind, const tc_mirred& mirred) {
+  nlattr* const action = nla_nest_start(msg.get(), number);
+  nla_put_string(msg.get(), TCA_ACT_KIND, kind.c_str());
+  nlattr* const options = nla_nest_start(msg.get(), TCA_ACT_OPTIONS);
+  put(msg, TCA_MIRRED_PARMS, mirred);
+  nla_nest_end(msg.get(), options);
+  nla_nest_end(msg.get(), action);
 }
 
 }  // namespace
@@ -53,13 +73,34 @@ MsgPtr filter_message(const ListedFilter& filter) {
   tcmsg header{};
   header.tcm_ifindex = filter.ifindex;
   header.tcm_handle = filter.handle;
-  header.tcm_parent = kHtbRoot;
+  header.tcm_parent = filter.parent;
   header.tcm_info = TC_H_MAKE(1U << 16, htons(ETH_P_IP));
   MsgPtr msg = listed(RTM_NEWTFILTER, header);
   nla_put_string(msg.get(), TCA_KIND, filter.kind.c_str());
   if (filter.classid == 0) return msg;
   nlattr* const options = nla_nest_start(msg.get(), TCA_OPTIONS);
   nla_put_u32(msg.get(), TCA_U32_CLASSID, filter.classid);
+  nla_nest_end(msg.get(), options);
+  return msg;
+}
+
+MsgPtr redirection_message(const ListedRedirection& redirection) {
+  tcmsg header{};
+  header.tcm_ifindex = redirection.ifindex;
+  header.tcm_handle = redirection.handle;
+  header.tcm_parent = kIngress;
+  header.tcm_info = TC_H_MAKE(redirection.prio << 16, htons(redirection.protocol));
+  MsgPtr msg = listed(RTM_NEWTFILTER, header);
+  nla_put_string(msg.get(), TCA_KIND, "u32");
+  nlattr* const options = nla_nest_start(msg.get(), TCA_OPTIONS);
+  put_selector(msg, redirection);
+  nlattr* const actions = nla_nest_start(msg.get(), TCA_U32_ACT);
+  put_action(msg, 1, "connmark", {});
+  tc_mirred mirred{};
+  mirred.eaction = redirection.kind_of_mirred;
+  mirred.ifindex = static_cast<std::uint32_t>(redirection.target);
+  put_action(msg, 2, redirection.action, mirred);
+  nla_nest_end(msg.get(), actions);
   nla_nest_end(msg.get(), options);
   return msg;
 }

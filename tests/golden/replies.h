@@ -1,6 +1,9 @@
 #pragma once
 
 #include <linux/gen_stats.h>
+#include <linux/if_ether.h>
+#include <linux/pkt_cls.h>
+#include <linux/tc_act/tc_mirred.h>
 
 #include <cstdint>
 #include <string>
@@ -17,6 +20,21 @@ struct ListedFilter {
   std::uint32_t handle = 0;
   std::uint32_t classid = 0;
   std::string kind = "u32";
+  std::uint32_t parent = 0x80000000;
+};
+
+/// A u32 filter with two actions in the ingress qdisc of a device, as the kernel lists it. What
+/// stands here is the one that redirects every packet.
+struct ListedRedirection {
+  int ifindex = 0;
+  int target = 0;
+  std::uint32_t handle = 0x80000800;
+  unsigned prio = 1;
+  std::uint16_t protocol = ETH_P_IP;
+  unsigned char keys = 1;
+  std::uint32_t mask = 0;
+  std::string action = "mirred";
+  int kind_of_mirred = TCA_EGRESS_REDIR;
 };
 
 /// An HTB class with its counters, as the kernel lists it.
@@ -33,6 +51,7 @@ quenby::MsgPtr link_message(const std::string& name, int ifindex);
 /// The root qdisc of a device; handle 0 is one of the kernel's own.
 quenby::MsgPtr root_message(int ifindex, std::uint32_t handle);
 quenby::MsgPtr filter_message(const ListedFilter& filter);
+quenby::MsgPtr redirection_message(const ListedRedirection& redirection);
 quenby::MsgPtr class_message(const ListedClass& listed_class);
 /// The end of every dump.
 quenby::MsgPtr done_message();

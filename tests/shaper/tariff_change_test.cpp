@@ -106,8 +106,21 @@ TEST(TariffChange, RebuildsWhenTheRunningSetIsOversubscribed) {
   EXPECT_TRUE(change.rebuild);
 }
 
-TEST(TariffChange, RebuildsWithoutAnyGlobalSpeed) {
-  EXPECT_TRUE(add_zed(line(kUnset, kUnset)).rebuild);
+TEST(TariffChange, IsMadeInPlaceWithoutAnyGlobalSpeed) {
+  const TariffChange change = add_zed(line(kUnset, kUnset));
+  EXPECT_FALSE(change.rebuild);
+  EXPECT_EQ(change.before.global.download.speed, 300'000);
+  EXPECT_EQ(change.after.global.download.speed, 600'000);
+}
+
+TEST(TariffChange, RebuildsWhereNeitherDirectionIsShaped) {
+  TariffSettings idle = kAmy;
+  idle.download.speed = idle.upload.speed = kUnset;
+  TariffSettings other = kBob;
+  other.download.speed = other.upload.speed = kUnset;
+  const GlobalSet g = line(kUnset, kUnset);
+  EXPECT_TRUE(plan_change(g, set_of(idle), TariffSet(), set_of(other), kLink).rebuild);
+  EXPECT_TRUE(plan_change(g, set_of(idle), TariffSet(), set_of(kBob), kLink).rebuild);
 }
 
 TEST(TariffChange, RebuildsForTheFirstTariff) {
@@ -136,13 +149,75 @@ TEST(TariffChange, RebuildsABlockedDirectionOfTheImqDevice) {
   EXPECT_TRUE(plan_change(g, set_of(running), TariffSet(), set_of(no_guarantee), kLink).rebuild);
 }
 
-TEST(TariffChange, RebuildsWhenAChangedTariffSharesAnAddress) {
-  const GlobalSet g = line(1'000'000, 1'000'000);
-  const TariffSettings twin = subscriber("twin", 7, 10'000, "10.0.0.1");
-  EXPECT_TRUE(plan_change(g, set_of(kAmy, kBob), TariffSet(), set_of(twin), kLink).rebuild);
-  EXPECT_TRUE(plan_change(g, set_of(kAmy, twin), set_of(twin), TariffSet(), kLink).rebuild);
+// Entries as "address byte 4: class number".
+std::vector<std::string> text(const std::vector<AddressSetEntry>& entries) {
+  std::vector<std::string> lines;
+  for (const AddressSetEntry& entry : entries) {
+    EXPECT_EQ(entry.mask, 0x80003fffU);
+    lines.push_back(std::to_string(entry.address >> 24) + ": " +
+                    std::to_string(entry.mark & 0x3fff));
+  }
+  return lines;
+}
+
+using Lines = std::vector<std::string>;
+
+// Before and after "bob" in the order of names, with his address or another one.
+const TariffSettings kAnn = subscriber("ann", 7, 10'000, "10.0.0.2");
+const TariffSettings kTom = subscriber("tom", 8, 10'000, "10.0.0.2");
+
+TariffChange change_of(const TariffSet& current, const TariffSet& removed, const TariffSet& added) {
+  return plan_change(line(1'000'000, 1'000'000), current, removed, added, kLink);
+}
+
+TEST(TariffChange, SharedAddressGoesBackToTheLastOwnerThatStays) {
+  const TariffChange change = change_of(set_of(kAnn, kBob, kTom), set_of(kTom), TariffSet());
+  EXPECT_FALSE(change.rebuild);
+  EXPECT_EQ(text(change.kept), Lines{"2: 5"});
+  EXPECT_TRUE(change.settled.empty());
+}
+
+TEST(TariffChange, SharedAddressStaysWithAnOwnerThatComesLater) {
+  const TariffChange change = change_of(set_of(kBob, kTom), TariffSet(), set_of(kAnn));
+  EXPECT_FALSE(change.rebuild);
+  EXPECT_TRUE(change.kept.empty());
+  EXPECT_EQ(text(change.settled), Lines{"2: 8"});
+}
+
+TEST(TariffChange, SharedAddressOfTheLastOwnerNeedsNoCorrection) {
+  const TariffChange change = change_of(set_of(kAnn, kBob), TariffSet(), set_of(kTom));
+  EXPECT_FALSE(change.rebuild);
+  EXPECT_TRUE(change.kept.empty());
+  EXPECT_TRUE(change.settled.empty());
+}
+
+TEST(TariffChange, ChangedTariffTakesItsSharedAddressAgain) {
+  TariffSettings faster = kTom;
+  faster.download.speed = 20'000;
+  const TariffChange last = change_of(set_of(kBob, kTom), set_of(kTom), set_of(faster));
+  EXPECT_EQ(text(last.kept), Lines{"2: 5"});
+  EXPECT_TRUE(last.settled.empty());
+
+  faster = kAnn;
+  faster.download.speed = 20'000;
+  const TariffChange first = change_of(set_of(kAnn, kBob), set_of(kAnn), set_of(faster));
+  EXPECT_EQ(text(first.kept), Lines{"2: 5"});
+  EXPECT_EQ(text(first.settled), Lines{"2: 5"});
+}
+
+TEST(TariffChange, AddressOfOneTariffNeedsNoEntryOfAnother) {
+  const TariffChange change = change_of(set_of(kAmy, kBob), set_of(kBob), set_of(kZed));
+  EXPECT_TRUE(change.kept.empty());
+  EXPECT_TRUE(change.settled.empty());
+}
+
+TEST(TariffChange, RebuildsTheImqDeviceWhenAChangedTariffSharesAnAddress) {
+  GlobalSet g = line(1'000'000, 1'000'000);
+  g.global.wan.clear();
+  EXPECT_TRUE(plan_change(g, set_of(kAmy, kBob), TariffSet(), set_of(kTom), kLink).rebuild);
+  EXPECT_TRUE(plan_change(g, set_of(kBob, kTom), set_of(kTom), TariffSet(), kLink).rebuild);
   // Two other tariffs that share one are none of this change's business.
-  EXPECT_FALSE(plan_change(g, set_of(kAmy, kBob, twin), set_of(kBob), TariffSet(), kLink).rebuild);
+  EXPECT_FALSE(plan_change(g, set_of(kAmy, kBob, kTom), set_of(kAmy), TariffSet(), kLink).rebuild);
 }
 
 TEST(TariffChange, AddressThatMovesToAnotherTariffIsNotShared) {

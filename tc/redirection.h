@@ -1,0 +1,43 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "tc/nl_types.h"
+
+/// What stands in the ingress qdisc of a device, as far as it concerns the redirection that
+/// tc/redirect.h makes there.
+namespace quenby {
+
+/// A u32 filter of priority 1 that redirects every IPv4 packet.
+struct Redirection {
+  std::uint32_t handle = 0;
+  /// Interface index of the device that it feeds; 0 when that was deleted, and then the filter
+  /// drops every packet.
+  int target = 0;
+
+  bool operator==(const Redirection&) const = default;
+};
+
+/// The filters of one ingress qdisc.
+struct IngressFilters {
+  std::vector<Redirection> redirections;
+  /// Whether there is any filter of another shape.
+  bool others = false;
+
+  /// The handles of those that feed `ifindex` or a device that is gone.
+  std::vector<std::uint32_t> handles_for(int ifindex) const;
+};
+
+/// Takes one message of a filter dump into account. `ifindex` is the device that was asked for;
+/// what belongs to another one, or to another qdisc, is passed over.
+void note_filter(const nlmsghdr* message, int ifindex, IngressFilters& filters);
+
+/// Asks the kernel for the filters of a device's ingress qdisc; none when it has no such qdisc.
+/// Failure ends the process.
+IngressFilters ingress_filters(nl_sock* sock, int ifindex);
+
+/// The interface indexes of all links of a cache.
+std::vector<int> link_indexes(nl_cache* links);
+
+}  // namespace quenby
