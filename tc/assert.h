@@ -1,5 +1,7 @@
 #pragma once
 
+// A build type that switches assertions off would hide the function that reports them.
+#undef NDEBUG
 #include <cassert>
 
 /// Ends the process when the traffic-control engine is used wrongly. Unlike the library's own

@@ -12,12 +12,15 @@ source tests/kernel/checks.sh
 source lab/network.sh
 network_require_lab
 
-PREFLIGHT=$PWD/platform/quenby-preflight
+# Where every user can call it, wherever this tree is.
+PREFLIGHT=/usr/sbin/quenby-preflight
 FIREWALL=/opt/ostrea/sbin/firewall.init
 START="run $FIREWALL start opt-qos"
 
-# The machine's own /tmp shows in the lab and changes while this runs.
-mount -t tmpfs tmpfs /tmp
+# Apart from the machine's own /tmp, which shows in the lab and changes while this
+# runs.
+export TMPDIR=/run/quenby-tmp
+mkdir "$TMPDIR"
 scratch=$(mktemp -d)
 
 # Runs the command with its output in $scratch/output; prints its exit status.
@@ -38,7 +41,7 @@ state() {
   tc filter show dev lo
   iptables-save | grep -v '^#' | sed 's/ \[[0-9:]*\]$//'
   ipset save | sed 's/ initval 0x[0-9a-f]*//'
-  find /tmp /run/netns /config /opt /etc/iproute2 2>/dev/null | grep -v "^$scratch" | sort
+  find "$TMPDIR" /run/netns /config /opt /etc/iproute2 2>/dev/null | grep -v "^$scratch" | sort
   ls /proc/sys/net/ipv4/conf
 }
 
@@ -78,9 +81,24 @@ SCRIPT
 test_arguments() {
   expect "an argument: status 2" 2 "$(status_of "$PREFLIGHT" all)"
   expect "an argument: usage" "Usage: quenby-preflight" "$(cat "$scratch/output")"
-  expect "no probes in the router's own namespace: status 2" 2 \
-    "$(status_of "$PREFLIGHT" --probe "$(readlink /proc/self/ns/net)")"
-  expect "no probes in the router's own namespace: nothing said" "" "$(cat "$scratch/output")"
+}
+
+# A program unshare that leaves its command where it was.
+idle_unshare() {
+  local folder=$scratch/idle-unshare
+  mkdir -p "$folder"
+  printf '#!/bin/sh\nshift\nexec "$@"\n' >"$folder/unshare"
+  chmod 755 "$folder/unshare"
+  echo "$folder:$PATH"
+}
+
+test_no_namespace() {
+  local before
+  before=$(state)
+  names "no namespace" \
+    "MISSING kernel features: not tried: unshare -n makes no network namespace" \
+    env PATH="$(idle_unshare)"
+  expect "no namespace: nothing is left behind" "$before" "$(state)"
 }
 
 test_complete() {
@@ -92,7 +110,7 @@ test_complete() {
 }
 
 test_other_folder() {
-  expect "from another folder: status 0" 0 "$(cd /platform && status_of sh ./quenby-preflight)"
+  expect "from another folder: status 0" 0 "$(cd /platform && status_of bash ./quenby-preflight)"
   expect "from another folder: output" "$COMPLETE" "$(cat "$scratch/output")"
 }
 
@@ -215,13 +233,14 @@ test_files() {
 
 test_ordinary_user() {
   names "not root" "MISSING root: run this as root; nothing else was checked" \
-    setpriv --reuid 65534 --regid 65534 --clear-groups
+    env --chdir=/ setpriv --reuid 65534 --regid 65534 --clear-groups
   expect "not root: one line" 1 "$(wc -l <"$scratch/output")"
 }
 
 # What the back end makes no difference to.
 test_hidden() {
   test_other_folder
+  test_no_namespace
   test_broken_chains
   expect "all put back: status 0" 0 "$(status_of "$PREFLIGHT")"
   test_programs
@@ -238,6 +257,7 @@ run_all() {
 }
 
 platform_install
+install -m 755 platform/quenby-preflight "$PREFLIGHT"
 mkdir -p /config/tc
 ln -s "$PWD/platform" /platform
 test_arguments

@@ -1,6 +1,7 @@
 #!/bin/bash
 # The package's life on a router: set up as README.md says, traffic, a line that
-# goes and comes back, reload, stop, a second installation, removal, purge.
+# goes and comes back, reload, stop, a second installation, edits while a unit
+# reloads, removal, purge.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
 set -euo pipefail
@@ -97,7 +98,11 @@ test_units() {
     "$(systemd-analyze verify --man=no quenby.service quenby-if@eth1.service 2>&1)"
   systemd-analyze security --no-pager quenby.service | tail -n 1
   systemd-analyze security --no-pager quenby-if@eth1.service | tail -n 1
-  local before
+  local before unit
+  for unit in quenby.service quenby-if@eth1.service; do
+    expect "$unit outlasts the wait for other runs" 10min "$(state_of TimeoutStartUSec "$unit")"
+  done
+  expect "so does its end" 10min "$(state_of TimeoutStopUSec quenby.service)"
   before=$(classes)
   holds "systemctl reload" systemctl reload quenby.service
   expect "the classes after it" "$before" "$(classes)"
@@ -156,6 +161,60 @@ test_second_installation() {
   expect "quenby.service" active "$(systemctl is-active quenby.service)"
 }
 
+# At boot, and when the package comes. A lock that others could hold is shut.
+test_lock() {
+  expect "the lock is for root alone" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
+  chmod 666 /run/quenby.lock
+  holds "what happens at boot" systemd-tmpfiles --create --boot quenby.conf
+  expect "the lock after it" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
+  rm /run/quenby.lock
+  holds "what happens at boot" systemd-tmpfiles --create --boot quenby.conf
+  expect "a missing lock" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
+}
+
+# A section for a new tariff. Call: new_tariff NAME ADDRESS
+new_tariff() { printf '[%s]\nip=%s\ndownload_speed=1000\nupload_speed=1000\n' "$1" "$2"; }
+stored_number() { awk -v s="[$1]" '/^\[/ { inside = $0 == s } inside && sub(/^id=/, "")' /config/tc/tc_tariff.ini; }
+
+# In the file, with a class of its own on both devices, and with its address.
+# Call: is_there NAME ADDRESS
+is_there() {
+  local number device
+  number=$(stored_number "$1")
+  holds "$1 is stored" test -n "$number"
+  expect "nobody else has its number" 1 "$(grep -cx "id=$number" /config/tc/tc_tariff.ini)"
+  for device in eth1 ifb_ingr; do
+    holds "$1 has a class on $device" grep -q htb \
+      <(tc class show dev "$device" classid "8000:$(printf %x "${number:-0}")")
+  done
+  holds "the address set has $2" ipset -q test kavo_opt_shaper "$2"
+}
+
+lock_is_held() { ! flock --nonblock /run/quenby.lock true; }
+
+# Two operators' edits, as README.md shows them, while the line's hook reloads.
+# Nobody's work is lost.
+test_edits_while_the_hook_reloads() {
+  local round folder tariff pids pid
+  folder=$(mktemp -d)
+  grep -q '^    quenby --tariff-add new.ini ' README.md
+  for round in {1..5}; do
+    pids=()
+    systemctl start --no-block quenby-if@eth1.service
+    holds "round $round: the hook runs" soon lock_is_held
+    for tariff in 1 2; do
+      mkdir "$folder/$round-$tariff"
+      new_tariff "new-$round-$tariff" "10.0.7.$round$tariff" >"$folder/$round-$tariff/new.ini"
+      (cd "$folder/$round-$tariff" && quenby --tariff-add new.ini) &
+      pids+=("$!")
+    done
+    for pid in "${pids[@]}"; do holds "round $round: an edit" wait "$pid"; done
+    holds "round $round: the hook has ended" soon unit_has_ended quenby-if@eth1.service
+    expect "round $round: the hook" success "$(state_of Result quenby-if@eth1.service)"
+    for tariff in 1 2; do is_there "new-$round-$tariff" "10.0.7.$round$tariff"; done
+  done
+}
+
 test_removal() {
   local stored
   stored=$(cat /config/tc/*.ini)
@@ -163,7 +222,8 @@ test_removal() {
   holds "nothing is shaped" unshaped
   expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
   expect "the configuration is kept" "$stored" "$(cat /config/tc/*.ini)"
-  fails "the program is gone" test -e /usr/sbin/quenby
+  fails "the command is gone" test -e /usr/sbin/quenby
+  fails "the program is gone" test -e /usr/libexec/quenby
 }
 
 # The kept files serve again, this time without the service.
@@ -182,6 +242,7 @@ test_purge() {
   expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
   fails "/config is gone" test -e /config
   fails "/opt/ostrea is gone" test -e /opt/ostrea
+  fails "the lock is gone" test -e /run/quenby.lock
   while read -r file; do
     [ -d "$file" ] || [ ! -e "$file" ] || expect "left behind" "" "$file"
   done <<<"$files"
@@ -198,6 +259,8 @@ test_line_comes_back
 test_other_interface
 test_stop
 test_second_installation
+test_lock
+test_edits_while_the_hook_reloads
 test_removal
 test_return
 test_purge

@@ -1,0 +1,94 @@
+#!/bin/bash
+# Builds the program as a newcomer does, without presets and without GoogleTest:
+# with no build type, with each of CMake's and with clang++. The tests themselves
+# are compiled by the presets dev and asan alone. Each program must run and keep
+# its assertions; a warning ends the build of a preset and no other.
+#
+# Call: tests/build/builds_test.sh
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+
+scratch=$(mktemp -d "${TMPDIR:-/tmp}/quenby-builds.XXXXXX")
+trap 'rm -rf "$scratch"' EXIT
+unset CXXFLAGS CMAKE_BUILD_TYPE CMAKE_GENERATOR
+
+# Runs the command and shows what it says only when it fails.
+quietly() {
+  "$@" >"$scratch/log" 2>&1 || { tail -n 30 "$scratch/log"; return 1; }
+}
+
+# `cmake -B FOLDER && cmake --build FOLDER`. Call: plain FOLDER [OPTION...]
+plain() {
+  local folder=$1
+  shift
+  quietly cmake -B "$folder" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON "$@" &&
+    quietly cmake --build "$folder" --parallel 2
+}
+
+# The compiler's command for a file of the engine, for SOURCE and PROGRAM instead.
+# Call: engine_command FOLDER SOURCE PROGRAM
+engine_command() {
+  python3 - "$@" <<'END'
+import json, shlex, sys
+folder, source, program = sys.argv[1:]
+with open(folder + "/compile_commands.json", encoding="utf-8") as commands:
+    words = next(shlex.split(entry["command"]) for entry in json.load(commands)
+                 if entry["file"].endswith("/tc/handles.cpp"))
+words[words.index("-o"):] = [source, "-o", program]
+print(shlex.join(words))
+END
+}
+
+# What a program of this build says and returns when an assertion does not hold.
+assertion() {
+  local status=0 command
+  cat >"$scratch/broken.cpp" <<'END'
+#include "tc/assert.h"
+#include <cstring>
+int main(int count, char**) {
+  TC_ASSERT(count > 1);
+  assert(std::strlen("on") == 2);
+}
+END
+  command=$(engine_command "$1" "$scratch/broken.cpp" "$scratch/broken")
+  quietly bash -c "$command"
+  # The shell's own word on it goes elsewhere.
+  (ulimit -c 0; "$scratch/broken" 2>&1) 2>/dev/null || status=$?
+  echo "status $status"
+}
+
+# Call: builds NAME [OPTION...]
+builds() {
+  local name=$1 folder=$scratch/$1
+  shift
+  holds "$name: build" plain "$folder" "$@"
+  expect "$name: the program runs" "Error: missing argument" "$("$folder/quenby" 2>&1 || true)"
+  expect "$name: assertions are on" "broken: kavo-tc-htb:4: main: Assertion \`count > 1' failed.
+status 134" "$(assertion "$folder")"
+  rm -rf "$folder"
+}
+
+# Every record of the model has gaps, so this warning is certain.
+padded_model() {
+  local folder=$scratch/padded
+  quietly cmake "$@" -B "$folder" -DCMAKE_CXX_FLAGS=-Wpadded -DQUENBY_TESTS=OFF &&
+    cmake --build "$folder" --target quenby_model >"$scratch/log" 2>&1
+}
+
+test_warnings() {
+  holds "a warning does not end a plain build" padded_model
+  holds "the warning was there" grep -q 'Wpadded' "$scratch/log"
+  rm -rf "$scratch/padded"
+  fails "a warning ends the build of a preset" padded_model --preset release
+  holds "the warning was the reason" grep -q 'Werror=padded' "$scratch/log"
+}
+
+builds none
+for kind in Debug Release RelWithDebInfo MinSizeRel; do
+  builds "$kind" -DCMAKE_BUILD_TYPE="$kind"
+done
+builds clang -DCMAKE_CXX_COMPILER=clang++-14
+test_warnings
+finish
