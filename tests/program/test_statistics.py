@@ -1,5 +1,5 @@
-"""The whole output of --stat: it is compared, byte for byte, with what an independent reading of the
-kernel's class dump gives."""
+"""The whole output of --stat: it is compared, byte for byte, with what an independent reading of
+the kernel's class dump gives."""
 
 import pathlib
 import socket

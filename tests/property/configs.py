@@ -109,7 +109,7 @@ class Maker:
         download, upload = self._line_speeds()
         if r.random() < 0.93:
             parts.append(_section("global", [
-                ("wan", r.choice(WANS[:1] * 4 + WANS[1:2] * 3 + WANS[2:] * 3) or None),
+                ("wan", r.choice(WANS[:1] * 5 + WANS[1:2] * 3 + WANS[2:] * 2) or None),
                 ("enabled", r.choice(("true",) * 8 + ("false", None))),
                 ("download_speed", download), ("upload_speed", upload)]))
         if r.random() < 0.5:

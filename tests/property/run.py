@@ -62,8 +62,8 @@ class Run:
 
     def step(self):
         """Makes one step; gives its text and the check of it."""
-        redirected = self._agrees and any("redirect ifb_ingr" in line for line in self._state)
-        step = self._sequence.next(Stored(*self._files, redirected))
+        known = tuple(self._state) if self._agrees else ()
+        step = self._sequence.next(Stored(*self._files, known))
         if isinstance(step, Device):
             return step, lambda: self._happen(step)
         if isinstance(step, HandEdit):

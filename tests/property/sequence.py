@@ -11,9 +11,10 @@ What a command leaves is known without looking at how the program does it. In ge
   --stop, an edit of a list that is numbered anew). Until then nobody knows, as the files no longer
   tell what the kernel was given; so such a command always comes next.
 
-Not drawn, because files and kernel cannot tell it: a WAN interface that is renamed by hand while
-no redirection leads back to the old one (uploads only, or no WAN interface on either side), and
---stop after a failed change of the WAN interface; there the same command is repeated.
+Not drawn, because neither files nor kernel tell what is ours on a device that the files do not
+name: a WAN interface that is renamed by hand while no redirection leads back to the old one, or
+while that has the plain queue of a closed line; and --stop after a failed change of the WAN
+interface. There the same command is repeated.
 """
 
 import enum
@@ -61,8 +62,8 @@ class Stored:
 
     settings: str
     tariffs: str
-    # Whether the kernel holds what they say, with what comes in led to "ifb_ingr".
-    redirected: bool = False
+    # What the kernel holds of them; nothing when it is known to hold something else.
+    state: tuple = ()
 
     @property
     def names(self):
@@ -75,6 +76,15 @@ class Stored:
     @property
     def wan(self):
         return wan_of(self.settings)
+
+    @property
+    def redirected(self):
+        """What comes in is led to "ifb_ingr"."""
+        return any(" redirect ifb_ingr" in line for line in self.state)
+
+    @property
+    def queue_of_closed_line(self):
+        return any(" qdisc 1: root " in line for line in self.state)
 
 
 def sorted_names(names):
@@ -107,7 +117,7 @@ class Sequence:
     # Runs that end before they are done.
 
     def _with_fault(self, step, stored):
-        if (self._random.random() > 0.15 or not isinstance(step, Step) or step.fails
+        if (self._random.random() > 0.2 or not isinstance(step, Step) or step.fails
                 or step.outcome is Outcome.UNTOUCHED):
             return step
         step = replace(step, fault=make_fault(self._random))
@@ -297,7 +307,7 @@ class Sequence:
                 (self._renumbering_load, self._reload, self._renumbering_add)))
         if kind == "second":
             return self._second_section(stored, editor)
-        if kind == "wan" and stored.redirected and stored.wan in (self.WAN, self.LINE):
+        if kind == "wan" and stored.redirected and not stored.queue_of_closed_line:
             return self._other_wan(stored)
         return self._edited(stored, editor.odd_value(), *self._building())
 
@@ -330,7 +340,8 @@ class Sequence:
         settings = stored.settings.replace(f"wan={stored.wan}\n", f"wan={other}\n")
         return HandEdit(f"wan={other}", settings, stored.tariffs)
 
-    _WEIGHTS = ((_add, 5), (_delete, 4), (_change, 6), (_replace, 4), (_settings_change, 3),
-                (_settings_delete, 0.7), (_delete_all, 1), (_load, 0.7), (_reload, 1), (_restore, 1),
-                (_stop, 0.5), (_clear, 0.5), (_statistics, 0.7), (_refused, 1.2), (_line, 1.5),
-                (_wan, 1), (_virtual, 1.2), (_stop_before_edit, 1), (_hand_edit, 3))
+    _WEIGHTS = ((_add, 4), (_delete, 3), (_change, 4), (_replace, 3), (_settings_change, 3),
+                (_settings_delete, 0.7), (_delete_all, 0.7), (_load, 0.5), (_reload, 0.5),
+                (_restore, 1), (_stop, 0.4), (_clear, 0.4), (_statistics, 0.7), (_refused, 1),
+                (_line, 1.5), (_wan, 1.2), (_virtual, 2), (_stop_before_edit, 1.5),
+                (_hand_edit, 4))
