@@ -32,7 +32,7 @@ QUENBY_TEST_PACKAGES=(
 # shellcheck disable=SC2034
 QUENBY_LAB_PACKAGES=(
   iproute2 iptables ipset ethtool iperf3 iputils-ping
-  sudo procps util-linux python3
+  sudo procps util-linux python3 strace
 )
 
 # What boots the disposable guest. The guest runs this machine's programs, so

@@ -106,7 +106,8 @@ class Run:
 
     def _check_broken(self, step, status, errors, before):
         """A run that did not get to its end. What the kernel holds is seen after the next ones."""
-        expect(status == (-signal.SIGKILL if step.fault.kills else 1), f"status {status}: {errors}")
+        expect(status == (-signal.SIGKILL if step.fault.kills else 1),
+               f"status {status}: {errors[:300]}")
         expect(step.fault.kills or errors.startswith("Error: "), f"no message: {errors!r}")
         old, new = self._whole(step, before)
         expect(old or new, "the files are neither the old nor the new ones")
@@ -126,7 +127,7 @@ class Run:
                 and (tariffs == before[1] or names == step.names) and tariffs != "")
 
     def _check_result(self, step, status, output, errors):
-        expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors}")
+        expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors[:300]}")
         expect(errors.startswith("Error: ") or not step.fails, f"no message: {errors!r}")
         if step.options == ("--stat",):
             self._check_statistics(output)
