@@ -71,9 +71,11 @@ SbinRun run_with_private_sbin(int tc_status, const std::function<std::string()>&
   int ended = 0;
   waitpid(pid, &ended, 0);
   const int status = WIFEXITED(ended) ? WEXITSTATUS(ended) : -1;
-  SbinRun run{status != kImpossible, status, contents(folder / "result"),
-              contents(folder / "commands"), contents(folder / "errors")};
+  SbinRun run{status, contents(folder / "result"), contents(folder / "commands"),
+              contents(folder / "errors")};
   fs::remove_all(folder);
+  if (status == kImpossible)
+    throw std::runtime_error("no mount namespace for a stand-in of /sbin/tc");
   return run;
 }
 

@@ -72,4 +72,7 @@ class Case:
 
 
 def load_cases():
-    return [Case(path) for path in sorted(FOLDER.glob("*.case"))]
+    cases = [Case(path) for path in sorted(FOLDER.glob("*.case"))]
+    if not cases:
+        raise ValueError(f"{FOLDER}: no cases")
+    return cases

@@ -96,7 +96,7 @@ def _action_words(options):
     words = []
     for action in options.get("actions", []):
         if action["kind"] == "mirred":
-            words.insert(0, f"{action['mirred_action']} {action['to_dev']}")
+            words.insert(0, f"{action['mirred_action']} {action.get('to_dev', '*')}")
         else:
             words.append(action["kind"])
     return " ".join(words)

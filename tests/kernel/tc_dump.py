@@ -13,7 +13,7 @@ _RTM_GETQDISC, _RTM_GETTCLASS = 38, 42
 _NLM_F_REQUEST, _NLM_F_DUMP = 1, 0x300
 _TCA_KIND, _TCA_OPTIONS, _TCA_STATS2 = 1, 2, 7
 _HTB_PARMS, _HTB_INIT, _HTB_RATE64, _HTB_CEIL64 = 1, 2, 6, 7
-_STATS_BASIC, _STATS_QUEUE, _STATS_PKT64 = 1, 3, 8
+_STATS_BASIC, _STATS_RATE, _STATS_QUEUE, _STATS_PKT64 = 1, 2, 3, 8
 
 _TICK_NS = 64
 _HEADER = struct.Struct("=IHHII")
@@ -38,6 +38,10 @@ class HtbClass:
     bytes: int
     queued: int
     drops: int
+    overlimits: int
+    # What the kernel's rate estimator says, 0 without one.
+    bytes_per_second: int
+    packets_per_second: int
 
     @property
     def arrived(self):
@@ -103,13 +107,14 @@ def _htb_class(handle, parent, attributes):
     octets, packets = struct.unpack_from("=QI", stats[_STATS_BASIC])
     if _STATS_PKT64 in stats:
         packets = struct.unpack("=Q", stats[_STATS_PKT64])[0]
-    queued, _, drops = struct.unpack_from("=III", stats[_STATS_QUEUE])
+    queued, _, drops, _, overlimits = struct.unpack_from("=IIIII", stats[_STATS_QUEUE])
     return HtbClass(handle, parent, rate, ceil, _burst_bytes(buffer, rate),
-                    _burst_bytes(cbuffer, ceil), quantum, packets, octets, queued, drops)
+                    _burst_bytes(cbuffer, ceil), quantum, packets, octets, queued, drops, overlimits,
+                    *struct.unpack_from("=II", stats.get(_STATS_RATE, bytes(8))))
 
 
 def htb_classes(device):
-    """The HTB classes of a device by their 32-bit handles."""
+    """The HTB classes of a device by their 32-bit handles, in the order of the dump."""
     found = {}
     for handle, parent, attributes in _dump(_RTM_GETTCLASS, socket.if_nametoindex(device)):
         if _is_htb(attributes):

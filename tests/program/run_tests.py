@@ -36,7 +36,7 @@ def main(names, program):
     tests = loader.loadTestsFromNames(names) if names else loader.discover(here, "test_*.py")
     runner = unittest.TextTestRunner(stream=sys.stdout, verbosity=2, resultclass=PromptResult)
     result = runner.run(tests)
-    return 0 if result.wasSuccessful() and result.testsRun > 0 else 1
+    return 0 if result.wasSuccessful() and result.testsRun > 0 and not result.skipped else 1
 
 
 if __name__ == "__main__":

@@ -32,6 +32,11 @@ def sections(text):
     return {section_names(part)[0]: part for part in parts if section_names(part)}
 
 
+def wan_of(settings):
+    found = re.search(r"^wan=(.*)$", settings or "", re.M)
+    return found[1] if found else ""
+
+
 def _section(name, pairs):
     lines = [f"{key}={value}" for key, value in pairs if value is not None]
     return "\n".join([f"[{name}]", *lines, ""])
@@ -92,14 +97,21 @@ class Maker:
             return None
         return "0" if self._wild() else self._random.choice(_LINE_SPEEDS)
 
+    def _line_speeds(self):
+        """Download and upload. Often one direction is left alone, or closed."""
+        one, other = self._line_speed(), self._random.choice((None, None, "0"))
+        return self._random.choice(((one, self._line_speed()), (one, self._line_speed()),
+                                    (one, other), (other, one)))
+
     def settings(self):
         """A file of global settings, each of the two sections present or not."""
         r, parts = self._random, []
+        download, upload = self._line_speeds()
         if r.random() < 0.93:
             parts.append(_section("global", [
-                ("wan", r.choice(WANS[:1] * 4 + WANS[1:2] * 3 + WANS[2:] * 3) or None),
+                ("wan", r.choice(WANS[:1] * 5 + WANS[1:2] * 3 + WANS[2:] * 2) or None),
                 ("enabled", r.choice(("true",) * 8 + ("false", None))),
-                ("download_speed", self._line_speed()), ("upload_speed", self._line_speed())]))
+                ("download_speed", download), ("upload_speed", upload)]))
         if r.random() < 0.5:
             parts.append(_section("defaultqosipqueue", [
                 ("download_speed", self._speed()), ("upload_speed", self._speed())]))

@@ -10,6 +10,7 @@ import ctypes
 import os
 import pathlib
 import shutil
+import socket
 import subprocess
 import sys
 
@@ -21,7 +22,8 @@ from router_state import read_state  # noqa: E402
 
 GLOBAL_FILE = pathlib.Path("/config/tc/tc_global.ini")
 TARIFF_FILE = pathlib.Path("/config/tc/tc_tariff.ini")
-DEVICES = ("eth1", "ppp0", "ifb_ingr", "imq0")
+LINES = ("eth1", "ppp0")
+DEVICES = (*LINES, "ifb_ingr", "imq0")
 
 _CLONE_NEWNET = 0x40000000
 _libc = ctypes.CDLL(None, use_errno=True)
@@ -116,15 +118,21 @@ class Machine:
              + "".join(map(_cable, sorted(self._present))))
 
     def set_device(self, name, up):
-        if up == (name in self._present):
+        """A line's device, which a twin has too, or the shaper's own one."""
+        if up == (name in (interface for _, interface in socket.if_nameindex())):
             return
-        _run("ip", "-batch", "-", text=_cable(name) if up else f"link del {name}\n")
-        (self._present.add if up else self._present.remove)(name)
+        made = _cable(name) if name in LINES else f"link add {name} type ifb\nlink set {name} up\n"
+        _run("ip", "-batch", "-", text=made if up else f"link del {name}\n")
+        if name in LINES:
+            (self._present.add if up else self._present.remove)(name)
 
-    def run(self, *options):
+    def run(self, *options, wrapper=()):
         """Exit status and both outputs of the program."""
-        result = subprocess.run([self._program, *options], capture_output=True, text=True,
-                                check=False)
+        try:
+            result = subprocess.run([*wrapper, self._program, *options], capture_output=True,
+                                    text=True, check=False, timeout=180)
+        except subprocess.TimeoutExpired as failure:
+            raise AssertionError("the program does not end") from failure
         return result.returncode, result.stdout, result.stderr
 
     @staticmethod
@@ -134,6 +142,11 @@ class Machine:
     @staticmethod
     def files():
         return read_file(GLOBAL_FILE), read_file(TARIFF_FILE)
+
+    @staticmethod
+    def write_files(settings, tariffs):
+        _write_file(GLOBAL_FILE, settings)
+        _write_file(TARIFF_FILE, tariffs)
 
     def twin(self, settings):
         """What --load builds on a clean machine from the stored tariffs and these settings."""

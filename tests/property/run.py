@@ -10,12 +10,14 @@ import collections
 import os
 import pathlib
 import re
+import signal
 import sys
 import time
 
+from accidents import Device, HandEdit
 from configs import section_names
 from machine import Machine
-from sequence import Device, Outcome, Sequence, Stored
+from sequence import Outcome, Sequence, Stored, sorted_names
 
 from router_state import differences
 
@@ -25,6 +27,7 @@ MAX_SHOWN = 60
 # A line of --stat: the class's tariff and six counters.
 STATISTICS = re.compile(r"(?:(?:download|upload) )?(.+?)(?:,\d+){6}")
 OTHER_CLASSES = {"root", "system", "defaultQoSIPQueue"}
+SETTINGS_COMMANDS = {"--global-update", "--global-del", "--clear"}
 
 
 class Difference(Exception):
@@ -59,9 +62,12 @@ class Run:
 
     def step(self):
         """Makes one step; gives its text and the check of it."""
-        step = self._sequence.next(Stored(*self._files))
+        known = tuple(self._state) if self._agrees else ()
+        step = self._sequence.next(Stored(*self._files, known))
         if isinstance(step, Device):
             return step, lambda: self._happen(step)
+        if isinstance(step, HandEdit):
+            return step, lambda: self._edit(step)
         return step, lambda: self._check(step)
 
     @property
@@ -74,22 +80,54 @@ class Run:
         self._agrees = False
         self._counts["a device appears or vanishes"] += 1
 
+    def _edit(self, edit):
+        self._machine.write_files(edit.settings, edit.tariffs)
+        self._files = self._machine.files()
+        self._agrees = False
+        self._counts["an edit by hand"] += 1
+
     def _check(self, step):
         before = self._files
         options = step.options
         if step.file is not None:
             FILE.write_text(step.file, encoding="ascii")
             options = (*options, str(FILE))
-        status, output, errors = self._machine.run(*options)
+        wrapper = step.fault.command if step.fault else ()
+        status, output, errors = self._machine.run(*options, wrapper=wrapper)
         self._files = self._machine.files()
+        if step.fault and status != 0:
+            self._check_broken(step, status, errors, before)
+            return
         self._check_result(step, status, output, errors)
         self._check_files(step, before)
         self._check_state(step)
         self._counts[step.command + (" refused" if step.fails else "")] += 1
         self._counts[step.outcome.value] += 1
 
+    def _check_broken(self, step, status, errors, before):
+        """A run that did not get to its end. What the kernel holds is seen after the next ones."""
+        expect(status == (-signal.SIGKILL if step.fault.kills else 1),
+               f"status {status}: {errors[:300]}")
+        expect(step.fault.kills or errors.startswith("Error: "), f"no message: {errors!r}")
+        old, new = self._whole(step, before)
+        expect(old or new, "the files are neither the old nor the new ones")
+        expect(old or not step.fault.spares_files or step.command == "--load",
+               "the files have changed before the kernel")
+        self._agrees = False
+        self._sequence.step_failed()
+        self._counts[step.command + (" killed" if step.fault.kills else " broken off")] += 1
+
+    def _whole(self, step, before):
+        """Whether the files are the old ones, and whether they may be the new ones. Of the global
+        file it is seen later, when it is loaded."""
+        settings, tariffs = self._files
+        names = sorted_names(section_names(tariffs))
+        return ((settings, tariffs) == before,
+                (settings == before[0] or step.command in SETTINGS_COMMANDS)
+                and (tariffs == before[1] or names == step.names) and tariffs != "")
+
     def _check_result(self, step, status, output, errors):
-        expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors}")
+        expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors[:300]}")
         expect(errors.startswith("Error: ") or not step.fails, f"no message: {errors!r}")
         if step.options == ("--stat",):
             self._check_statistics(output)
@@ -108,8 +146,8 @@ class Run:
             expect(self._files == before, "the files changed")
             return
         names = section_names(self._files[1])
-        expect(set(names) == step.names and len(names) == len(step.names),
-               f"the tariff file should hold {sorted(step.names)}, not {names}")
+        expect(sorted_names(names) == step.names,
+               f"the tariff file should hold {step.names}, not {names}")
         expect(self._files[1] is None or names, "an empty tariff file was left")
 
     def _wanted(self, step):

@@ -1,14 +1,28 @@
 """The commands of a random sequence, and what each of them must leave behind.
 
 What a command leaves is known without looking at how the program does it. In general it is what
---load builds from the stored files on a clean machine; `Outcome` names the other cases.
+--load builds from the stored files on a clean machine; `Outcome` names the other cases. This holds
+
+- after every command that succeeds, whatever devices have gone or come back before it and whatever
+  was torn down: a change in place where something is missing builds everything instead;
+- after a command that failed or was killed, once the same command, or --stop and then --load, has
+  succeeded;
+- after an edit by hand, once a command has built everything (--load, --reload, an edit after
+  --stop, an edit of a list that is numbered anew). Until then nobody knows, as the files no longer
+  tell what the kernel was given; so such a command always comes next.
+
+Not drawn, because neither files nor kernel tell what is ours on a device that the files do not
+name: a WAN interface that is renamed by hand while no redirection leads back to the old one, or
+while that has the plain queue of a closed line; and --stop after a failed change of the WAN
+interface. There the same command is repeated.
 """
 
 import enum
 import random
-from dataclasses import dataclass
+from dataclasses import dataclass, replace
 
-from configs import NAMES, Maker, section_names, sections
+from accidents import Device, Editor, Fault, HandEdit, make_fault
+from configs import NAMES, Maker, section_names, sections, wan_of
 
 
 class Outcome(enum.Enum):
@@ -26,10 +40,11 @@ class Step:
     options: tuple
     outcome: Outcome
     # The names of the stored tariffs afterwards; None: both files stay as they are.
-    names: frozenset = None
+    names: tuple = None
     # The text of the file that the last option names.
     file: str = None
     fails: bool = False
+    fault: Fault = None
 
     @property
     def command(self):
@@ -37,18 +52,8 @@ class Step:
 
     def __str__(self):
         text = "quenby " + " ".join(repr(o) if " " in o else o for o in self.options)
+        text += f" with {self.fault}" if self.fault else ""
         return text if self.file is None else f"{text} FILE, with the FILE\n{self.file}"
-
-
-@dataclass(frozen=True)
-class Device:
-    """Something that happens to the router by itself: a line goes down or comes up."""
-
-    name: str
-    up: bool
-
-    def __str__(self):
-        return f"the device {self.name} {'appears' if self.up else 'vanishes'}"
 
 
 @dataclass(frozen=True)
@@ -57,6 +62,8 @@ class Stored:
 
     settings: str
     tariffs: str
+    # What the kernel holds of them; nothing when it is known to hold something else.
+    state: tuple = ()
 
     @property
     def names(self):
@@ -68,32 +75,77 @@ class Stored:
 
     @property
     def wan(self):
-        for line in (self.settings or "").splitlines():
-            if line.startswith("wan="):
-                return line[len("wan="):]
-        return ""
+        return wan_of(self.settings)
+
+    @property
+    def redirected(self):
+        """What comes in is led to "ifb_ingr"."""
+        return any(" redirect ifb_ingr" in line for line in self.state)
+
+    @property
+    def queue_of_closed_line(self):
+        return any(" qdisc 1: root " in line for line in self.state)
+
+
+def sorted_names(names):
+    return tuple(sorted(names))
 
 
 class Sequence:
     LINE = "ppp0"
+    WAN = "eth1"
 
     def __init__(self, seed):
         self._random = random.Random(seed)
         self._maker = Maker(self._random)
         self._pending = [self._settings_change, self._add]
         self._line_up = False
+        self._after_fault = []
 
     def next(self, stored):
         if self._pending:
             return self._pending.pop(0)(stored)
+        return self._with_fault(self._any(stored), stored)
+
+    def _any(self, stored):
         makers, weights = zip(*self._WEIGHTS)
         return self._random.choices(makers, weights)[0](self, stored)
+
+    def _any_edit(self, stored):
+        return self._random.choice((self._add, self._delete, self._change, self._replace))(stored)
+
+    # Runs that end before they are done.
+
+    def _with_fault(self, step, stored):
+        if (self._random.random() > 0.2 or not isinstance(step, Step) or step.fails
+                or step.outcome is Outcome.UNTOUCHED):
+            return step
+        step = replace(step, fault=make_fault(self._random))
+        self._after_fault = self._follow_up(step, stored)
+        return step
+
+    def _follow_up(self, step, stored):
+        """What puts right what the step may leave half-made."""
+        repeated = [lambda _: replace(step, fault=None)]
+        recovery = [self._stop, self._load]
+        changes_wan = {"--global-update": wan_of(step.file) != stored.wan,
+                       "--global-del": stored.wan != ""}
+        if changes_wan.get(step.command):
+            return repeated
+        # What is stored already cannot be added or deleted once more.
+        if not step.fault.spares_files and step.command in ("--tariff-add", "--tariff-del"):
+            return recovery
+        return self._random.choice((repeated, recovery))
+
+    def step_failed(self):
+        """The fault of the last step has struck."""
+        self._pending[:0] = self._after_fault
 
     # In place, or not at all when shaping is disabled.
 
     def _edit(self, stored, option, text, names):
         outcome = Outcome.LOADED if stored.enabled else Outcome.UNTOUCHED
-        return Step((option,), outcome, frozenset(names), text)
+        return Step((option,), outcome, sorted_names(names), text)
 
     def _unused(self, stored):
         return [name for name in NAMES if name not in stored.names]
@@ -104,7 +156,7 @@ class Sequence:
         added = self._random.sample(unused, count)
         text, names = self._maker.tariffs(added, stored.tariffs or ""), {*stored.names, *added}
         if stored.tariffs is None:
-            return Step(("--tariff-add",), Outcome.LOADED_ENABLED, frozenset(names), text)
+            return Step(("--tariff-add",), Outcome.LOADED_ENABLED, sorted_names(names), text)
         return self._edit(stored, "--tariff-add", text, names)
 
     def _delete(self, stored):
@@ -112,7 +164,7 @@ class Sequence:
             return self._add(stored)
         name = self._random.choice(stored.names)
         outcome = Outcome.LOADED if stored.enabled else Outcome.UNTOUCHED
-        return Step(("--tariff-del", name), outcome, frozenset(stored.names) - {name})
+        return Step(("--tariff-del", name), outcome, sorted_names(set(stored.names) - {name}))
 
     def _change(self, stored):
         # Without a stored file there is nothing to update, and the program says so.
@@ -146,7 +198,7 @@ class Sequence:
         return Step(("--load",), Outcome.LOADED)
 
     def _reload(self, stored):
-        return Step(("--reload",), Outcome.LOADED, frozenset(stored.names))
+        return Step(("--reload",), Outcome.LOADED, sorted_names(stored.names))
 
     def _restore(self, stored):
         other = self._random.choice(("eth9", "eth", "", None))
@@ -156,32 +208,32 @@ class Sequence:
         if self._random.random() < 0.5:
             options = (*named, "--restore-if-cfg")
         if name and name == stored.wan:
-            return Step(options, Outcome.LOADED, frozenset(stored.names))
+            return Step(options, Outcome.LOADED, sorted_names(stored.names))
         return Step(options, Outcome.UNTOUCHED)
 
     def _restore_line(self, stored):
         matches = stored.wan == self.LINE
         return Step(("--restore-if-cfg", "--if-name", self.LINE),
                     Outcome.LOADED if matches else Outcome.UNTOUCHED,
-                    frozenset(stored.names) if matches else None)
+                    sorted_names(stored.names) if matches else None)
 
     def _settings_change(self, stored):
         text = self._maker.settings()
         # Without a section and without tariffs there is nothing to build.
         outcome = Outcome.LOADED if text or stored.names else Outcome.BARE
-        return Step(("--global-update",), outcome, frozenset(stored.names), text)
+        return Step(("--global-update",), outcome, sorted_names(stored.names), text)
 
     def _settings_delete(self, stored):
-        return Step(("--global-del",), Outcome.LOADED, frozenset(stored.names))
+        return Step(("--global-del",), Outcome.LOADED, sorted_names(stored.names))
 
     def _delete_all(self, _):
-        return Step(("--tariffs-del",), Outcome.LOADED, frozenset())
+        return Step(("--tariffs-del",), Outcome.LOADED, ())
 
     def _stop(self, _):
         return Step(("--stop",), Outcome.BARE)
 
     def _clear(self, _):
-        return Step(("--clear",), Outcome.BARE, frozenset())
+        return Step(("--clear",), Outcome.BARE, ())
 
     def _statistics(self, _):
         return Step(("--stat",), Outcome.UNTOUCHED)
@@ -202,12 +254,94 @@ class Sequence:
         option, text = self._random.choice(cases)
         return Step((option,), Outcome.UNTOUCHED, file=text, fails=True)
 
+    # Devices come and go.
+
     def _line(self, _):
         self._line_up = not self._line_up
         if self._line_up and self._random.random() < 0.6:
             self._pending.append(self._restore_line)
         return Device(self.LINE, self._line_up)
 
-    _WEIGHTS = ((_add, 5), (_delete, 4), (_change, 6), (_replace, 4), (_settings_change, 3),
-                (_settings_delete, 1), (_delete_all, 1), (_load, 1), (_reload, 1), (_restore, 1),
-                (_stop, 1), (_clear, 0.5), (_statistics, 1), (_refused, 1.5), (_line, 2))
+    def _wan(self, _):
+        """Comes back after some steps. Not always is something done about it."""
+        self._pending += [self._any_edit] * self._random.choice((0, 1, 1, 2))
+        self._pending.append(lambda _: Device(self.WAN, True))
+        if self._random.random() < 0.3:
+            self._pending.append(self._load)
+        return Device(self.WAN, False)
+
+    def _virtual(self, stored):
+        """Deleted by hand, and sometimes made again, with nothing on it."""
+        if self._random.random() < 0.3 and stored.redirected:
+            self._pending.append(lambda _: Device("ifb_ingr", True))
+        if self._random.random() < 0.7:
+            self._pending.append(self._any_edit)
+        return Device("ifb_ingr", False)
+
+    def _stop_before_edit(self, stored):
+        self._pending.append(self._any_edit)
+        return self._stop(stored)
+
+    # Edits by hand, each with what must follow it.
+
+    def _edited(self, stored, edit, *followers):
+        what, text = edit
+        self._pending[:0] = followers
+        return HandEdit(what, stored.settings, text)
+
+    def _building(self):
+        return self._random.choice(([self._load], [self._load], [self._reload],
+                                    [self._stop, self._any_edit]))
+
+    def _hand_edit(self, stored):
+        known = sections(stored.tariffs)
+        if not known:
+            return self._add(stored)
+        editor, kind = Editor(self._random, known), self._random.choices(
+            ("odd", "unstorable", "unfit", "second", "wan"), (5, 1, 2, 2, 3))[0]
+        if kind == "unstorable":
+            return self._edited(stored, editor.unstorable(), self._refused_reload,
+                                lambda _: HandEdit("undone", stored.settings, stored.tariffs))
+        if kind == "unfit":
+            return self._edited(stored, editor.unfit_number(), self._random.choice(
+                (self._renumbering_load, self._reload, self._renumbering_add)))
+        if kind == "second":
+            return self._second_section(stored, editor)
+        if kind == "wan" and stored.redirected and not stored.queue_of_closed_line:
+            return self._other_wan(stored)
+        return self._edited(stored, editor.odd_value(), *self._building())
+
+    def _refused_reload(self, _):
+        return Step(("--reload",), Outcome.UNTOUCHED, fails=True)
+
+    def _renumbering_load(self, stored):
+        return Step(("--load",), Outcome.LOADED, sorted_names(stored.names))
+
+    def _renumbering_add(self, stored):
+        """Builds everything, even when the global settings disable shaping."""
+        return replace(self._add(stored), outcome=Outcome.LOADED_ENABLED)
+
+    def _second_section(self, stored, editor):
+        """Goes with the first, or one takes the place of both."""
+        name = self._random.choice(stored.names)
+        outcome = Outcome.LOADED if stored.enabled else Outcome.UNTOUCHED
+        names = set(stored.names)
+        delete = Step(("--tariff-del", name), outcome, sorted_names(names - {name}))
+        change = Step(("--tariff-update",), outcome, sorted_names(names),
+                      self._maker.tariffs([name], ""))
+        last = self._random.choice((delete, change))
+        return self._edited(stored, editor.second_section(name, "10.20.0.1"),
+                            self._random.choice((self._load, self._reload)), lambda _: last)
+
+    def _other_wan(self, stored):
+        """The old device must be left without a trace."""
+        other = self.LINE if stored.wan == self.WAN else self.WAN
+        self._pending[:0] = self._random.choice(([self._reload], [self._stop, self._load]))
+        settings = stored.settings.replace(f"wan={stored.wan}\n", f"wan={other}\n")
+        return HandEdit(f"wan={other}", settings, stored.tariffs)
+
+    _WEIGHTS = ((_add, 4), (_delete, 3), (_change, 4), (_replace, 3), (_settings_change, 3),
+                (_settings_delete, 0.7), (_delete_all, 0.7), (_load, 0.5), (_reload, 0.5),
+                (_restore, 1), (_stop, 0.4), (_clear, 0.4), (_statistics, 0.7), (_refused, 1),
+                (_line, 1.5), (_wan, 1.2), (_virtual, 2), (_stop_before_edit, 1.5),
+                (_hand_edit, 4))
