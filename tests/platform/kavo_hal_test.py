@@ -200,6 +200,14 @@ class Bond(ToolTest):
         s.bond("bond0", "balance-rr 0", "eth0", "eth1")
         self.has("bond0", 1000)
 
+    def test_without_a_monitor_the_cable_decides(self):
+        s.card("eth0", -1, 0, member="active")
+        s.ethtool("eth0", supported=MODES)
+        s.write(s.NET / "eth0/bonding_slave/mii_status", "up\n")
+        s.card("eth1", 1000, member="active")
+        s.bond("bond0", "balance-rr 0", "eth0", "eth1")
+        self.has("bond0", 1000)
+
     def test_all_cables_out(self):
         for mode, name, mbit in (("802.3ad 4", "a", 3500), ("active-backup 1", "b", 2500),
                                  ("broadcast 3", "c", 1000)):
@@ -303,7 +311,7 @@ class Ppp(ToolTest):
         self.has("ppp2", None)
 
     def test_program_of_its_own(self):
-        s.ppp("ppp0", "pppd", "pty", "pppoe -p /run/x -I eth1.7 -T 80 -m 1412", "user", "eth0")
+        s.ppp("ppp0", "pppd", "user", "eth0", "pty", "pppoe -p /run/x -I eth1.7 -T 80 -m 1412")
         self.has("ppp0", 2500)
         s.sessions()
         self.has("ppp0", 2500)
