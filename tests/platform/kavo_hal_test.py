@@ -305,10 +305,11 @@ class Ppp(ToolTest):
         self.has("ppp1", None)
         s.ppp("ppp2", "cat", "eth1.7", program="cat")
         self.has("ppp2", None)
-        s.write(s.RUN / "ppp2.pid", "../4242\n")
-        self.has("ppp2", None)
-        s.write(s.RUN / "ppp2.pid", "4243\n")
-        self.has("ppp2", None)
+        s.write(s.PROC / "4242/comm", "pppd\n")
+        self.has("ppp2", 2500)
+        for pid in ("4242/.", "4243", "", "-1"):
+            s.write(s.RUN / "ppp2.pid", pid + "\n")
+            self.has("ppp2", None)
 
     def test_program_of_its_own(self):
         s.ppp("ppp0", "pppd", "user", "eth0", "pty", "pppoe -p /run/x -I eth1.7 -T 80 -m 1412")
@@ -407,7 +408,8 @@ class Calls(ToolTest):
         s.card("eth0", 2500)
         environment = {"PATH": "/nowhere", "NET": "/run", "IFS": "e1", "LC_ALL": "de_DE.UTF-8",
                        "figure": "7", "CDPATH": "/run"}
-        done = subprocess.run([s.TOOL, "getEthPhysical", "eth0"], env=environment,
+        s.bridge("br0", "eth0")
+        done = subprocess.run([s.TOOL, "getEthPhysical", "br0"], env=environment,
                               stdout=subprocess.PIPE)
         self.assertEqual(done.stdout, b"Speed: 2500Mb/s\n")
 
