@@ -2,7 +2,7 @@
 # the exit status.
 #
 # Call: source lab/guest.sh, then guest_run (reads what scripts/lab has set:
-# LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_KVM,
+# LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_DEVICES, LAB_KVM,
 # LAB_OUT_DIR, and the results of lab_kernel_prepare and lab_debian_prepare).
 # shellcheck shell=bash
 
@@ -90,6 +90,8 @@ nowatchdog mitigations=off init_on_alloc=0 apparmor=0 audit=0"
     -virtfs "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"
     -virtfs "local,path=$(_comma "$_guest_share"),mount_tag=lab,security_model=none"
   )
+  local device
+  for device in "${LAB_DEVICES[@]}"; do qemu_command+=(-device "$device"); done
   [ -z "$LAB_OUT_DIR" ] ||
     qemu_command+=(-virtfs
       "local,path=$(_comma "$LAB_OUT_DIR"),mount_tag=out,security_model=none,multidevs=remap")
