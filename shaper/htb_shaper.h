@@ -2,10 +2,12 @@
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "model/global_set.h"
 #include "model/tariff_config.h"
 #include "model/tariff_set.h"
+#include "shaper/connections.h"
 #include "shaper/tariff_change.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_types.h"
@@ -79,6 +81,12 @@ class HtbShaper {
   static void clean_rules(const Devices& devices, bool drop_chain);
   /// Puts our rules into the firewall.
   static void fill_rules(const Devices& devices, const GlobalSet& set);
+
+  /// Gives live connections that the filter picks the marks that `tariffs` give their addresses.
+  /// Comes after every change of the set, so that no connection begins with an old mark any more.
+  void mend_connections(const TariffSet& tariffs, const MarkFilter& filter);
+  /// The same for connections that carry one of `marks`; nothing to do when there are none.
+  void mend_changed(const TariffSet& tariffs, const std::vector<std::uint32_t>& marks);
 
   bool trees_installed(const GlobalSettings& settings);
   void keep_line_only(const GlobalSet& set, TariffChange& change, std::int64_t link_speed);

@@ -1,11 +1,25 @@
 #include "cli/system.h"
+#include "shaper/address_set.h"
 #include "shaper/firewall.h"
 #include "shaper/hardware.h"
 #include "shaper/htb_shaper.h"
+#include "tc/handles.h"
 
 // Changing tariffs while shaping runs. Addresses leave the set before their classes go, and enter
 // it once the new classes are there, so that no packet is marked for a class that is missing.
 namespace quenby {
+namespace {
+
+// The marks of connections that a change concerns. While a tariff is changed, and before it is
+// added, connections of its addresses begin with the default tariff's mark.
+std::vector<std::uint32_t> marks_before(const TariffSet& removed, const TariffSet& added) {
+  std::vector<std::uint32_t> marks;
+  for (const AddressSetEntry& entry : address_set_entries(removed)) marks.push_back(entry.mark);
+  if (!added.empty()) marks.push_back(class_mark(kDefaultTariffClass));
+  return marks;
+}
+
+}  // namespace
 
 void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed,
                                const TariffSet& added) {
@@ -16,14 +30,21 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
 
   if (change.tariffs.empty()) {
     keep_line_only(set, change, speed);
+    if (has_wan) mend_changed(change.tariffs, marks_before(removed, added));
   } else if (change.rebuild || !trees_installed(change.before.global)) {
     // Building only empties the drop chain when it is going to need it.
     if (has_wan && needs_drop_chain(change.before)) run_or_exit(drop_chain_commands());
     create(std::move(set), std::move(change.tariffs));
   } else {
     change_in_place(set, change, removed, speed);
-    if (has_wan) add_ipset_tariffs(added);
+    if (!has_wan) return;
+    add_ipset_tariffs(added);
+    mend_changed(change.tariffs, marks_before(removed, added));
   }
+}
+
+void HtbShaper::mend_changed(const TariffSet& tariffs, const std::vector<std::uint32_t>& marks) {
+  if (!marks.empty()) mend_connections(tariffs, one_of(marks));
 }
 
 void HtbShaper::add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added) {
