@@ -5,6 +5,7 @@
 
 #include "cli/system.h"
 #include "shaper/address_set.h"
+#include "shaper/connections.h"
 #include "shaper/firewall.h"
 #include "shaper/hardware.h"
 #include "shaper/packet_steering.h"
@@ -48,6 +49,7 @@ void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
   }
   if (has_wan) add_ipset_tariffs(tariffs);
   fill_rules(both, set);
+  if (has_wan) mend_connections(tariffs, any_mark());
 }
 
 void HtbShaper::clear(const GlobalSet& set) {
@@ -99,6 +101,10 @@ void HtbShaper::add_ipset_entries(const std::vector<AddressSetEntry>& entries) {
 
 void HtbShaper::del_ipset_tariffs(const TariffSet& set) {
   for (const AddressSetEntry& entry : address_set_entries(set)) del_ipset_item(entry.address);
+}
+
+void HtbShaper::mend_connections(const TariffSet& tariffs, const MarkFilter& filter) {
+  mend_marks(netfilter_, MarkTable(address_set_entries(tariffs)), filter);
 }
 
 void HtbShaper::set_rps(const GlobalSet& set) {

@@ -8,6 +8,7 @@
 #include "model/tariff_config.h"
 #include "model/tariff_set.h"
 #include "shaper/address_set.h"
+#include "shaper/connections.h"
 #include "shaper/tariff_change.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_types.h"
@@ -84,6 +85,10 @@ class HtbShaper {
 
   void add_ipset_entries(const std::vector<AddressSetEntry>& entries);
   bool everything_stands(const GlobalSettings& settings);
+  /// Gives live connections that the filter picks the marks that `tariffs` give their addresses.
+  /// Comes after every change of the set, so that no connection begins with an old mark any more.
+  void mend_connections(const TariffSet& tariffs, const MarkFilter& filter);
+  void mend_changed(const TariffChange& change, const TariffSet& removed, const TariffSet& added);
   void keep_line_only(const GlobalSet& set, TariffChange& change, std::int64_t link_speed);
   void change_in_place(const GlobalSet& set, TariffChange& change, const TariffSet& removed,
                        std::int64_t link_speed);

@@ -1,11 +1,25 @@
 #include "cli/system.h"
+#include "shaper/address_set.h"
 #include "shaper/firewall.h"
 #include "shaper/hardware.h"
 #include "shaper/htb_shaper.h"
+#include "tc/handles.h"
 
 // Changing tariffs while shaping runs. Addresses leave the set before their classes go, and enter
 // it once the new classes are there, so that no packet is marked for a class that is missing.
 namespace quenby {
+namespace {
+
+// The marks of connections that a change concerns. While a tariff is changed, and before it is
+// added, connections of its addresses begin with the default tariff's mark.
+std::vector<std::uint32_t> marks_before(const TariffSet& removed, const TariffSet& added) {
+  std::vector<std::uint32_t> marks;
+  for (const AddressSetEntry& entry : address_set_entries(removed)) marks.push_back(entry.mark);
+  if (!added.empty()) marks.push_back(class_mark(kDefaultTariffClass));
+  return marks;
+}
+
+}  // namespace
 
 void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed,
                                const TariffSet& added) {
@@ -19,6 +33,7 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
 
   if (change.tariffs.empty()) {
     keep_line_only(set, change, speed);
+    if (has_wan) mend_changed(change, removed, added);
   } else if (change.rebuild || !everything_stands(change.before.global)) {
     // Building only empties the drop chain when it is going to need it.
     if (has_wan && needs_drop_chain(change.before)) run_or_exit(drop_chain_commands());
@@ -28,7 +43,16 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
     if (!has_wan) return;
     add_ipset_tariffs(added);
     add_ipset_entries(change.settled);
+    mend_changed(change, removed, added);
   }
+}
+
+void HtbShaper::mend_changed(const TariffChange& change, const TariffSet& removed,
+                             const TariffSet& added) {
+  const std::vector<std::uint32_t> marks = marks_before(removed, added);
+  // A shared address may have had any of its owners' marks.
+  const bool shared = !change.settled.empty();
+  if (!marks.empty()) mend_connections(change.tariffs, shared ? any_mark() : one_of(marks));
 }
 
 void HtbShaper::add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added) {

@@ -115,7 +115,8 @@ std::string decode(const nlmsghdr& message, int protocol) {
   std::string out;
   const Text text(out);
   if (protocol == NETLINK_NETFILTER) {
-    decode_ipset(message, text);
+    is_conntrack(message.nlmsg_type) ? decode_conntrack(message, text)
+                                     : decode_ipset(message, text);
   } else if (is_tc(message.nlmsg_type)) {
     decode_tc(message, text);
   } else {
@@ -125,7 +126,9 @@ std::string decode(const nlmsghdr& message, int protocol) {
 }
 
 std::string summary(const nlmsghdr& message, int protocol) {
-  if (protocol == NETLINK_NETFILTER) return summarize_ipset(message);
+  if (protocol == NETLINK_NETFILTER)
+    return is_conntrack(message.nlmsg_type) ? summarize_conntrack(message)
+                                            : summarize_ipset(message);
   return is_tc(message.nlmsg_type) ? summarize_tc(message) : summarize_link(message);
 }
 

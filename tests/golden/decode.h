@@ -89,5 +89,8 @@ void decode_link(const nlmsghdr& message, const Text& text);
 std::string summarize_link(const nlmsghdr& message);
 void decode_ipset(const nlmsghdr& message, const Text& text);
 std::string summarize_ipset(const nlmsghdr& message);
+bool is_conntrack(int type);
+void decode_conntrack(const nlmsghdr& message, const Text& text);
+std::string summarize_conntrack(const nlmsghdr& message);
 
 }  // namespace golden

@@ -170,7 +170,9 @@ void RecordingKernel::answer_status(const nlmsghdr& request, int error) {
 }
 
 void RecordingKernel::answer_dump(const nlmsghdr& request) {
-  if (request.nlmsg_type == RTM_GETLINK) {
+  if (protocol_ == NETLINK_NETFILTER) {
+    for (const ListedConnection& listed : connections_) queue(request, connection_message(listed));
+  } else if (request.nlmsg_type == RTM_GETLINK) {
     for (const auto& [name, ifindex] : links_) queue(request, link_message(name, ifindex));
   } else if (request.nlmsg_type == RTM_GETQDISC) {
     for (const auto& [ifindex, handle] : roots_) queue(request, root_message(ifindex, handle));

@@ -42,10 +42,12 @@ class RecordingKernel {
   void has_root_qdisc(int ifindex, std::uint32_t handle) { roots_[ifindex] = handle; }
   void has_ingress_qdisc(int ifindex) { ingress_.insert(ifindex); }
   void has_no_links() { links_.clear(); }
-  /// Takes over a classifier or class, which is listed from then on whatever is requested.
+  /// Takes over a classifier, class or connection, which is listed from then on whatever is
+  /// requested.
   void has_filter(const ListedFilter& filter) { filters_.push_back(filter); }
   void has_redirection(const ListedRedirection& listed) { redirections_.push_back(listed); }
   void has_class(const ListedClass& listed) { classes_.push_back(listed); }
+  void has_connection(const ListedConnection& listed) { connections_.push_back(listed); }
   /// Answers the next request of message type `type` with the error number `error`; calls add up
   /// and 0 lets one pass.
   void refuse(int type, int error) { refusals_[type].push_back(error); }
@@ -81,6 +83,7 @@ class RecordingKernel {
   std::vector<ListedFilter> filters_;
   std::vector<ListedRedirection> redirections_;
   std::vector<ListedClass> classes_;
+  std::vector<ListedConnection> connections_;
   std::map<int, std::deque<int>> refusals_;
   bool forgets_links_ = false;
   bool fails_to_send_ = false;

@@ -3,6 +3,8 @@
 #include <arpa/inet.h>
 #include <linux/if.h>
 #include <linux/if_ether.h>
+#include <linux/netfilter/nfnetlink.h>
+#include <linux/netfilter/nfnetlink_conntrack.h>
 #include <linux/pkt_cls.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
@@ -45,6 +47,14 @@ void put_action(const MsgPtr& msg, int number, const std::string& kind, const tc
   put(msg, TCA_MIRRED_PARMS, mirred);
   nla_nest_end(msg.get(), options);
   nla_nest_end(msg.get(), action);
+}
+
+void put_tuple(const MsgPtr& msg, int attribute, std::uint32_t source) {
+  nlattr* const tuple = nla_nest_start(msg.get(), attribute | NLA_F_NESTED);
+  nlattr* const ip = nla_nest_start(msg.get(), CTA_TUPLE_IP | NLA_F_NESTED);
+  nla_put_u32(msg.get(), CTA_IP_V4_SRC, source);
+  nla_nest_end(msg.get(), ip);
+  nla_nest_end(msg.get(), tuple);
 }
 
 }  // namespace
@@ -117,6 +127,17 @@ MsgPtr class_message(const ListedClass& listed_class) {
   put(msg, TCA_STATS_RATE_EST, listed_class.rate);
   put(msg, TCA_STATS_QUEUE, listed_class.queue);
   nla_nest_end(msg.get(), counters);
+  return msg;
+}
+
+MsgPtr connection_message(const ListedConnection& connection) {
+  nfgenmsg header{};
+  header.nfgen_family = AF_INET;
+  MsgPtr msg = listed(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, header);
+  put_tuple(msg, CTA_TUPLE_ORIG, connection.source);
+  put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
+  nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
+  if (connection.zone != 0) nla_put_u16(msg.get(), CTA_ZONE, htons(connection.zone));
   return msg;
 }
 

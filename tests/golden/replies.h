@@ -47,12 +47,21 @@ struct ListedClass {
   gnet_stats_queue queue{};
 };
 
+/// A connection as the kernel lists it. Addresses in network order; zone 0 is not listed.
+struct ListedConnection {
+  std::uint32_t source = 0;
+  std::uint32_t reply_source = 0;
+  std::uint32_t mark = 0;
+  std::uint16_t zone = 0;
+};
+
 quenby::MsgPtr link_message(const std::string& name, int ifindex);
 /// The root qdisc of a device; handle 0 is one of the kernel's own.
 quenby::MsgPtr root_message(int ifindex, std::uint32_t handle);
 quenby::MsgPtr filter_message(const ListedFilter& filter);
 quenby::MsgPtr redirection_message(const ListedRedirection& redirection);
 quenby::MsgPtr class_message(const ListedClass& listed_class);
+quenby::MsgPtr connection_message(const ListedConnection& connection);
 /// The end of every dump.
 quenby::MsgPtr done_message();
 

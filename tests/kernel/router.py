@@ -62,7 +62,7 @@ class Router:
     def __init__(self, program):
         if not os.environ.get("QUENBY_IN_LAB"):
             sys.exit(f"Error: only inside the lab: scripts/lab {sys.argv[0]} PROGRAM")
-        self._program = program
+        self.program = program
         subscribers = " ".join(SUBSCRIBERS)
         shell(f"network_up; platform_install; network_add_subscribers {subscribers}; "
               "/opt/ostrea/sbin/firewall.init start opt-qos")
@@ -71,7 +71,7 @@ class Router:
 
     def run(self, *options):
         """Exit status and both outputs of the program."""
-        result = subprocess.run([self._program, *options], capture_output=True, text=True,
+        result = subprocess.run([self.program, *options], capture_output=True, text=True,
                                 check=False)
         return result.returncode, result.stdout, result.stderr
 
