@@ -40,7 +40,7 @@ bool HtbIntf::qdisc_stands(const char* kind, std::uint32_t handle, std::uint32_t
 
 void HtbIntf::del_qdisc_of(int ifindex, const std::string& kind, std::uint32_t handle,
                            std::uint32_t parent) {
-  const QdiscPtr qdisc = new_qdisc(kind);
+  const QdiscPtr qdisc = new_qdisc(kind.c_str());
   rtnl_tc_set_ifindex(TC_CAST(qdisc.get()), ifindex);
   rtnl_tc_set_parent(TC_CAST(qdisc.get()), parent);
   rtnl_tc_set_handle(TC_CAST(qdisc.get()), handle);
