@@ -4,9 +4,7 @@ read-only disk are none of the machine's."""
 import ctypes
 import os
 import pathlib
-import shutil
 import subprocess
-import tempfile
 
 CLONE_NEWNS, CLONE_NEWUSER, CLONE_NEWNET = 0x20000, 0x10000000, 0x40000000
 
@@ -18,9 +16,11 @@ def enter(program):
     """Moves this process into the private root, where `program` is /quenby. Everything that is to
     be imported has been by then. Ends the process where that is not possible."""
     try:
+        # The program may lie below /tmp, which is another one from here on.
+        code = pathlib.Path(program).read_bytes()
         leave_machine()
         root = make_root()
-        shutil.copy(program, root / "quenby")
+        write_program(root / "quenby", code)
         os.chroot(root)
         os.chdir("/")
     except (OSError, subprocess.CalledProcessError) as error:
@@ -49,19 +49,23 @@ def leave_machine():
 
 def make_root():
     """Everything of the machine's root but /config and /tmp."""
-    root = pathlib.Path(tempfile.mkdtemp(prefix="quenby-root-"))
-    mount("-t", "tmpfs", "tmpfs", root)
+    mount("-t", "tmpfs", "tmpfs", "/tmp")
+    root = pathlib.Path("/tmp/root")
+    root.mkdir()
     for entry in pathlib.Path("/").iterdir():
         if entry.name not in ("config", "tmp"):
             show(entry, root / entry.name)
     (root / "tmp").mkdir()
     (root / "config").mkdir()
+    (root / "stand-in").mkdir()
     for name in STAND_INS:
-        path = root / "stand-in" / name
-        path.parent.mkdir(exist_ok=True)
-        path.write_text("#!/bin/sh\nexit 0\n")
-        path.chmod(0o755)
+        write_program(root / "stand-in" / name, b"#!/bin/sh\nexit 0\n")
     return root
+
+
+def write_program(path, text):
+    path.write_bytes(text)
+    path.chmod(0o755)
 
 
 def show(entry, place):
