@@ -228,6 +228,11 @@ TEST_F(StoredValues, ThatAreRefused) {
   }
 }
 
+TEST_F(StoredValues, WithoutANumberAreRefusedInTheLastSectionToo) {
+  EXPECT_EQ(saved("[a]\n[b]\nid=4\n"), "refused");
+  EXPECT_EQ(saved("[a]\nid=4\n[b]\n"), "refused");
+}
+
 TEST_F(StoredValues, LastWhenTheyAreOdd) {
   for (const char* key : kNumberKeys) {
     for (const std::string& number : odd_numbers()) {

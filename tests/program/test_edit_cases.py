@@ -2,7 +2,7 @@
 tariffs yet, shaping disabled, no global section, another WAN device."""
 
 import quenby_program as q
-from test_clear_commands import TEARDOWN
+from test_clear_commands import BOARD_QUERY, TEARDOWN
 from test_create_commands import IMQ_RULES, REMOVAL, SFP_QUERY
 from test_edit_commands import (BUILT, BUILT_WITHOUT_TARIFFS, CLEARED, GLOBAL, GOLD, IRON, TIN)
 
@@ -74,6 +74,14 @@ class NumbersThatDoNotFit(WithWan):
         self.assertEqual((files, kernel), (q.files_state(), q.kernel_state()))
 
 
+class WithoutHardwareTool(WithWan):
+    def test_the_board_is_not_asked(self):
+        q.HARDWARE_TOOL.unlink()
+        q.store(GLOBAL, GOLD)
+        self.operates([text for text in BUILT if text != BOARD_QUERY], "--load")
+        self.operates([TEARDOWN], "--stop")
+
+
 class NoTariffsYet(WithWan):
     def test_replacing_the_list(self):
         q.store(GLOBAL)
@@ -107,6 +115,12 @@ class NoTariffsYet(WithWan):
         q.store(GLOBAL)
         self.operates(CLEARED + BUILT_WITHOUT_TARIFFS, "--reload")
         self.assertFalse(q.TARIFF_FILE.exists())
+
+    def test_deleting_the_global_file_ends_after_the_teardown(self):
+        q.store(GLOBAL)
+        self.operates(CLEARED, "--global-del")
+        self.assertEqual(["/config/tc"], list(q.files_state()))
+        self.assertNotIn("imq0", q.command("ip", "-o", "link"))
 
     def test_nothing_to_change_or_delete(self):
         q.store(GLOBAL)
