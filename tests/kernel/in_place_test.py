@@ -93,7 +93,7 @@ EDITS = {
 }
 
 # A class of nobody's: building everything takes it away, a change in place does not.
-TRACER = "class {{}} dev {{}} parent 8000: classid 8000:3fff"
+TRACER = "class {} dev {} parent 8000: classid 8000:3fff"
 
 
 def tc(words, **options):
