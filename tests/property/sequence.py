@@ -87,6 +87,9 @@ class Stored:
         return any(" qdisc 1: root " in line for line in self.state)
 
 
+IN_PLACE = ("--tariff-add", "--tariff-del", "--tariff-update", "--update")
+
+
 def sorted_names(names):
     return tuple(sorted(names))
 
@@ -132,6 +135,9 @@ class Sequence:
                        "--global-del": stored.wan != ""}
         if changes_wan.get(step.command):
             return repeated
+        # An address that has its filter on "imq0" gets a second one, to the same class.
+        if not stored.wan and step.command in IN_PLACE:
+            return recovery
         # What is stored already cannot be added or deleted once more.
         if not step.fault.spares_files and step.command in ("--tariff-add", "--tariff-del"):
             return recovery

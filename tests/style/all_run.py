@@ -54,14 +54,17 @@ def not_started(tests):
 
 
 def without_tests():
-    """unittest passes when it finds no test."""
+    """unittest passes when it finds no test. Some are made of a table."""
+    a_test = re.compile(r"^    def test_\w+\(self|^ +setattr\(\w+, *\S*test", re.M)
     for path in [*TESTS.glob("*/*_test.py"), *TESTS.glob("program/test_*.py")]:
-        if not re.search(r"^    def test_\w+\(self\):", path.read_text(encoding="utf-8"), re.M):
+        if not a_test.search(path.read_text(encoding="utf-8")):
             yield f"{relative(path)} has no test"
 
 
 def skipped(tests):
     for test in tests:
+        if test["name"].endswith("_NOT_BUILT"):
+            yield f"{test['name']}: its tests are unknown"
         for entry in test["properties"]:
             if entry["name"] in ("DISABLED", "SKIP_RETURN_CODE"):
                 yield f"{test['name']}: {entry['name']}"
@@ -76,8 +79,6 @@ def skipped(tests):
 def main(folder):
     tests = known_tests(folder)
     findings = [*not_compiled(), *not_started(tests), *without_tests(), *skipped(tests)]
-    if len(tests) < 100:
-        findings.append(f"ctest knows {len(tests)} tests only")
     print("\n".join(findings))
     return 1 if findings else 0
 
