@@ -1,0 +1,142 @@
+#!/usr/bin/env python3
+"""Whatever happened to a router, "quenby --stop" and then "quenby --load" bring it to what a load of
+the stored files makes of a bare one, firewall rules included.
+
+Call: scripts/lab tests/kernel/recovery_test.py PROGRAM
+"""
+
+import os
+import pathlib
+import subprocess
+import unittest
+
+import router_state
+from faults import DEVICES, FAULTS, LINE, MODES
+from router import (CONFIG, GLOBAL_FILE, IFB, IMQ, TARIFF_FILE, Router, program_path,
+                    use_legacy_iptables, use_plain_sudo)
+
+ROUTER = None
+PROGRAM = program_path()
+OTHER = "ppp9"
+GIVEN = pathlib.Path("/run/given.ini")
+MODE = "both"
+NEW = MODES[MODE].added.replace("pfifo", "sfq")
+CHANGED = MODES[MODE].tariffs.replace("4000", "3000")
+
+
+def broken(command, effect, when):
+    """A command that ends at its request or change of a file number `when`."""
+    calls = "sendmsg,write,fsync,rename,unlink"
+    return (f"strace -qq -o /dev/null -e trace={calls} "
+            f"-e inject={calls}:{effect}:when={when} $QUENBY {command}")
+
+
+def edited(file, old, new):
+    return f"sed -i 's/^{old}$/{new}/' {file}"
+
+
+KILL = "signal=KILL"
+FLUSH_RULES = "for table in mangle filter raw; do iptables -t $table -F; iptables -t $table -X; done"
+# Shell commands on the loaded router, in which $GIVEN names a file with a new tariff and $CHANGED
+# one with other speeds for those that are stored.
+ACCIDENTS = {
+    "wan renamed": edited(GLOBAL_FILE, f"wan={LINE}", f"wan={OTHER}"),
+    "wan renamed and ifb_ingr deleted":
+        edited(GLOBAL_FILE, f"wan={LINE}", f"wan={OTHER}") + f"; ip link del {IFB}",
+    "wan renamed and a reload killed":
+        edited(GLOBAL_FILE, f"wan={LINE}", f"wan={OTHER}") + "; " + broken("--reload", KILL, 9),
+    "one number twice": edited(TARIFF_FILE, "id=5", "id=4"),
+    "a reserved number": edited(TARIFF_FILE, "id=5", "id=3"),
+    "a fraction": edited(TARIFF_FILE, "download_speed=4000", "download_speed=1234.5"),
+    "a factor that is taken back":
+        edited(TARIFF_FILE, "id=5", "id=5\\naggregation=5\\naggregation=0"),
+    "a burst that cannot be saved":
+        edited(TARIFF_FILE, "id=5", "id=5\\ndownload_burst_size=3000000000"),
+    "two sections of one name": f"sed 's/id=5/id=9/; s/0.5$/0.9/' {TARIFF_FILE} | tail -n 5 >/run/s; "
+                                f"cat /run/s >>{TARIFF_FILE}",
+    "an address deleted by hand": edited(TARIFF_FILE, "ip=10.0.0.5", "ip=10.0.0.50"),
+    "leftovers of saves": f"touch {CONFIG}/tc_tariff.ini.tmp {CONFIG}/tc_tariff.ini-1a2b",
+    "stop killed early": broken("--stop", KILL, 3),
+    "stop killed late": broken("--stop", KILL, 7),
+    "add killed": broken("--tariff-add $GIVEN", KILL, 14),
+    "add refused memory": broken("--tariff-add $GIVEN", "error=ENOMEM", 12),
+    "update killed": broken("--tariff-update $CHANGED", KILL, 16),
+    "update killed in its save": broken("--tariff-update $CHANGED", KILL, 40),
+    "delete killed": broken("--tariff-del zed", KILL, 12),
+    "reload killed": broken("--reload", KILL, 20),
+    "address set emptied": "ipset flush kavo_opt_shaper",
+    "an address too many": "ipset add kavo_opt_shaper 10.9.9.9 skbmark 0x80000009/0x80003fff",
+    "rules and chains flushed": FLUSH_RULES,
+    "rules, chains and set gone": FLUSH_RULES + "; ipset destroy kavo_opt_shaper",
+    "ifb_ingr set down": f"ip link set {IFB} down",
+    "a class deleted": f"tc qdisc del dev {LINE} parent 8000:5; tc class del dev {LINE} classid 8000:5",
+    "somebody else's filter": f"tc filter add dev {LINE} parent 8000: protocol ip prio 5 u32 "
+                              "match u32 0 0 flowid 8000:5",
+}
+
+
+def reset():
+    """The bare router with fresh lines."""
+    ROUTER.reset(imq=True)
+    subprocess.run(["ip", "-force", "-batch", "-"], input="".join(
+        f"link del {name}\nlink add {name} type dummy\nlink set {name} up\n"
+        for name in (LINE, OTHER)), text=True, capture_output=True, check=False)
+
+
+def read():
+    return router_state.read_state((*DEVICES, OTHER))
+
+
+class Recovery(unittest.TestCase):
+    """Gets a test for each fault in the first of its modes, and one for each accident."""
+
+    def check(self, commands, loaded, name):
+        mode = MODES[name]
+        reset()
+        bare = read()
+        ROUTER.configure(mode.settings, mode.tariffs)
+        if loaded:
+            self.assertEqual((0, "", ""), ROUTER.run("--load"))
+        GIVEN.write_text(NEW, encoding="ascii")
+        before = read()
+        subprocess.run(["bash", "-c", commands], check=False, stderr=subprocess.DEVNULL)
+        self.assertTrue(read() != before or self.files() != (mode.settings, mode.tariffs)
+                        or not loaded, "nothing has happened")
+        self.assertEqual((0, ""), ROUTER.run("--stop")[:2])
+        self.assert_same(bare)
+        self.assertEqual((0, "", ""), ROUTER.run("--load"))
+        found, files = read(), self.files()
+        reset()
+        ROUTER.load(*files)
+        self.assert_same(found)
+
+    @staticmethod
+    def files():
+        return tuple(path.read_text(encoding="ascii") for path in (GLOBAL_FILE, TARIFF_FILE))
+
+    def assert_same(self, wanted):
+        lines = router_state.differences(wanted, read())
+        self.assertFalse(lines, "\n" + "\n".join(lines))
+
+
+def add_test(name, *arguments):
+    setattr(Recovery, "test_" + name.replace(" ", "_").replace(",", ""),
+            lambda self: self.check(*arguments))
+
+
+for fault, (shell_commands, is_loaded, modes) in FAULTS.items():
+    # The rules of an IMQ device need a target that no kernel of Debian has.
+    if modes[0] in ("both", "download only"):
+        add_test(fault, shell_commands, is_loaded, modes[0])
+for accident, shell_commands in ACCIDENTS.items():
+    add_test(accident, shell_commands, True, MODE)
+
+
+if __name__ == "__main__":
+    os.environ.update(QUENBY=PROGRAM, GIVEN=str(GIVEN), CHANGED="/run/changed.ini")
+    pathlib.Path(os.environ["CHANGED"]).write_text(CHANGED, encoding="ascii")
+    use_plain_sudo()
+    use_legacy_iptables()
+    ROUTER = Router(PROGRAM)
+    subprocess.run(["ip", "link", "add", IMQ, "type", "ifb"], check=True)
+    unittest.main(verbosity=2)
