@@ -73,6 +73,9 @@ ACCIDENTS = {
     "somebody else's filter": f"tc filter add dev {LINE} parent 8000: protocol ip prio 5 u32 "
                               "match u32 0 0 flowid 8000:5",
 }
+# What the comparison does not show until the recovery is over.
+UNSEEN = (ACCIDENTS["leftovers of saves"], ACCIDENTS["ifb_ingr set down"])
+IFB_FLAGS = pathlib.Path(f"/sys/class/net/{IFB}/flags")
 
 
 def reset():
@@ -90,32 +93,41 @@ def read():
 class Recovery(unittest.TestCase):
     """Gets a test for each fault in the first of its modes, and one for each accident."""
 
+    # What a load of these two files makes of a bare router.
+    wanted = {}
+
     def check(self, commands, loaded, name):
         mode = MODES[name]
+        before = self.wanted_of((mode.settings, mode.tariffs))
         reset()
         bare = read()
         ROUTER.configure(mode.settings, mode.tariffs)
         if loaded:
             self.assertEqual((0, "", ""), ROUTER.run("--load"))
         GIVEN.write_text(NEW, encoding="ascii")
-        before = read()
         subprocess.run(["bash", "-c", commands], check=False, stderr=subprocess.DEVNULL)
-        self.assertTrue(read() != before or self.files() != (mode.settings, mode.tariffs)
-                        or not loaded, "nothing has happened")
+        if commands not in UNSEEN:
+            self.assertNotEqual((before, mode.settings, mode.tariffs), (read(), *self.files()))
         self.assertEqual((0, ""), ROUTER.run("--stop")[:2])
-        self.assert_same(bare)
+        self.assert_same(bare, read())
         self.assertEqual((0, "", ""), ROUTER.run("--load"))
-        found, files = read(), self.files()
-        reset()
-        ROUTER.load(*files)
-        self.assert_same(found)
+        self.assertTrue(int(IFB_FLAGS.read_text(), 16) & 1, "ifb_ingr is down")
+        found = read()
+        self.assert_same(self.wanted_of(self.files()), found)
+
+    def wanted_of(self, files):
+        if files not in self.wanted:
+            reset()
+            ROUTER.load(*files)
+            self.wanted[files] = read()
+        return self.wanted[files]
 
     @staticmethod
     def files():
         return tuple(path.read_text(encoding="ascii") for path in (GLOBAL_FILE, TARIFF_FILE))
 
-    def assert_same(self, wanted):
-        lines = router_state.differences(wanted, read())
+    def assert_same(self, wanted, found):
+        lines = router_state.differences(wanted, found)
         self.assertFalse(lines, "\n" + "\n".join(lines))
 
 
@@ -126,7 +138,7 @@ def add_test(name, *arguments):
 
 for fault, (shell_commands, is_loaded, modes) in FAULTS.items():
     # The rules of an IMQ device need a target that no kernel of Debian has.
-    if modes[0] in ("both", "download only"):
+    if modes[0] in ("both", "download only") and fault != "stopped":
         add_test(fault, shell_commands, is_loaded, modes[0])
 for accident, shell_commands in ACCIDENTS.items():
     add_test(accident, shell_commands, True, MODE)
