@@ -10,13 +10,15 @@ import subprocess
 import unittest
 
 import router_state
-from router import IFB, TARIFF_FILE, Router, program_path, use_idle_sudo, use_legacy_iptables
+from router import (IFB, IMQ, TARIFF_FILE, Router, program_path, use_idle_sudo,
+                    use_legacy_iptables)
 
 ROUTER = None
 GIVEN = pathlib.Path("/run/given.ini")
 LINE = "ppp0"
-DEVICES = (LINE, IFB)
+DEVICES = (LINE, IFB, IMQ)
 
+IMQ_BASE = "[global]\nenabled=true\n"
 BASE = f"[global]\nwan={LINE}\nenabled=true\n"
 BOTH = ("download_speed", "upload_speed")
 DOWN, UP = BOTH[:1], BOTH[1:]
@@ -72,6 +74,11 @@ EDITS = {
     "download only, delete the largest": (BASE, three(DOWN), DELETE, "bob", True),
     "upload only, add": (BASE, three(UP), ADD, tariff("new", 90000, "10.0.0.9", keys=UP), True),
     "upload only, change": (BASE, three(UP), UPDATE, tariff("bob", 10, "10.0.0.5", keys=UP), True),
+    "imq0, add the largest": (IMQ_BASE, three(), ADD, tariff("new", 90000, "10.0.0.9"), True),
+    "imq0, delete the largest": (IMQ_BASE, three(), DELETE, "bob", True),
+    "imq0, change the smallest to the largest":
+        (IMQ_BASE, three(DOWN), UPDATE, tariff("mia", 90000, "10.0.0.6", keys=DOWN), True),
+    "imq0, shared": (IMQ_BASE, SHARED, DELETE, "tom", False),
     "upload begins": (BASE, three(DOWN), ADD, tariff("new", 500, "10.0.0.9"), False),
     "upload ends": (BASE, three(DOWN) + tariff("new", 500, "10.0.0.9", 7), DELETE, "new", False),
     "more than the link has": (BASE, three(), ADD, tariff("new", 999000, "10.0.0.9"), False),
@@ -105,7 +112,7 @@ class InPlace(unittest.TestCase):
     """Gets a test for each edit."""
 
     def reset(self):
-        ROUTER.reset()
+        ROUTER.reset(imq=True)
         subprocess.run(["ip", "-force", "-batch", "-"], input=(
             f"link del {LINE}\nlink add {LINE} type dummy\nlink set {LINE} up\n"), text=True,
             capture_output=True, check=False)
@@ -142,4 +149,6 @@ if __name__ == "__main__":
     use_idle_sudo()
     use_legacy_iptables()
     ROUTER = Router(program_path())
+    subprocess.run(["ip", "link", "add", IMQ, "type", "ifb"], check=True)
+    subprocess.run(["ip", "link", "set", IMQ, "up"], check=True)
     unittest.main(verbosity=2)
