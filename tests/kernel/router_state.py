@@ -109,7 +109,7 @@ def _bpf_words(options):
     return "program " + " ".join(str(instruction) for instruction in program)
 
 
-def _filter_line(prefix, entry):
+def filter_line(prefix, entry):
     options = entry["options"]
     if "actions" in options:
         return f"{prefix} {_action_words(options)}"
@@ -124,7 +124,7 @@ def _filter_lines(device, parent, entries):
     tree = [e for e in entries if e["kind"] == "u32" and "actions" not in e["options"]]
     others = [e for e in entries if e not in tree]
     for entry in others:
-        yield _filter_line(f"{device} filter {parent} pref {entry['pref']}", entry)
+        yield filter_line(f"{device} filter {parent} pref {entry['pref']}", entry)
     for pref in sorted({entry["pref"] for entry in tree}):
         nodes = [entry["options"] for entry in tree if entry["pref"] == pref]
         for line in tree_lines(nodes):

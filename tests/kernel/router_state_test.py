@@ -7,13 +7,26 @@ Call: tests/kernel/router_state_test.py
 import unittest
 
 from cases import state_lines
-from router_state import differences
+from router_state import differences, filter_line
 from u32_tree import tree_lines
 
 
 def class_line(burst, rate=1250000, handle="8000:4"):
     return (f"eth1 class {handle} parent 8000:1 rate {rate} ceil {rate} "
             f"burst {burst} cburst 300000")
+
+
+class FilterLineTest(unittest.TestCase):
+    def redirection(self, **target):
+        actions = [{"kind": "connmark"}, {"kind": "mirred", "mirred_action": "redirect", **target}]
+        return filter_line("eth1 filter ffff: pref 1", {"options": {"actions": actions}})
+
+    def test_redirection(self):
+        self.assertEqual("eth1 filter ffff: pref 1 redirect ifb_ingr connmark",
+                         self.redirection(to_dev="ifb_ingr"))
+
+    def test_redirection_to_a_device_that_has_gone(self):
+        self.assertEqual("eth1 filter ffff: pref 1 redirect * connmark", self.redirection())
 
 
 class DifferencesTest(unittest.TestCase):

@@ -14,7 +14,8 @@ What a command leaves is known without looking at how the program does it. In ge
 Not drawn, because neither files nor kernel tell what is ours on a device that the files do not
 name: a WAN interface that is renamed by hand while no redirection leads back to the old one, or
 while that has the plain queue of a closed line; and --stop after a failed change of the WAN
-interface. There the same command is repeated.
+interface. There the same command is repeated. On "imq0" an edit that failed is not repeated at
+once, as it may give an address a second filter to the same class: no packet goes another way.
 """
 
 import enum
@@ -135,7 +136,6 @@ class Sequence:
                        "--global-del": stored.wan != ""}
         if changes_wan.get(step.command):
             return repeated
-        # An address that has its filter on "imq0" gets a second one, to the same class.
         if not stored.wan and step.command in IN_PLACE:
             return recovery
         # What is stored already cannot be added or deleted once more.
