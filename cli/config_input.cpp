@@ -21,13 +21,13 @@ bool names_differ(const TariffSet& set) {
 }  // namespace
 
 bool load_global_config(GlobalSet& global) {
-  if (!GlobalSystemConfig::exists()) return false;
+  if (GlobalSystemConfig::missing()) return false;
   if (!GlobalSystemConfig().parse_ini(global)) _error("wrong global configuration");
   return true;
 }
 
 bool load_tariff_config(TariffConfig& tariffs) {
-  if (!TariffSystemConfig::exists()) return false;
+  if (TariffSystemConfig::missing()) return false;
   if (!TariffSystemConfig().parse_ini(tariffs)) _error("wrong current tariff configuration");
   tariffs.sort();
   return true;

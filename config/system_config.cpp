@@ -19,6 +19,11 @@ bool present(const char* path) {
   return fs::exists(fs::status(path, error)) && !error;
 }
 
+bool absent(const char* path) {
+  boost::system::error_code error;
+  return fs::status(path, error).type() == fs::file_not_found;
+}
+
 bool removed(const char* path) {
   try {
     return remove_file(path);
@@ -48,6 +53,8 @@ GlobalSystemConfig::GlobalSystemConfig() : TariffIniFile(kGlobalFile, false) {}
 
 bool GlobalSystemConfig::exists() { return present(kGlobalFile); }
 
+bool GlobalSystemConfig::missing() { return absent(kGlobalFile); }
+
 bool GlobalSystemConfig::clean() { return removed(kGlobalFile); }
 
 void GlobalSystemConfig::remove() { remove_or_exit(kGlobalFile); }
@@ -57,6 +64,8 @@ void GlobalSystemConfig::cfgSave(const GlobalSet& set) { TariffIniFile::cfgSave(
 TariffSystemConfig::TariffSystemConfig() : TariffIniFile(kTariffFile, false) {}
 
 bool TariffSystemConfig::exists() { return present(kTariffFile); }
+
+bool TariffSystemConfig::missing() { return absent(kTariffFile); }
 
 bool TariffSystemConfig::clean() { return removed(kTariffFile); }
 

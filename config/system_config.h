@@ -13,6 +13,8 @@ class GlobalSystemConfig : public TariffIniFile {
 
   /// True when something, of any type, stands at the path.
   static bool exists();
+  /// True when nothing stands there. Neither is true when a bad disk does not tell.
+  static bool missing();
   /// Removes the file; false when that was not possible or there was none.
   static bool clean();
   /// Removes the file if there is one; ends the process when that fails.
@@ -28,6 +30,7 @@ class TariffSystemConfig : public TariffIniFile {
   TariffSystemConfig();
 
   static bool exists();
+  static bool missing();
   static bool clean();
   static void remove();
 

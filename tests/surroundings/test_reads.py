@@ -63,6 +63,19 @@ class ReadError(s.SurroundingsTest):
                 least = 2 + len(s.TARIFFS) // 4096 if path == TARIFF_FILE else 2
                 self.assertGreaterEqual(self.sweep(arguments, text, path, message), least)
 
+    def test_a_file_whose_status_cannot_be_read_is_not_missing(self):
+        for arguments, text, files in READERS:
+            for path, message in files.items():
+                with self.subTest(arguments[0], path=path):
+                    self.store()
+                    s.given(text)
+                    before = s.state()
+                    result, line = s.run_with("newfstatat,stat,statx:error=EIO",
+                                              *arguments, path=path)
+                    self.assertIsNotNone(line)
+                    self.assert_failed(message, result)
+                    self.assertEqual(s.state(), before)
+
     def test_reads_of_the_stored_file_for_the_copy(self):
         for arguments in (["--tariff-del", "t007"], ["--tariff-update", s.given(CHANGED)]):
             self.store()
