@@ -198,7 +198,7 @@ test_edits_while_the_hook_reloads() {
   local round folder tariff pids pid
   folder=$(mktemp -d)
   grep -q '^    quenby --tariff-add new.ini ' README.md
-  for round in {1..5}; do
+  for round in 1 2; do
     pids=()
     # systemd counts the starts of a short time.
     systemctl reset-failed quenby-if@eth1.service || true
