@@ -5,6 +5,7 @@ Call: python3 tests/completion/bash_test.py
 
 import os
 import pathlib
+import shutil
 import subprocess
 import tempfile
 import unittest
@@ -37,12 +38,13 @@ class Completion(unittest.TestCase):
         self.folder.chmod(0o755)
         self.stored = self.folder / "tariffs.ini"
         self.stored.write_text(STORED)
+        # Another user need not be able to enter the folder that this tree lies in.
+        self.script = shutil.copy(interactive.COMPLETION / "quenby.bash", self.folder)
 
     def offers(self, *words, **options):
         """The replies for the last of the words, the cursor being at its end."""
         done = subprocess.run(
-            ["bash", "--norc", "-c", SCRIPT, "bash", interactive.COMPLETION / "quenby.bash",
-             "quenby", *words],
+            ["bash", "--norc", "-c", SCRIPT, "bash", self.script, "quenby", *words],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=self.folder, **options)
         self.assertEqual((done.returncode, done.stderr), (0, b""))
         return done.stdout.decode().split("\0")[:-1]
