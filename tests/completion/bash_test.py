@@ -32,14 +32,19 @@ class Completion(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.folder.chmod(0o755)
+        self.folder = self.new_folder()
+        # Another user need not be able to enter the folder that this tree lies in.
+        self.script = shutil.copy(interactive.COMPLETION / "quenby.bash", self.new_folder())
         self.stored = self.folder / "tariffs.ini"
         self.stored.write_text(STORED)
-        # Another user need not be able to enter the folder that this tree lies in.
-        self.script = shutil.copy(interactive.COMPLETION / "quenby.bash", self.folder)
+
+    def new_folder(self):
+        """One that everybody can read."""
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        path = pathlib.Path(folder.name)
+        path.chmod(0o755)
+        return path
 
     def offers(self, *words, **options):
         """The replies for the last of the words, the cursor being at its end."""

@@ -28,5 +28,6 @@ unset QUENBY_CACHE
 cd "$clone"
 status=0
 tests/kernel/lab_test.sh test_user || status=1
+python3 -B tests/completion/bash_test.py || status=1
 scripts/lab --timeout 900 --cpus 1 tests/kernel/preflight_test.sh || status=1
 exit "$status"
