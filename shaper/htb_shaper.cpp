@@ -4,6 +4,7 @@
 #include <netlink/utils.h>
 
 #include "cli/system.h"
+#include "model/rate_resolution.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
 #include "shaper/firewall.h"
@@ -13,7 +14,6 @@
 #include "tc/firewall_rules.h"
 #include "tc/make_intf.h"
 #include "tc/psched.h"
-#include "tc/rate_resolution.h"
 
 namespace quenby {
 namespace {

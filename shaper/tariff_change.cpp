@@ -3,8 +3,8 @@
 #include <map>
 
 #include "model/rate.h"
+#include "model/rate_resolution.h"
 #include "model/tariff_config.h"
-#include "tc/rate_resolution.h"
 
 namespace quenby {
 namespace {

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/tc/rates.h"
+#include "tests/model/rates.h"
 
 // Raising the global speed and burst to cover the tariffs. All rates in bytes per second.
 namespace quenby {

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "tc/rate_resolution.h"
+#include "model/rate_resolution.h"
 #include "tests/support/tariffs.h"
 
 namespace quenby::test {

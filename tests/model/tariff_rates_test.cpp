@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <limits>
 
-#include "tests/tc/rates.h"
+#include "tests/model/rates.h"
 
 // Summing the guarantees up and fitting the tariffs to the limit. All rates in bytes per second.
 namespace quenby {

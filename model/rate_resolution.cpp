@@ -1,4 +1,4 @@
-#include "tc/rate_resolution.h"
+#include "model/rate_resolution.h"
 
 #include <algorithm>
 #include <cmath>

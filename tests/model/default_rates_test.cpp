@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "tests/tc/rates.h"
+#include "tests/model/rates.h"
 
 // What becomes of the default tariff. All rates in bytes per second.
 namespace quenby {
