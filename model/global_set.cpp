@@ -83,4 +83,8 @@ bool GlobalSet::endSection() {
   return true;
 }
 
+bool GlobalSet::has_default_tariff(Direction way) const {
+  return has_default && defaults.direction(way).speed != kNeverSet;
+}
+
 }  // namespace quenby

@@ -16,26 +16,18 @@ struct Share {
   std::int64_t limit;
 };
 
-Share share(const RateSummary& r, bool ingress) {
-  return ingress ? Share{r.down_sum, r.down_limit} : Share{r.up_sum, r.up_limit};
+Share share(const RateSummary& r, Direction way) {
+  return way == Direction::download ? Share{r.down_sum, r.down_limit} : Share{r.up_sum, r.up_limit};
 }
 
-bool takes_part(const TariffSettings& tariff, bool ingress) {
-  return !tariff.addresses.empty() && tariff.direction(ingress).speed != kNeverSet;
-}
-
-bool has_default(const GlobalSet& g, bool ingress) {
-  return g.has_default && g.defaults.direction(ingress).speed != kNeverSet;
-}
-
-Share summarize(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed, bool ingress) {
+Share summarize(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed, Direction way) {
   Share result{0, link_speed};
-  if (has_default(g, ingress)) result.sum = g.defaults.direction(ingress).ceiling;
+  if (g.has_default_tariff(way)) result.sum = g.defaults.direction(way).ceiling;
   for (const TariffSettings& tariff : t.tariffs()) {
-    if (takes_part(tariff, ingress))
-      result.sum = wrapping_add(result.sum, tariff.direction(ingress).rateBps());
+    if (tariff.takes_part(way))
+      result.sum = wrapping_add(result.sum, tariff.direction(way).rateBps());
   }
-  const std::int64_t speed = g.global.direction(ingress).speed;
+  const std::int64_t speed = g.global.direction(way).speed;
   if (speed != kNeverSet) result.limit = std::min(speed, link_speed);
   return result;
 }
@@ -79,17 +71,17 @@ Need resolve_default(DefaultDirSettings& direction, const Share& s) {
   return {direction.speed, direction.speed, 0};
 }
 
-void resolve_global(GlobalSet& g, const TariffSet& t, const Share& s, bool ingress) {
+void resolve_global(GlobalSet& g, const TariffSet& t, const Share& s, Direction way) {
   Need need;
-  if (has_default(g, ingress)) need = resolve_default(g.defaults.direction(ingress), s);
+  if (g.has_default_tariff(way)) need = resolve_default(g.defaults.direction(way), s);
   for (const TariffSettings& tariff : t.tariffs()) {
-    if (!takes_part(tariff, ingress)) continue;
-    const TariffDirSettings& direction = tariff.direction(ingress);
+    if (!tariff.takes_part(way)) continue;
+    const TariffDirSettings& direction = tariff.direction(way);
     need.sum = wrapping_add(need.sum, direction.rateBps());
     need.ceiling = std::max(need.ceiling, direction.speed);
     need.burst = std::max(need.burst, direction.burstSize());
   }
-  GlobalDirSettings& line = g.global.direction(ingress);
+  GlobalDirSettings& line = g.global.direction(way);
   if (line.speed == 0) return;
   const std::int64_t covering = std::max(need.sum, need.ceiling);
   if (covering != 0) line.speed = std::max(line.speed, covering);
@@ -99,23 +91,32 @@ void resolve_global(GlobalSet& g, const TariffSet& t, const Share& s, bool ingre
 }  // namespace
 
 RateSummary summarize_rates(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed) {
-  const Share down = summarize(g, t, link_speed, true);
-  const Share up = summarize(g, t, link_speed, false);
+  const Share down = summarize(g, t, link_speed, Direction::download);
+  const Share up = summarize(g, t, link_speed, Direction::upload);
   return {down.sum, up.sum, down.limit, up.limit, link_speed};
 }
 
 RateSummary resolve_tariff_rates(const GlobalSet& g, TariffSet& t, std::int64_t link_speed) {
   const RateSummary r = summarize_rates(g, t, link_speed);
   for (TariffSettings& tariff : t.tariffs()) {
-    for (const bool ingress : {true, false}) {
-      if (takes_part(tariff, ingress)) resolve(tariff.direction(ingress), share(r, ingress));
+    for (const Direction way : kDirections) {
+      if (tariff.takes_part(way)) resolve(tariff.direction(way), share(r, way));
     }
   }
   return r;
 }
 
 void resolve_global_rates(GlobalSet& g, const TariffSet& t, const RateSummary& r) {
-  for (const bool ingress : {true, false}) resolve_global(g, t, share(r, ingress), ingress);
+  for (const Direction way : kDirections) resolve_global(g, t, share(r, way), way);
+}
+
+bool RateSummary::oversubscribed() const { return down_limit < down_sum || up_limit < up_sum; }
+
+ResolvedSettings resolve(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed) {
+  ResolvedSettings settings{g, g, t, {}};
+  settings.summary = resolve_tariff_rates(g, settings.tariffs, link_speed);
+  resolve_global_rates(settings.line, settings.tariffs, settings.summary);
+  return settings;
 }
 
 }  // namespace quenby

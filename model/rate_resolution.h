@@ -20,7 +20,26 @@ struct RateSummary {
   std::int64_t link_speed = 0;
 
   bool operator==(const RateSummary&) const = default;
+
+  /// Whether the guarantees of a direction come to more than there is. Each change of a tariff then
+  /// changes the classes of all.
+  bool oversubscribed() const;
 };
+
+/// A configuration whose rates fit each other and the link: what classes are made from, and never
+/// what a file keeps.
+struct ResolvedSettings {
+  /// The line and the default tariff as configured.
+  GlobalSet configured;
+  /// The same with rates that fit.
+  GlobalSet line;
+  TariffSet tariffs;
+  /// From before the rates were changed.
+  RateSummary summary;
+};
+
+/// All steps in their order.
+ResolvedSettings resolve(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed);
 
 /// Sums up a configuration; changes nothing.
 RateSummary summarize_rates(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed);

@@ -54,9 +54,9 @@ void round_aggregation(TariffSettings& tariff) {
 }  // namespace
 
 void round_to_stored(GlobalSet& set) {
-  for (const bool ingress : {true, false}) {
-    round_speed(set.global.direction(ingress));
-    round_default(set.defaults.direction(ingress));
+  for (const Direction way : kDirections) {
+    round_speed(set.global.direction(way));
+    round_default(set.defaults.direction(way));
   }
 }
 

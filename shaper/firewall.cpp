@@ -5,7 +5,7 @@
 namespace quenby {
 bool needs_drop_chain(const GlobalSet& set) {
   return set.global.upload.speed == 0 || set.global.download.speed == 0 ||
-         default_blocked(set, false) || default_blocked(set, true);
+         default_blocked(set, Direction::upload) || default_blocked(set, Direction::download);
 }
 
 std::string drop_chain_commands() {

@@ -49,9 +49,9 @@ void append_commands(std::string& list, const std::string& commands) {
   list += commands;
 }
 
-bool default_blocked(const GlobalSet& set, bool ingress) {
-  return set.global.direction(ingress).speed == kNeverSet && set.has_default &&
-         set.defaults.direction(ingress).speed == 0;
+bool default_blocked(const GlobalSet& set, Direction way) {
+  return set.global.direction(way).speed == kNeverSet && set.has_default &&
+         set.defaults.direction(way).speed == 0;
 }
 
 std::string clean_rules() {
@@ -67,7 +67,7 @@ std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark) {
   const std::string jump = jump_from("OSTREA_FW_OUT_HOOK");
   if (set.global.upload.speed == 0) return jump + kFilterAppend + device + " -j DROP";
   std::string rules;
-  if (default_blocked(set, false)) rules = jump + drop_default(device, default_mark);
+  if (default_blocked(set, Direction::upload)) rules = jump + drop_default(device, default_mark);
   return rules + marking_rules(wan, default_mark);
 }
 
@@ -76,7 +76,8 @@ std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool
   const std::string jump = jump_from("OSTREA_FW_IN_HOOK");
   if (set.global.download.speed == 0)
     return jump + kFilterAppend + device + " -j DROP;" + kTrackAsBefore;
-  if (default_blocked(set, true)) return jump + drop_default(device, default_mark) + kTrackAll;
+  if (default_blocked(set, Direction::download))
+    return jump + drop_default(device, default_mark) + kTrackAll;
   return wan_found ? kTrackAll : kTrackAsBefore;
 }
 

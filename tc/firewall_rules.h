@@ -13,7 +13,7 @@ namespace quenby {
 void append_commands(std::string& list, const std::string& commands);
 
 /// Whether a direction without a speed of its own lets no packet pass that belongs to no tariff.
-bool default_blocked(const GlobalSet& set, bool ingress);
+bool default_blocked(const GlobalSet& set, Direction way);
 
 /// Takes every rule of ours out of the marking chains and the jumps out of the firewall's hooks.
 std::string clean_rules();
