@@ -9,10 +9,8 @@
 namespace quenby {
 namespace {
 
-// "5 cls": how messages name a class.
-std::string named(const HtbClass& values) {
-  return std::to_string(TC_H_MIN(values.handle)) + " cls";
-}
+// How messages name a class.
+std::string number_of(const HtbClass& values) { return std::to_string(TC_H_MIN(values.handle)); }
 
 ClassPtr new_class(const Device& device, const HtbClass& values) {
   ClassPtr object(rtnl_class_alloc());
@@ -23,8 +21,8 @@ ClassPtr new_class(const Device& device, const HtbClass& values) {
   return object;
 }
 
-void send(const Device& device, const HtbClass& values, int flags) {
-  const std::string what = named(values);
+void send_class(const Device& device, const HtbClass& values, int flags) {
+  const std::string what = number_of(values) + " cls";
   const ClassPtr object = new_class(device, values);
   rtnl_class* const cls = object.get();
   device.check("set ceil " + what, rtnl_htb_set_ceil(cls, values.ceil));
@@ -37,17 +35,19 @@ void send(const Device& device, const HtbClass& values, int flags) {
 
 }  // namespace
 
-void add_class(const Device& device, const HtbClass& values) { send(device, values, NLM_F_CREATE); }
+void add_class(const Device& device, const HtbClass& values) {
+  send_class(device, values, NLM_F_CREATE);
+}
 
 void replace_class(const Device& device, const HtbClass& values) {
-  send(device, values, NLM_F_REPLACE);
+  send_class(device, values, NLM_F_REPLACE);
 }
 
 void delete_class(const Device& device, const HtbClass& values) {
   if (!device.exists()) return;
   const ClassPtr object = new_class(device, values);
   const int result = rtnl_class_delete(device.sock, object.get());
-  device.check_deleted("delete " + named(values), result, false);
+  device.check_deleted("delete " + number_of(values) + " cls", result, false);
 }
 
 bool class_stands(const Device& device, const HtbClass& values) {

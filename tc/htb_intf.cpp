@@ -83,10 +83,6 @@ void HtbIntf::init_qdisc(const GlobalSet& g) {
   root_qdisc_add(g.defaults.direction(side_.way).speed != kNeverSet);
 }
 
-void HtbIntf::wrong_action(const std::string& object, htb_action action) const {
-  _error(name_ + ": " + object + " action " + action_name(action));
-}
-
 void HtbIntf::qdisc_op(const std::string& kind, std::uint32_t handle, std::uint32_t parent,
                        const BandwidthSettings& s, htb_action action, const QdiscSetup& setup) {
   if (action == htb_action::create) {
@@ -94,7 +90,7 @@ void HtbIntf::qdisc_op(const std::string& kind, std::uint32_t handle, std::uint3
   } else if (action == htb_action::remove) {
     quenby::delete_qdisc(device(), kind, handle, parent);
   } else {
-    wrong_action("wrong " + kind, action);
+    _error(name_ + ": wrong " + kind + " action " + action_name(action));
   }
 }
 
@@ -104,7 +100,7 @@ void HtbIntf::qdisc_op(const Qdisc& qdisc, htb_action action) {
   } else if (action == htb_action::remove) {
     quenby::delete_qdisc(device(), qdisc);
   } else {
-    wrong_action(std::string("wrong ") + kind_name(qdisc.kind), action);
+    _error(name_ + ": wrong " + kind_name(qdisc.kind) + " action " + action_name(action));
   }
 }
 
@@ -123,7 +119,8 @@ void HtbIntf::class_op(const HtbClass& values, htb_action action) {
   } else if (action == htb_action::remove) {
     delete_class(device(), values);
   } else {
-    wrong_action("cls " + std::to_string(TC_H_MIN(values.handle)) + " wrong", action);
+    _error(name_ + ": cls " + std::to_string(TC_H_MIN(values.handle)) + " wrong action " +
+           action_name(action));
   }
 }
 

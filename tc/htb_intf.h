@@ -197,7 +197,6 @@ class HtbIntf {
 
  private:
   void leaf_op(const TariffDirSettings& t, int kind, htb_action action);
-  [[noreturn]] void wrong_action(const std::string& object, htb_action action) const;
 
   std::string name_;
   Side side_;

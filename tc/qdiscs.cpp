@@ -75,11 +75,15 @@ QdiscPtr root_of(const Device& device) {
 }  // namespace
 
 void add_qdisc(const Device& device, const Qdisc& values) {
-  const QdiscPtr qdisc = new_qdisc(device, kind_name(values.kind), values.handle, values.parent);
+  const std::string kind = kind_name(values.kind);
+  const QdiscPtr qdisc = new_qdisc(device, kind.c_str(), values.handle, values.parent);
   set_parameters(values, qdisc.get());
-  const std::string kind =
-      values.kind == QdiscKind::htb ? "" : kind_name(values.kind) + std::string(" ");
-  device.check("add " + kind + "qdisc", send_qdisc(device, qdisc.get()));
+  const int result = send_qdisc(device, qdisc.get());
+  if (values.kind == QdiscKind::htb) {
+    device.check("add qdisc", result);
+  } else {
+    device.check("add " + kind + " qdisc", result);
+  }
 }
 
 void add_qdisc(const Device& device, const std::string& kind, std::uint32_t handle,
