@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <iostream>
 #include <set>
 #include <string_view>
