@@ -65,9 +65,8 @@ Position LineReader::position(const char* text) const {
 }
 
 void LineReader::begin_piece() {
-  const bool goes_on = length_ != 0 && line_[length_ - 1] != '\n';
-  before_ = goes_on ? before_ + length_ : 0;
-  if (!goes_on) ++number_;
+  before_ = line_ended_ ? 0 : before_ + length_;
+  if (line_ended_) ++number_;
   length_ = 0;
 }
 
@@ -77,6 +76,7 @@ bool LineReader::read_piece() {
   while (length_ + 1 < line_.size() && c != '\n' && (c = getc_unlocked(file_.get())) != EOF)
     line_[length_++] = static_cast<char>(c);
   line_[length_] = '\0';
+  line_ended_ = c == '\n';
   if (std::ferror(file_.get()) != 0) failure_ = system_failure("cannot be read: ");
   return length_ != 0 && at_end();
 }

@@ -49,6 +49,7 @@ class LineReader {
   std::unique_ptr<std::FILE, Close> file_;
   std::array<char, 4096> line_{};
   std::size_t length_ = 0;
+  bool line_ended_ = true;
   /// The number of the line that the piece belongs to, and how much of it came before.
   std::size_t number_ = 0;
   std::size_t before_ = 0;
