@@ -363,8 +363,8 @@ quick_sudo() {
 
 # What the back end makes no difference to.
 test_hidden() {
-  local -x PATH
-  PATH=$(quick_sudo):/usr/sbin:/usr/bin
+  local -x PATH=$PATH
+  PATH=$(quick_sudo):$PATH
   test_other_folder
   test_shaped
   test_others
