@@ -246,6 +246,19 @@ MISSING stored files: /b.ini: is a directory" "$(check_stored_files)"
     "$(check_stored_files)"
 }
 
+# An unshare that leaves its command where it was must not make a device here.
+imq_is_tried_apart() {
+  printf '#!/bin/sh\n: >"%s"\n' "$scratch/made" >"$scratch/bin/ip"
+  printf '#!/bin/sh\nshift\nexec "$@"\n' >"$scratch/bin/unshare"
+  chmod 755 "$scratch/bin/ip"
+  wan "MISSING WAN interface: name it in the global file (wan=); this kernel has no imq0" \
+    $'wan=\nenabled=true'
+  fails "imq0 is not tried here" test -e "$scratch/made"
+  printf '#!/bin/sh\nexit 0\n' >"$scratch/bin/unshare"
+  wan "ok      WAN interface: imq0 in its place" $'wan=\nenabled=true'
+  printf '#!/bin/sh\nexit 1\n' >"$scratch/bin/unshare"
+}
+
 # WANTED SUMMARY: what is said about the WAN interface.
 wan() {
   summary=$2
@@ -266,6 +279,7 @@ test_wan() {
   : >"$scratch/tc_tariff.ini"
   wan "MISSING WAN interface: name it in the global file (wan=); this kernel has no imq0" \
     $'wan=\nenabled=true'
+  imq_is_tried_apart
   wan $'note    shaping: the global file switches it off (enabled=true switches it on)\nok      WAN interface lo\nok      qdiscs of lo' \
     $'wan=lo\nenabled=false'
   wan "" addresses=4
