@@ -68,11 +68,15 @@ void round_to_stored(TariffSet& set) {
   }
 }
 
-bool can_be_stored(const TariffSet& set) {
-  return std::all_of(set.tariffs().begin(), set.tariffs().end(), [](const TariffSettings& tariff) {
-    return low32_signed(tariff.download.burst_size) >= 0 &&
-           low32_signed(tariff.upload.burst_size) >= 0;
+bool can_be_stored(const TariffSet& set) { return find_unstorable(set) == nullptr; }
+
+const TariffSettings* find_unstorable(const TariffSet& set) {
+  const auto& list = set.tariffs();
+  const auto found = std::find_if(list.begin(), list.end(), [](const TariffSettings& tariff) {
+    return low32_signed(tariff.download.burst_size) < 0 ||
+           low32_signed(tariff.upload.burst_size) < 0;
   });
+  return found != list.end() ? &*found : nullptr;
 }
 
 }  // namespace quenby

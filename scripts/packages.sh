@@ -31,7 +31,7 @@ QUENBY_TEST_PACKAGES=(
 # What every kernel test uses, whichever kernel it runs on.
 # shellcheck disable=SC2034
 QUENBY_LAB_PACKAGES=(
-  iproute2 iptables ipset ethtool iperf3 iputils-ping
+  iproute2 iptables ipset nftables ethtool iperf3 iputils-ping
   sudo procps strace util-linux python3
 )
 
