@@ -1,0 +1,327 @@
+#!/bin/bash
+# A router that has booted with the package in place: one build at boot, a quiet journal, firewalls
+# that are reloaded, damage, what somebody stopped, broken files, a line that comes back.
+#
+# Call: tests/package/boot_in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+# shellcheck source=lab/network.sh
+source lab/network.sh
+network_require_lab
+
+FILES=(/config/tc/tc_global.ini /config/tc/tc_tariff.ini)
+OURS='^(loaded|restored|reloaded) '
+AMY=8000:9 DEFAULT=8000:3
+CARD=$(basename "$(readlink -f /sys/class/net/eth1/device)")
+
+# Waits until COMMAND succeeds, 60 s at most.
+soon() {
+  local tries=0
+  until "$@"; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 300 ] || return 1
+    sleep 0.2
+  done
+}
+
+# What the units have said since the boot. Call: said [OPTION...]
+said() { journalctl --boot --output cat --unit 'quenby*' --no-pager "$@"; }
+builds() { said | grep -cE "$OURS" || true; }
+state_of() { systemctl show --property "$1" --value "$2"; }
+classes() { tc class show dev "$1" 2>/dev/null | grep -o '^class htb [0-9a-f:]*' | sort || true; }
+tree_stands() { [ -n "$(classes eth1)" ] && [ -n "$(classes ifb_ingr)" ]; }
+unshaped() { [ -z "$(classes eth1)" ] && [ ! -e /sys/class/net/ifb_ingr ]; }
+bytes_of() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
+stored() { stat -c '%n %i %Y %Z' "${FILES[@]}"; }
+
+# All that marks packets, without counters.
+marking() {
+  iptables -w -t mangle -S | grep -E 'KAVO_QOS'
+  iptables -w -t raw -S | grep -E 'QOS_CONNTRACK'
+  ipset list kavo_opt_shaper | grep skbmark | sort
+} 2>/dev/null
+marked() { [ "$(marking)" = "$whole" ]; }
+flushed() { ! iptables -w -t mangle -S KAVO_QOS_FW_OUT_HOOK >/dev/null 2>&1; }
+idle() { [ "$(state_of ActiveState "$1")" = inactive ]; }
+check() { systemctl start quenby-check.service; }
+# Nothing happens by itself while the rest is looked at.
+without_timer() { systemctl mask --quiet --runtime --now quenby-check.timer; }
+with_timer() { systemctl unmask --quiet --runtime quenby-check.timer; }
+
+# A connection that begins now is in its tariff's class and in no other.
+amy_is_shaped() {
+  local amy default
+  amy=$(bytes_of "$AMY") default=$(bytes_of "$DEFAULT")
+  network_rate upload 10.0.1.10 1 >/dev/null
+  holds "$1: a connection is in its class" test $(($(bytes_of "$AMY") - amy)) -gt 50000
+  expect "$1: and not in the default one" "$default" "$(bytes_of "$DEFAULT")"
+}
+
+test_surroundings() {
+  expect "auditing" 1 "$(journalctl --boot _TRANSPORT=audit --lines 1 --output cat | wc -l)"
+  fails "the host name is unknown" getent hosts "$(hostname)"
+  expect "IPv6 is on" 0 "$(cat /proc/sys/net/ipv6/conf/eth1/disable_ipv6)"
+  expect "the line is a card" virtio_net \
+    "$(basename "$(readlink /sys/class/net/eth1/device/driver)")"
+  expect "nftables.service" active "$(systemctl is-active nftables.service)"
+}
+
+test_boot() {
+  soon idle quenby-check.service
+  udevadm settle
+  expect "quenby.service" active "$(systemctl is-active quenby.service)"
+  expect "one build" 1 "$(builds)"
+  expect "what was shaped" "loaded 2 tariffs with 6 addresses on eth1 in N s" \
+    "$(said | grep -E "$OURS" | sed 's/in [0-9.]* s/in N s/')"
+  expect "numbers are kept" "8000:1 8000:2 8000:3 8000:6 8000:9" \
+    "$(classes eth1 | sed 's/.* //' | paste -sd ' ')"
+  expect "both trees" "$(classes eth1)" "$(classes ifb_ingr)"
+  expect "the files are as they were" "$stored_before" "$(stored)"
+  udevadm trigger --action add /sys/class/net/eth1
+  udevadm settle
+  soon idle quenby-if@eth1.service
+  expect "a device event of a shaped line builds nothing" 1 "$(builds)"
+}
+
+# What the units said, and what was said about commands that they ran.
+test_journal() {
+  expect "no complaint" "" "$(journalctl --boot --output short --no-pager |
+    grep -E 'quenby|sudo|iptables|shape\[' | grep -iE 'error|fail|denied|not permitted|unable|cannot')"
+  expect "nothing of sudo" 0 "$(journalctl --boot --output cat _COMM=sudo | wc -l)"
+  holds "the boot took $(said | wc -l) lines" test "$(said | wc -l)" -le 4
+}
+
+# Firewalls that are loaded again take our chains with them.
+test_firewall() {
+  local how before
+  for how in reload restart; do
+    before=$(builds)
+    holds "$how of nftables" systemctl "$how" nftables.service
+    holds "$how: marked again" soon marked
+    soon idle quenby-check.service
+    expect "$how: one build" $((before + 1)) "$(builds)"
+    holds "$how: trees" tree_stands
+    amy_is_shaped "$how"
+  done
+  holds "a stop and a start of nftables" systemctl stop nftables.service
+  holds "a stop and a start of nftables" systemctl start nftables.service
+  holds "a start: marked again" soon marked
+  soon idle quenby-check.service
+  holds "a firewall that is not there is not followed" idle quenby-follow@ufw.service
+}
+
+# Each thing that may be missing.
+test_damage() {
+  local damage before
+  check
+  before=$(builds)
+  expect "nothing is missing" "" "$(said --since -1s | grep missing)"
+  for damage in "nft flush ruleset" "iptables -t mangle -F KAVO_QOS_FW_OUT_HOOK" \
+    "iptables -t mangle -D KAVO_QOS_FW_OUT_HOOK 6" \
+    "iptables -t mangle -F POSTROUTING" "iptables -t raw -F PREROUTING" \
+    "iptables -t raw -R QOS_CONNTRACK 1 -j RETURN" "ipset flush kavo_opt_shaper" \
+    "tc qdisc del dev eth1 root" "tc qdisc del dev eth1 ingress" "ip link del ifb_ingr"; do
+    bash -c "$damage"
+    holds "$damage is seen" /usr/libexec/quenby/missing
+    check
+    expect "$damage: one build" $((before += 1)) "$(builds)"
+    holds "$damage: marked" marked
+    holds "$damage: trees" tree_stands
+    fails "$damage: all is well" /usr/libexec/quenby/missing
+  done
+  expect "the files are as they were" "$stored_before" "$(stored)"
+}
+
+test_cost() {
+  local begin end
+  begin=$(date +%s%N)
+  for _ in {1..5}; do /usr/libexec/quenby/missing || true; done
+  end=$(date +%s%N)
+  echo "a look takes $(((end - begin) / 5000000)) ms here"
+}
+
+test_timer() {
+  mkdir -p /run/systemd/system/quenby-check.timer.d
+  printf '[Timer]\nOnActiveSec=\nOnUnitInactiveSec=\nOnActiveSec=2\nOnUnitInactiveSec=2\nAccuracySec=1ms\n' \
+    >/run/systemd/system/quenby-check.timer.d/often.conf
+  expect "the timer's period" "OnUnitInactiveUSec=1min" \
+    "$(state_of TimersMonotonic quenby-check.timer | grep -o 'OnUnitInactiveUSec=[^ ]*')"
+  with_timer
+  systemctl daemon-reload
+  systemctl start quenby-check.timer
+  nft flush ruleset
+  holds "the timer has it restored" soon marked
+  soon idle quenby-check.service
+  nft flush ruleset
+  holds "and again" soon marked
+  rm -r /run/systemd/system/quenby-check.timer.d
+  without_timer
+  soon idle quenby-check.service
+}
+
+test_run_under_way() {
+  local before
+  before=$(builds)
+  flock /run/quenby.lock sleep 600 &
+  sleep 0.5
+  nft flush ruleset
+  holds "a run is under way: a look does not wait" timeout 60 systemctl start quenby-check.service
+  holds "and does nothing" flushed
+  kill %1
+  wait
+  check
+  holds "afterwards it does" marked
+  expect "once" $((before + 1)) "$(builds)"
+}
+
+test_stopped_on_purpose() {
+  local how
+  with_timer
+  for how in "quenby --stop" "systemctl stop quenby.service"; do
+    $how
+    holds "$how: unshaped" unshaped
+    check
+    holds "$how: stays off" unshaped
+    udevadm trigger --action add /sys/class/net/eth1
+    udevadm settle
+    holds "$how: stays off when the line appears" unshaped
+    systemctl reload nftables.service
+    soon idle quenby-check.service
+    holds "$how: stays off when the firewall is reloaded" unshaped
+    /opt/ostrea/sbin/firewall.init start opt-qos
+    if [ "$how" = "quenby --stop" ]; then quenby --load; else systemctl start quenby.service; fi
+    holds "$how: on again" marked
+  done
+  expect "the timer starts with the service" active "$(systemctl is-active quenby-check.timer)"
+  without_timer
+}
+
+# No other interface starts a unit.
+test_many_interfaces() {
+  local number
+  for number in {1..20}; do ip link add "line$number" type dummy; done
+  udevadm settle
+  expect "no unit for other interfaces" "" \
+    "$(systemctl list-units --all --plain --no-legend 'quenby-if@line*')"
+  for number in {1..20}; do ip link delete "line$number"; done
+}
+
+plug_out() { echo "$CARD" >/sys/bus/virtio/drivers/virtio_net/unbind; }
+plug_in() {
+  echo "$CARD" >/sys/bus/virtio/drivers/virtio_net/bind
+  udevadm settle
+}
+
+test_line_comes_back() {
+  local before stored_before
+  before=$(builds) stored_before=$(stored)
+  plug_out
+  fails "the line is gone" test -e /sys/class/net/eth1
+  plug_in
+  holds "shaped again" soon tree_stands
+  soon idle quenby-if@eth1.service
+  holds "its rules too" marked
+  expect "one build" $((before + 1)) "$(builds)"
+  expect "the files are as they were" "$stored_before" "$(stored)"
+}
+
+set_retry() {
+  mkdir -p /run/systemd/system/quenby.service.d
+  printf '[Service]\nRestartSec=%s\n' "$1" >/run/systemd/system/quenby.service.d/retry.conf
+  systemctl daemon-reload
+}
+
+test_broken_file() {
+  local before counted
+  before=$(builds)
+  expect "a failed start is repeated after" 30s "$(state_of RestartUSec quenby.service)"
+  set_retry 600
+  network_rate upload 10.0.1.10 1 >/dev/null
+  counted=$(bytes_of "$AMY")
+  holds "the tariff has traffic" test "$counted" -gt 50000
+  echo nonsense >>/config/tc/tc_tariff.ini
+  fails "a reload with a broken file" systemctl reload quenby.service
+  expect "leaves the service" active "$(systemctl is-active quenby.service)"
+  fails "a restart with a broken file" systemctl restart quenby.service
+  holds "the journal names its line" grep -q 'tc_tariff.ini:14: ' <(said)
+  holds "the shaper works on" test "$(bytes_of "$AMY")" -ge "$counted"
+  holds "with its rules" marked
+  expect "nothing was built" "$before" "$(builds)"
+  expect "the start will be repeated" auto-restart "$(state_of SubState quenby.service)"
+
+  plug_out
+  plug_in
+  soon idle quenby-if@eth1.service
+  fails "a broken file shapes no new line" tree_stands
+  sed -i '/nonsense/d' /config/tc/tc_tariff.ini
+  plug_out
+  plug_in
+  holds "after a failed start the line's appearance starts the service" \
+    soon systemctl --quiet is-active quenby.service
+  holds "which shapes it" tree_stands
+  expect "once" $((before + 1)) "$(builds)"
+}
+
+test_retry() {
+  set_retry 3
+  echo nonsense >>/config/tc/tc_tariff.ini
+  fails "a restart with a broken file" systemctl restart quenby.service
+  sed -i '/nonsense/d' /config/tc/tc_tariff.ini
+  holds "it is started again by itself" soon systemctl --quiet is-active quenby.service
+  holds "and shapes" tree_stands
+  holds "and marks" marked
+}
+
+# The files of an ordinary user, and a platform's script that calls the real sudo.
+test_rights() {
+  chown 65534:65534 "${FILES[@]}"
+  chmod 600 "${FILES[@]}"
+  cp /opt/ostrea/sbin/firewall.init /run/firewall.init
+  printf '#!/bin/sh\nsudo -n /run/firewall.init "$@" && /usr/bin/sudo -n /run/firewall.init "$@"\n' \
+    >/opt/ostrea/sbin/firewall.init
+  holds "a reload with files of somebody else" systemctl reload quenby.service
+  expect "they stay theirs" "600 65534 65534" "$(stat -c '%a %u %g' /config/tc/tc_tariff.ini)"
+  expect "numbered anew" "id=4 id=5" "$(grep id= /config/tc/tc_tariff.ini | paste -sd ' ')"
+  holds "the real sudo was called" test "$(journalctl --boot --output cat _COMM=sudo | wc -l)" -gt 0
+  expect "and lacked nothing" "" "$(journalctl --boot --output cat --no-pager | grep 'not permitted')"
+  expect "one line" "reloaded 2 tariffs with 6 addresses on eth1" \
+    "$(said | grep -o '^reloaded .* on eth1')"
+  cp /run/firewall.init /opt/ostrea/sbin/firewall.init
+}
+
+# Neither waits for the line nor fails without it.
+test_line_away() {
+  plug_out
+  holds "a restart without the line" timeout 120 systemctl restart quenby.service
+  expect "its line in the journal" "eth1, which is not there yet," \
+    "$(said | tail -n 20 | grep -o 'eth1, which.*yet,')"
+  plug_in
+  holds "shaped when it is there" soon tree_stands
+}
+
+stored_before=$(stored)
+test_surroundings
+test_boot
+test_journal
+NETWORK_INET_CARD=far0
+network_up
+network_add_subscribers 10.0.1.10 10.0.2.10
+network_iperf_start 5201
+whole=$(marking)
+amy_is_shaped "boot"
+test_firewall
+without_timer
+test_damage
+test_cost
+test_run_under_way
+test_timer
+test_stopped_on_purpose
+test_many_interfaces
+test_broken_file
+test_retry
+test_line_comes_back
+test_line_away
+test_rights
+finish
