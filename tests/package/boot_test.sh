@@ -164,7 +164,7 @@ test_timer() {
 test_run_under_way() {
   local before
   before=$(builds)
-  flock /run/quenby.lock sleep 600 &
+  flock --no-fork /run/quenby.lock sleep 600 &
   sleep 0.5
   nft flush ruleset
   holds "a run is under way: a look does not wait" timeout 60 systemctl start quenby-check.service
