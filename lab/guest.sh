@@ -80,7 +80,7 @@ _guest_debian_fill() {
 # like: emulation pays dearly for what protects a real machine.
 _guest_command() {
   local audit='audit=0'
-  [ "$LAB_AUDIT" = 0 ] || audit=''
+  [ "$LAB_AUDIT" = 0 ] || audit='audit=1'
   local accelerator=(-accel 'tcg,thread=multi' -cpu max)
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
   qemu_command=(

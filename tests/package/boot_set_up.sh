@@ -15,7 +15,7 @@ cat >/config/tc/tc_global.ini <<'END'
 [global]
 download_speed=50000
 upload_speed=20000
-wan=eth1
+wan=wan0
 enabled=true
 [defaultqosipqueue]
 download_speed=1000
@@ -31,13 +31,13 @@ queuing_discipline=fq_codel
 [bob]
 id=6
 ip=10.0.2.10
-ip=10.0.3.0/30
+ip=10.0.3.1
 download_speed=2000
 upload_speed=2000
 queuing_discipline=pfifo
 END
 
-for end in 1:eth1 2:far0; do
+for end in 1:wan0 2:far0; do
   printf '[Match]\nPermanentMACAddress=02:00:00:00:0c:0%s\n[Link]\nName=%s\n' \
     "${end%:*}" "${end#*:}" >"/etc/systemd/network/10-${end#*:}.link"
 done

@@ -96,11 +96,12 @@ test_traffic() {
 test_units() {
   expect "systemd-analyze verify" "" \
     "$(systemd-analyze verify --man=no quenby.service quenby-if@eth1.service \
-      quenby-check.service quenby-check.timer quenby-follow@nftables.service 2>&1)"
+      quenby-check.service quenby-check.timer quenby-restore.service \
+      quenby-follow@nftables.service 2>&1)"
   systemd-analyze security --no-pager quenby.service | tail -n 1
-  systemd-analyze security --no-pager quenby-if@eth1.service | tail -n 1
+  systemd-analyze security --no-pager quenby-restore.service | tail -n 1
   local before unit
-  for unit in quenby.service quenby-if@eth1.service quenby-check.service; do
+  for unit in quenby.service quenby-restore.service; do
     expect "$unit outlasts the wait for other runs" 10min "$(state_of TimeoutStartUSec "$unit")"
   done
   expect "so does its end" 10min "$(state_of TimeoutStopUSec quenby.service)"
