@@ -26,8 +26,8 @@ soon() {
   done
 }
 
-# What the units have said since the boot. Call: said [OPTION...]
-said() { journalctl --boot --output cat --unit 'quenby*' --no-pager "$@"; }
+# What the units have said since the boot.
+said() { journalctl --boot --output cat --unit 'quenby*' --no-pager; }
 builds() { said | grep -cE "$OURS" || true; }
 state_of() { systemctl show --property "$1" --value "$2"; }
 classes() { tc class show dev "$1" 2>/dev/null | grep -o '^class htb [0-9a-f:]*' | sort || true; }
@@ -116,15 +116,15 @@ test_firewall() {
 
 # Each thing that may be missing is seen; one restoration serves all.
 test_damage() {
-  local command what before said
+  local command what before seen
   check
   before=$(builds)
   while IFS='|' read -r command what; do
-    said=$(/usr/libexec/quenby/missing || true)
-    fails "before: $command" grep -q "$what" <<<"$said"
-    bash -c "$command"
-    said=$(/usr/libexec/quenby/missing || true)
-    holds "after: $command" grep -q "$what" <<<"$said"
+    seen=$(/usr/libexec/quenby/missing || true)
+    fails "before: $command" grep -q "$what" <<<"$seen"
+    bash -c "$command" </dev/null
+    seen=$(/usr/libexec/quenby/missing || true)
+    holds "after: $command" grep -q "$what" <<<"$seen"
   done <<'END'
 iptables -t mangle -D KAVO_QOS_FW_OUT_HOOK 6|rules of KAVO_QOS_FW_OUT_HOOK
 iptables -t mangle -F POSTROUTING|the jump to KAVO_QOS_FW_OUT_HOOK
