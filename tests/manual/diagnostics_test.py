@@ -62,7 +62,8 @@ class Diagnostics(unittest.TestCase):
         texts = {path.name: messages.without_comments(path.read_text())
                  for path in messages.source_files(messages.repository())}
         writers = [name for name in texts if re.search(r"\b(cerr|stderr|perror)\b", texts[name])]
-        self.assertEqual(writers, ["error.cpp"])
+        # check-files is another program, which says what the reader says.
+        self.assertEqual(sorted(writers), ["check_files.cpp", "error.cpp"])
 
 
 if __name__ == "__main__":
