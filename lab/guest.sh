@@ -86,7 +86,7 @@ _guest_command() {
   qemu_command=(
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
     "${accelerator[@]}" -smp "$LAB_CPUS" -m "$LAB_MEMORY"
-    -kernel "$LAB_VMLINUZ" -initrd "$LAB_INITRAMFS"
+    -kernel "$LAB_VMLINUX" -initrd "$LAB_INITRAMFS"
     -append "console=ttyS0 quiet no_timer_check panic=-1 rcupdate.rcu_cpu_stall_suppress=1 \
 nowatchdog mitigations=off init_on_alloc=0 apparmor=0 $audit"
     -serial "file:$(_comma "$_guest_share/console")"
