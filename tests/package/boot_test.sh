@@ -228,7 +228,7 @@ test_broken_file() {
   fails "a reload with a broken file" systemctl reload quenby.service
   expect "leaves the service" active "$(systemctl is-active quenby.service)"
   fails "a restart with a broken file" systemctl restart quenby.service
-  holds "the journal names its line" grep -q 'tc_tariff.ini:14: ' <(said)
+  holds "the journal names its line" grep -q 'tc_tariff.ini:14:' <(said)
   holds "the shaper works on" test "$(bytes_of "$AMY")" -ge "$counted"
   holds "with its rules" marked
   expect "nothing was built" "$before" "$(builds)"
