@@ -7,7 +7,6 @@
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
 #include "shaper/desired_state.h"
-#include "shaper/firewall.h"
 #include "shaper/hardware.h"
 #include "shaper/packet_steering.h"
 #include "shaper/session.h"

@@ -1,9 +1,9 @@
 #include "cli/system.h"
 #include "shaper/address_set.h"
 #include "shaper/desired_state.h"
-#include "shaper/firewall.h"
 #include "shaper/hardware.h"
 #include "shaper/htb_shaper.h"
+#include "tc/firewall_rules.h"
 #include "tc/handles.h"
 
 // Changing tariffs while shaping runs. Addresses leave the set before their classes go, and enter

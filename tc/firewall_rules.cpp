@@ -90,4 +90,21 @@ std::string imq_ingress_rules(const std::string& wan) {
   return kIptables + "mangle -A KAVO_QOS_FW_IN_HOOK -i " + shell_word(wan) + " -j IMQ --todev 0";
 }
 
+bool needs_drop_chain(const GlobalSet& set) {
+  return set.global.upload.speed == 0 || set.global.download.speed == 0 ||
+         default_blocked(set, Direction::upload) || default_blocked(set, Direction::download);
+}
+
+std::string drop_chain_commands() {
+  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1 || "
+         "sudo iptables -t filter -N KAVO_OPT_QOS_HOOK>/dev/null 2>&1";
+}
+
+std::string firewall_start_command() { return "sudo /opt/ostrea/sbin/firewall.init start opt-qos"; }
+
+std::string firewall_end_commands() {
+  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1;"
+         "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
+}
+
 }  // namespace quenby

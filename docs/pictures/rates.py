@@ -4,7 +4,7 @@ Call: python3 docs/pictures/rates.py JSON-FILE >docs/pictures/rates.dat
 
 The first block has one line a sample: seconds, then Mbit/s that arrived at each
 subscriber since the sample before. The second is the command's begin and end.
-The third has the changed tariff's speed, before and after, in Mbit/s.
+The third has the changed tariff's speed, before and after, and the other one's, in Mbit/s.
 """
 
 import json
@@ -27,7 +27,7 @@ def table(change):
         yield f"{seconds:.3f} " + " ".join(f"{rate:.3f}" for rate in rates)
     configured = change["configured"]
     yield f"\n\n{change['command_started']} {change['command_ended']}"
-    yield f"\n\n{configured['before'] / 1000} {configured['after'] / 1000}"
+    yield "\n\n" + " ".join(str(configured[key] / 1000) for key in ("before", "after", "other"))
 
 
 def main():

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "shaper/firewall.h"
+#include "tc/firewall_rules.h"
 
 namespace quenby {
 namespace {
