@@ -25,9 +25,9 @@ std::optional<ParseError> IniParser::parse() {
   cfg_.beginParse();
   char* line = nullptr;
   while ((line = lines_.next()) != nullptr && parse_line(line)) continue;
-  if (!lines_.at_end()) fail(Position{}, lines_.failure());
+  if (!lines_.at_end()) refuse(Position{}, lines_.failure());
   // The last section is completed here, and may be refused like any other.
-  if (!cfg_.endSection()) fail(section_at_, cfg_.refusal().reason);
+  if (!cfg_.endSection()) refuse(section_at_, cfg_.refusal().reason);
   cfg_.endParse();
   return error_;
 }
@@ -39,12 +39,12 @@ bool IniParser::parse_line(char* line) {
 bool IniParser::parse_header(char* line) {
   const bool closed = std::strchr(line, ']') != nullptr;
   if (!TariffIniFile::parse_section(line + 1, section_))
-    return fail(line, closed ? "section header without a name" : "section header without \"]\"");
+    return refuse(line, closed ? "section header without a name" : "section header without \"]\"");
   const Position at = lines_.position(TariffIniFile::trim_left(line + 1));
   const bool accepted = cfg_.onSection(section_);
   if (!accepted) {
     const Refusal& refusal = cfg_.refusal();
-    return fail(refusal.of == Refusal::Of::kSection ? section_at_ : at, refusal.reason);
+    return refuse(refusal.of == Refusal::Of::kSection ? section_at_ : at, refusal.reason);
   }
   section_at_ = at;
   return true;
@@ -52,25 +52,25 @@ bool IniParser::parse_header(char* line) {
 
 bool IniParser::parse_key(char* line) {
   char* const equals = std::strchr(line, '=');
-  if (equals == nullptr) return fail(line, no_equals_sign(*line));
+  if (equals == nullptr) return refuse(line, no_equals_sign(*line));
   *equals = '\0';
   const std::string key = lower(TariffIniFile::trim_right(line, equals));
   char* const begin = TariffIniFile::trim_left(equals + 1);
   const std::string value = TariffIniFile::trim_right(begin);
-  if (key.empty()) return fail(equals, "no key before \"=\"");
-  if (value.empty()) return fail(equals + 1, "no value after \"=\"");
+  if (key.empty()) return refuse(equals, "no key before \"=\"");
+  if (value.empty()) return refuse(equals + 1, "no value after \"=\"");
   if (cfg_.onKey(section_, key, value)) return true;
   const Refusal& refusal = cfg_.refusal();
-  return fail(refusal.of == Refusal::Of::kKey ? line : begin, refusal.reason);
+  return refuse(refusal.of == Refusal::Of::kKey ? line : begin, refusal.reason);
 }
 
-bool IniParser::fail(Position at, const std::string& reason) {
+bool IniParser::refuse(Position at, const std::string& reason) {
   if (!error_) error_ = ParseError{"", at, reason};
   return false;
 }
 
-bool IniParser::fail(const char* at, const std::string& reason) {
-  return fail(lines_.position(at), lines_.in_long_line() ? reason + kInPieces : reason);
+bool IniParser::refuse(const char* at, const std::string& reason) {
+  return refuse(lines_.position(at), lines_.in_long_line() ? reason + kInPieces : reason);
 }
 
 }  // namespace quenby

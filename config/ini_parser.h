@@ -25,8 +25,8 @@ class IniParser {
   bool parse_key(char* line);
 
   /// The first reason counts. Always false.
-  bool fail(Position at, const std::string& reason);
-  bool fail(const char* at, const std::string& reason);
+  bool refuse(Position at, const std::string& reason);
+  bool refuse(const char* at, const std::string& reason);
 
   LineReader& lines_;
   ShaperConfigInterface& cfg_;
