@@ -229,7 +229,7 @@ test_device() {
   expect "asks for nothing" "" "$(cat "$calls")"
   echo failed >"$scratch/say/systemctl"
   expect "after a failed start" 1 "$(result missing eth1 | cut -c 1)"
-  holds "the service is started" grep -qx 'systemctl --no-block start quenby.service' "$calls"
+  holds "the service is started" grep -qx 'systemctl --no-block restart quenby.service' "$calls"
 }
 
 # Times vary.
