@@ -1,8 +1,9 @@
 #!/bin/bash
 # Builds the program as a newcomer does, without presets and without GoogleTest:
-# with no build type, with each of CMake's and with clang++. The tests themselves
-# are compiled by the presets dev and asan alone. Each program must run and keep
-# its assertions; a warning ends the build of a preset and no other.
+# with no build type, with each of CMake's and with clang++, and in one of them with a
+# Boost that has no library of Boost.System any more. The tests themselves are
+# compiled by the presets dev and asan alone. Each program must run and keep its
+# assertions; a warning ends the build of a preset and no other.
 #
 # Call: tests/build/builds_test.sh
 set -euo pipefail
@@ -70,6 +71,42 @@ status 134" "$(assertion "$folder")"
   rm -rf "$folder"
 }
 
+# Makes a Boost that has the library of Boost.Filesystem and no other.
+newer_boost() {
+  mkdir "$scratch/boost"
+  cat >"$scratch/boost/BoostConfigVersion.cmake" <<'END'
+set(PACKAGE_VERSION 1.90.0)
+set(PACKAGE_VERSION_COMPATIBLE TRUE)
+END
+  cat >"$scratch/boost/BoostConfig.cmake" <<'END'
+file(TOUCH ${CMAKE_CURRENT_LIST_DIR}/taken)
+foreach(component IN LISTS Boost_FIND_COMPONENTS)
+  set(Boost_${component}_FOUND FALSE)
+  if(component STREQUAL filesystem)
+    set(Boost_filesystem_FOUND TRUE)
+    if(NOT TARGET Boost::filesystem)
+      add_library(Boost::filesystem INTERFACE IMPORTED)
+      set_target_properties(Boost::filesystem PROPERTIES INTERFACE_LINK_LIBRARIES boost_filesystem)
+    endif()
+  elseif(Boost_FIND_REQUIRED_${component})
+    message(FATAL_ERROR "this Boost has no ${component}")
+  endif()
+endforeach()
+END
+}
+
+test_newer_boost() {
+  newer_boost
+  mkdir "$scratch/needy"
+  printf '%s\n' 'project(needy LANGUAGES CXX)' \
+    'find_package(Boost REQUIRED COMPONENTS filesystem system)' >"$scratch/needy/CMakeLists.txt"
+  fails "there is none for who needs it" cmake -S "$scratch/needy" -B "$scratch/needy/build" \
+    -DBoost_DIR="$scratch/boost" >/dev/null 2>&1
+  rm "$scratch/boost/taken"
+  builds MinSizeRel -DCMAKE_BUILD_TYPE=MinSizeRel -DBoost_DIR="$scratch/boost"
+  holds "that Boost was taken" test -e "$scratch/boost/taken"
+}
+
 # Every record of the model has gaps, so this warning is certain.
 padded_model() {
   local folder=$scratch/padded
@@ -86,9 +123,10 @@ test_warnings() {
 }
 
 builds none
-for kind in Debug Release RelWithDebInfo MinSizeRel; do
+for kind in Debug Release RelWithDebInfo; do
   builds "$kind" -DCMAKE_BUILD_TYPE="$kind"
 done
+test_newer_boost
 builds clang -DCMAKE_CXX_COMPILER=clang++-14
 test_warnings
 finish
