@@ -4,7 +4,8 @@ Call: python3 docs/pictures/rates.py JSON-FILE >docs/pictures/rates.dat
 
 The first block has one line a sample: seconds, then Mbit/s that arrived at each
 subscriber since the sample before. The second is the command's begin and end.
-The third has the changed tariff's speed, before and after, in Mbit/s.
+The third has the configured speeds in Mbit/s: the changed tariff's before and after,
+the other one's.
 """
 
 import json
@@ -22,12 +23,12 @@ def sample_rates(samples):
 
 def table(change):
     samples = change["samples"]
-    yield "seconds " + " ".join(samples[0]["bytes"])
+    yield "seconds " + " ".join(f'"{name}"' for name in samples[0]["bytes"])
     for seconds, rates in sample_rates(samples):
         yield f"{seconds:.3f} " + " ".join(f"{rate:.3f}" for rate in rates)
-    configured = change["configured"]
     yield f"\n\n{change['command_started']} {change['command_ended']}"
-    yield f"\n\n{configured['before'] / 1000} {configured['after'] / 1000}"
+    before, after, other, _ = (speed / 1000 for _, _, _, speed in change["rates"])
+    yield f"\n\n{before} {after} {other}"
 
 
 def main():
