@@ -1,7 +1,7 @@
 #!/bin/bash
 # The package's life on a router: set up as README.md says, traffic, a line that
 # goes and comes back, reload, stop, an upgrade, edits while a unit reloads, images
-# that are made on the router, removal, purge, and a platform's own scripts.
+# that are made on the router, removal, Debian's own test, purge.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
 set -euo pipefail
@@ -221,19 +221,6 @@ test_images() {
   expect "the router is as it was" "$before" "$(undisturbed)"
 }
 
-# As in a container that is made into an image.
-test_policy() {
-  local before
-  before=$(undisturbed)
-  printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d
-  chmod 755 /usr/sbin/policy-rc.d
-  holds "removal that may stop nothing" dpkg -r quenby
-  expect "the router is as it was" "$before" "$(undisturbed)"
-  holds "installation" dpkg -i /run/newer.deb
-  expect "and it is still so" "$before" "$(undisturbed)"
-  rm /usr/sbin/policy-rc.d
-}
-
 # At boot, and when the package comes. A lock that others could hold is shut.
 test_lock() {
   expect "the lock is for root alone" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
@@ -309,12 +296,15 @@ test_return() {
   holds "shaped again" shaped
 }
 
-# What Debian's own tests run. It begins with an empty router.
+# What autopkgtest runs. It begins with an empty router, and its line stays for the
+# shaping that a purge has to take down.
 test_debian() {
   quenby --clear
   local status=0
   debian/tests/shapes 2>&1 || status=$?
   expect "debian/tests/shapes" 0 "$status"
+  holds "loading by hand" quenby --load
+  holds "shaped again" ip link show ifb_ingr
 }
 
 test_purge() {
@@ -333,37 +323,6 @@ test_purge() {
   expect "no unit is left" "" "$(systemctl list-unit-files --no-legend 'quenby*')"
 }
 
-# The platform has scripts of its own, which know of no "stop".
-make_platform() {
-  mkdir -p /opt/ostrea/sbin
-  cat >/opt/ostrea/sbin/firewall.init <<'END'
-#!/bin/sh
-echo "$*" >>/run/platform-calls
-iptables -w -t raw -n -L QOS_CONNTRACK >/dev/null 2>&1 && exit
-iptables -w -t raw -N QOS_CONNTRACK && iptables -w -t raw -A QOS_CONNTRACK -j RETURN &&
-  iptables -w -t mangle -N KAVO_QOS_FW_OUT_HOOK && iptables -w -t mangle -N KAVO_QOS_FW_IN_HOOK
-END
-  printf '#!/bin/sh\nprintf platform\n' >/usr/sbin/kavo-hal
-  chmod 755 /opt/ostrea/sbin/firewall.init /usr/sbin/kavo-hal
-}
-platform_state() {
-  stat -c '%n %a %i %Y' /opt/ostrea/sbin/firewall.init /usr/sbin/kavo-hal
-  sha256sum /opt/ostrea/sbin/firewall.init /usr/sbin/kavo-hal
-}
-
-test_platform() {
-  local before
-  make_platform
-  before=$(platform_state)
-  holds "installation" dpkg -i "$package"
-  expect "the platform's scripts stay" "$before" "$(platform_state)"
-  /opt/ostrea/sbin/firewall.init start opt-qos
-  before=$(platform_state; firewall)
-  holds "purge" dpkg -P quenby
-  expect "scripts and chains stay" "$before" "$(platform_state; firewall)"
-  expect "nobody asked the platform to stop" "start opt-qos" "$(sort -u /run/platform-calls)"
-}
-
 network_up
 network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
 make_foreign_chain
@@ -378,10 +337,8 @@ test_upgrade
 test_lock
 test_edits_while_the_hook_reloads
 test_images
-test_policy
 test_removal
 test_return
 test_debian
 test_purge
-test_platform
 finish

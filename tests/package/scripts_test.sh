@@ -3,7 +3,7 @@
 # paths where the program calls them: ours are treated as conffiles, anybody else's
 # stay. dpkg works on a root folder of its own as when an image is made, with the
 # scripts outside of it, so this also shows that nothing is started or stopped then.
-# It runs in a private mount namespace.
+# And where else a removal takes nothing down. It runs in a private mount namespace.
 #
 # Call: tests/package/scripts_test.sh PACKAGE-FOLDER
 set -euo pipefail
@@ -34,10 +34,16 @@ make_stand_ins() {
   local name
   mkdir /run/stand-ins
   for name in quenby iptables ipset tc systemctl deb-systemd-invoke invoke-rc.d; do
-    printf '#!/bin/sh\necho "%s $*" >>%s\n' "$name" "$calls" >"/run/stand-ins/$name"
+    make_stand_in "/run/stand-ins/$name" 0
   done
-  chmod 755 /run/stand-ins/*
   PATH=/run/stand-ins:$PATH
+}
+
+# Call: make_stand_in PATH STATUS
+make_stand_in() {
+  mkdir -p "${1%/*}"
+  printf '#!/bin/sh\necho "%s $*" >>%s\nexit %s\n' "${1##*/}" "$calls" "$2" >"$1"
+  chmod 755 "$1"
 }
 
 # Makes /run/VERSION.deb of the package's files. In a new version both scripts differ.
@@ -217,6 +223,41 @@ test_aborted_upgrade() {
   expect "no copy is left" "" "$(find "$root" -name '*.dpkg-*' -o -name placed)"
 }
 
+# What a removal outside of images calls. Call: removal CHROOT POLICY, the statuses of
+# ischroot and policy-rc.d, the latter "none" where that does not exist
+removal() {
+  rm -f "$calls" /run/stand-ins/policy-rc.d
+  make_stand_in /run/stand-ins/ischroot "$1"
+  [ "$2" = none ] || make_stand_in /run/stand-ins/policy-rc.d "$2"
+  # Without /usr/sbin, where this machine may have a policy.
+  env -u DPKG_ROOT PATH=/run/stand-ins:/usr/bin:/bin sh /run/control/prerm remove >"$said" 2>&1 || echo "status $?"
+  grep -v '^ischroot' "$calls" | paste -sd ';' || true
+  rm -f /run/stand-ins/{ischroot,policy-rc.d}
+}
+
+# Ours alone is asked to stop, not what stands at the platform's path.
+test_removal() {
+  local taken_down status
+  dpkg-deb -e "$package" /run/control
+  mount -t tmpfs tmpfs /usr/libexec
+  make_stand_in "$OURS/firewall.init" 0
+  taken_down="deb-systemd-invoke stop quenby.service;quenby --stop;firewall.init stop opt-qos"
+  expect "a router: taken down" "$taken_down" "$(removal 1 none)"
+  for status in 0 1 104 105; do
+    expect "policy $status: taken down" "policy-rc.d quenby stop;$taken_down" \
+      "$(removal 1 "$status")"
+  done
+  for status in 101 100 102 103 106; do
+    expect "policy $status: left alone" "policy-rc.d quenby stop" "$(removal 1 "$status")"
+  done
+  for status in 0 2; do
+    expect "ischroot $status: left alone" "" "$(removal "$status" 0)"
+  done
+  make_stand_in "$OURS/firewall.init" 1
+  expect "a failure is no reason to stay" "$taken_down" "$(removal 1 none)"
+  holds "but told" grep -q 'could not be removed' "$said"
+}
+
 make_stand_ins
 for version in 1 2 3 4; do make_package "$version"; done
 make_package 0.6 without_scripts
@@ -231,4 +272,5 @@ test_foreign_that_goes
 test_other_package
 test_old_package
 test_aborted_upgrade
+test_removal
 finish
