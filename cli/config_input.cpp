@@ -1,36 +1,20 @@
 #include "cli/config_input.h"
 
-#include <algorithm>
-
 #include "cli/error.h"
-#include "config/system_config.h"
-#include "model/stored_form.h"
+#include "config/read_config.h"
 
 namespace quenby {
-namespace {
-
-// Needs the set ordered by name.
-bool names_differ(const TariffSet& set) {
-  const auto& list = set.tariffs();
-  return std::adjacent_find(list.begin(), list.end(),
-                            [](const TariffSettings& a, const TariffSettings& b) {
-                              return a.name == b.name;
-                            }) == list.end();
-}
-
-}  // namespace
 
 bool load_global_config(GlobalSet& global) {
-  if (GlobalSystemConfig::missing()) return false;
-  if (!GlobalSystemConfig().parse_ini(global)) _error("wrong global configuration");
-  return true;
+  const StoredFile file = read_stored(global);
+  if (file.error) _error("wrong global configuration");
+  return file.present;
 }
 
 bool load_tariff_config(TariffConfig& tariffs) {
-  if (TariffSystemConfig::missing()) return false;
-  if (!TariffSystemConfig().parse_ini(tariffs)) _error("wrong current tariff configuration");
-  tariffs.sort();
-  return true;
+  const StoredFile file = read_stored(tariffs);
+  if (file.error) _error("wrong current tariff configuration");
+  return file.present;
 }
 
 bool load_numbered_tariffs(TariffConfig& tariffs) {
@@ -40,27 +24,20 @@ bool load_numbered_tariffs(TariffConfig& tariffs) {
 }
 
 void prepare_whole_save(TariffConfig& tariffs) {
-  if (!can_be_stored(tariffs)) _error("wrong current tariff configuration");
-  round_to_stored(tariffs);
+  if (round_for_save(tariffs)) _error("wrong current tariff configuration");
 }
 
 void number_anew(TariffConfig& tariffs) {
-  if (!tariffs.refillIDs()) _error("wrong tariff configuration");
+  if (refill_numbers(tariffs)) _error("wrong tariff configuration");
   prepare_whole_save(tariffs);
 }
 
 bool read_tariff_file(const std::string& path, TariffSet& tariffs) {
-  if (!TariffIniFile(path, true).parse_ini(tariffs)) return false;
-  tariffs.sort();
-  if (!names_differ(tariffs) || !can_be_stored(tariffs)) return false;
-  round_to_stored(tariffs);
-  return true;
+  return !read_named(path, tariffs);
 }
 
 bool read_global_file(const std::string& path, GlobalSet& global) {
-  if (!TariffIniFile(path, true).parse_ini(global)) return false;
-  round_to_stored(global);
-  return true;
+  return !read_named(path, global);
 }
 
 void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,

@@ -38,4 +38,8 @@ std::string shell_word(const std::string& text) {
   return quoted + "'";
 }
 
+void run_list(const std::string& commands) {
+  if (!commands.empty()) run_or_exit(commands);
+}
+
 }  // namespace quenby

@@ -13,6 +13,8 @@ void _system(const std::string& command, std::string& out);
 /// (which is that of the list's last command) ends the process with status 1 and no message: the
 /// commands speak for themselves.
 void run_or_exit(const std::string& commands);
+/// The same; nothing for an empty list.
+void run_list(const std::string& commands);
 
 /// `text` as one word of a shell command. Ordinary device names (letters, digits and "._-@:") and
 /// the empty text stand as they are; anything else is put in single quotes, so that no value of a

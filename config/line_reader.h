@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "config/parse_error.h"
+
 namespace quenby {
 
 /// Reads lines of at most 4095 characters: a longer one comes in pieces, each a line of its own. A
@@ -22,15 +24,35 @@ class LineReader {
   char* next();
 
   /// Whether null meant the end of the file.
-  bool at_end() const { return std::ferror(file_.get()) == 0; }
+  bool at_end() const { return failure_.empty(); }
+
+  /// Why the file could not be opened or read to its end; empty while nothing failed.
+  const std::string& failure() const { return failure_; }
+
+  /// Where `text`, a part of the line that `next` gave, stands in the file. The pieces of a long
+  /// line have its number.
+  Position position(const char* text) const;
+
+  /// Whether the line that `next` gave is the rest of a long one.
+  bool in_long_line() const { return before_ != 0; }
 
  private:
   struct Close {
     void operator()(std::FILE* file) const { std::fclose(file); }
   };
 
+  /// Takes the next piece into `line_`, with its line end. False when there is none.
+  bool read_piece();
+  void begin_piece();
+
+  std::string failure_;
   std::unique_ptr<std::FILE, Close> file_;
   std::array<char, 4096> line_{};
+  std::size_t length_ = 0;
+  bool line_ended_ = true;
+  /// The number of the line that the piece belongs to, and how much of it came before.
+  std::size_t number_ = 0;
+  std::size_t before_ = 0;
 };
 
 }  // namespace quenby

@@ -7,6 +7,7 @@
 #include <fstream>
 
 #include "cli/error.h"
+#include "config/ini_parser.h"
 #include "config/line_reader.h"
 #include "config/paths.h"
 #include "config/temporary_file.h"
@@ -17,32 +18,6 @@ namespace {
 namespace fs = boost::filesystem;
 
 bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
-
-std::string lower(std::string text) {
-  for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return text;
-}
-
-// Hands one key line to `cfg`.
-bool parse_key(char* line, const std::string& section, ShaperConfigInterface& cfg) {
-  char* const equals = std::strchr(line, '=');
-  if (equals == nullptr) return false;
-  *equals = '\0';
-  const std::string key = lower(TariffIniFile::trim_right(line, equals));
-  const std::string value = TariffIniFile::trim_right(TariffIniFile::trim_left(equals + 1));
-  return !key.empty() && !value.empty() && cfg.onKey(section, key, value);
-}
-
-bool parse_lines(LineReader& lines, ShaperConfigInterface& cfg) {
-  std::string section;
-  while (char* const line = lines.next()) {
-    const bool accepted =
-        *line == '[' ? TariffIniFile::parse_section(line + 1, section) && cfg.onSection(section)
-                     : parse_key(line, section, cfg);
-    if (!accepted) return false;
-  }
-  return lines.at_end();
-}
 
 bool copy_other_sections(LineReader& lines, const TariffSet& dropped, std::ofstream& out) {
   bool keep = true;
@@ -77,15 +52,25 @@ void put_in_place(TemporaryFile& file, const std::string& target) {
 TariffIniFile::TariffIniFile(const std::string& path, bool command_line)
     : path_(path), command_line_(command_line) {}
 
-bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) {
+bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) { return !read_ini(cfg); }
+
+std::optional<ParseError> TariffIniFile::read_ini(ShaperConfigInterface& cfg) const {
   LineReader lines(path_, command_line_);
-  if (!lines.is_open()) return false;
-  cfg.beginParse();
-  const bool parsed = parse_lines(lines, cfg);
-  // The last section is completed here, and may be refused like any other.
-  const bool completed = cfg.endSection();
-  cfg.endParse();
-  return parsed && completed;
+  if (!lines.is_open()) return ParseError{path_, {}, lines.failure()};
+  std::optional<ParseError> error = IniParser(lines, cfg).parse();
+  if (error) error->file = path_;
+  return error;
+}
+
+Position TariffIniFile::find_section(const std::string& name) const {
+  LineReader lines(path_, command_line_);
+  Position found;
+  while (char* const line = lines.is_open() ? lines.next() : nullptr) {
+    std::string section;
+    if (*line == '[' && parse_section(line + 1, section) && section == name)
+      found = lines.position(trim_left(line + 1));
+  }
+  return found;
 }
 
 bool TariffIniFile::parse_section(char* text, std::string& name) {

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "config/parse_error.h"
 #include "model/shaper_config_interface.h"
 #include "model/tariff_set.h"
 
@@ -25,6 +27,12 @@ class TariffIniFile {
   /// the operator names (`cfg` untouched), and at the first line that cannot be read, is malformed
   /// or that `cfg` refuses; what stood above that line stays in `cfg`.
   bool parse_ini(ShaperConfigInterface& cfg);
+  /// The same, with where and why; nothing when the file was accepted.
+  std::optional<ParseError> read_ini(ShaperConfigInterface& cfg) const;
+
+  /// Where the name stands in the last header that has it. The whole file when there is none, or it
+  /// cannot be read.
+  Position find_section(const std::string& name) const;
 
   /// Takes the name out of a header line's text behind its "[". False when there is none.
   static bool parse_section(char* text, std::string& name);

@@ -5,8 +5,8 @@
 # a list with commas. It sets LAB_DEBIAN_ROOT.
 # shellcheck shell=bash
 
-# An init system, and what lab/network.sh needs to make and measure traffic.
-LAB_DEBIAN_PACKAGES=(systemd-sysv udev iproute2 iputils-ping ethtool iperf3 procps python3)
+# An init system, a firewall, and what lab/network.sh needs to make and measure traffic.
+LAB_DEBIAN_PACKAGES=(systemd-sysv udev nftables iproute2 iputils-ping ethtool iperf3 procps python3)
 
 # Where this machine gets its packages from.
 _debian_sources() {

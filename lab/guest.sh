@@ -2,8 +2,8 @@
 # the exit status.
 #
 # Call: source lab/guest.sh, then guest_run (reads what scripts/lab has set:
-# LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_DEVICES, LAB_KVM,
-# LAB_OUT_DIR, and the results of lab_kernel_prepare and lab_debian_prepare).
+# LAB_COMMAND, LAB_SHELL, LAB_TIMEOUT, LAB_CPUS, LAB_MEMORY, LAB_DEVICES,
+# LAB_NETWORKS, LAB_FIRST, LAB_AUDIT, LAB_KVM, LAB_OUT_DIR, and the results of lab_kernel_prepare and lab_debian_prepare).
 # shellcheck shell=bash
 
 _guest_pids=()
@@ -68,6 +68,8 @@ _guest_debian_fill() {
   printf '%s\n' "$LAB_ROOT" >"$_guest_share/debian/tree"
   printf '%s\n' "$LAB_MODULES" >"$_guest_share/debian/modules"
   cp "$LAB_ROOT/lab/guest.service" "$_guest_share/debian/"
+  [ -z "$LAB_FIRST" ] ||
+    printf 'cd %q || exit\n%s\n' "$PWD" "$LAB_FIRST" >"$_guest_share/debian/first"
 }
 
 # Sets qemu_command. Every path of the machine is visible read-only under the
@@ -77,20 +79,23 @@ _guest_debian_fill() {
 # emulated timer can miss every tick and stop the boot. mitigations=off and the
 # like: emulation pays dearly for what protects a real machine.
 _guest_command() {
+  local audit='audit=0'
+  [ "$LAB_AUDIT" = 0 ] || audit='audit=1'
   local accelerator=(-accel 'tcg,thread=multi' -cpu max)
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
   qemu_command=(
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
     "${accelerator[@]}" -smp "$LAB_CPUS" -m "$LAB_MEMORY"
-    -kernel "$LAB_VMLINUZ" -initrd "$LAB_INITRAMFS"
+    -kernel "$LAB_VMLINUX" -initrd "$LAB_INITRAMFS"
     -append "console=ttyS0 quiet no_timer_check panic=-1 rcupdate.rcu_cpu_stall_suppress=1 \
-nowatchdog mitigations=off init_on_alloc=0 apparmor=0 audit=0"
+nowatchdog mitigations=off init_on_alloc=0 apparmor=0 $audit"
     -serial "file:$(_comma "$_guest_share/console")"
     -device virtio-rng-pci
     -virtfs "local,path=/,mount_tag=host,security_model=none,readonly=on,multidevs=remap"
     -virtfs "local,path=$(_comma "$_guest_share"),mount_tag=lab,security_model=none"
   )
-  local device
+  local network device
+  for network in "${LAB_NETWORKS[@]}"; do qemu_command+=(-netdev "$network"); done
   for device in "${LAB_DEVICES[@]}"; do qemu_command+=(-device "$device"); done
   [ -z "$LAB_OUT_DIR" ] ||
     qemu_command+=(-virtfs

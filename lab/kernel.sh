@@ -2,7 +2,7 @@
 #
 # Call: source lab/kernel.sh (needs LAB_ROOT, the top of the tree, and
 # LAB_CACHE, the cache folder), then lab_kernel_prepare. It sets
-# LAB_KERNEL_VERSION, LAB_VMLINUZ, LAB_MODULES and LAB_INITRAMFS.
+# LAB_KERNEL_VERSION, LAB_VMLINUX, LAB_MODULES and LAB_INITRAMFS.
 # shellcheck shell=bash
 
 # Enough to reach the machine's files from the initramfs; the kernel loads
@@ -21,13 +21,12 @@ _kernel_cached() {
 _kernel_use() {
   local folder=$1 digest
   LAB_KERNEL_VERSION=${folder##*/kernel-}
+  LAB_VMLINUX=$LAB_CACHE/vmlinux-$LAB_KERNEL_VERSION
   # shellcheck disable=SC2034  # read by the script that sources this
-  LAB_VMLINUZ=$folder/boot/vmlinuz-$LAB_KERNEL_VERSION
-  # shellcheck disable=SC2034
   LAB_MODULES=$folder/lib/modules/$LAB_KERNEL_VERSION
   digest=$({ cat "$LAB_ROOT/lab/guest-init"; echo "${LAB_INITRAMFS_MODULES[@]}"; } |
     sha256sum | cut -c 1-12)
-  LAB_INITRAMFS=$LAB_CACHE/initramfs-$LAB_KERNEL_VERSION-$digest.gz
+  LAB_INITRAMFS=$LAB_CACHE/initramfs-$LAB_KERNEL_VERSION-$digest.cpio
 }
 
 # The package that Debian's linux-image-amd64 stands for at the moment.
@@ -89,8 +88,7 @@ _initramfs_build() {
   local scratch
   scratch=$(mktemp -d "$LAB_CACHE/initramfs.XXXXXX")
   if ! _initramfs_fill "$scratch/root" ||
-    ! (cd "$scratch/root" && find . | cpio --quiet -o -H newc -R 0:0 | gzip -1) \
-      >"$scratch/image"; then
+    ! (cd "$scratch/root" && find . | cpio --quiet -o -H newc -R 0:0) >"$scratch/image"; then
     rm -rf "$scratch"
     echo "lab: cannot build the initramfs" >&2
     return 1
@@ -100,13 +98,38 @@ _initramfs_build() {
   rm -rf "$scratch"
 }
 
+# Prints the kernel that the boot image FILE carries, see the kernel's
+# Documentation/arch/x86/boot.rst: payload_offset and payload_length count from the
+# end of the set-up sectors. The kernel's length follows its compressed form.
+_vmlinux_of() {
+  local file=$1 sectors place
+  sectors=$(od -An -tu1 -j 497 -N 1 "$file")
+  read -r -a place < <(od -An -tu4 -j 584 -N 8 "$file")
+  tail -c "+$(((sectors + 1) * 512 + place[0] + 1))" "$file" | head -c "${place[1]}" |
+    xz -dc --single-stream
+}
+
+# A kernel that unpacks itself takes longer for it under emulation than for the
+# rest of its start. QEMU starts an unpacked one at the entry for PVH guests; a
+# kernel without that entry, or packed otherwise, stays as it is.
+_vmlinux_make() {
+  local boot=$LAB_CACHE/kernel-$LAB_KERNEL_VERSION/boot scratch
+  scratch=$(mktemp "$LAB_CACHE/vmlinux.XXXXXX")
+  if ! grep -qx CONFIG_PVH=y "$boot/config-$LAB_KERNEL_VERSION" ||
+    ! _vmlinux_of "$boot/vmlinuz-$LAB_KERNEL_VERSION" >"$scratch" 2>/dev/null; then
+    cp "$boot/vmlinuz-$LAB_KERNEL_VERSION" "$scratch" || { rm -f "$scratch"; return 1; }
+  fi
+  chmod 644 "$scratch"
+  mv "$scratch" "$LAB_VMLINUX"
+}
+
 # True when kernel and initramfs are there; sets the LAB_* results.
 _kernel_ready() {
   local folder
   folder=$(_kernel_cached)
   [ -n "$folder" ] || return 1
   _kernel_use "$folder"
-  [ -e "$LAB_INITRAMFS" ]
+  [ -e "$LAB_INITRAMFS" ] && [ -e "$LAB_VMLINUX" ]
 }
 
 # Makes kernel and initramfs unless they are there. Of several callers one works
@@ -121,7 +144,7 @@ lab_kernel_prepare() {
   if ! _kernel_ready; then
     [ -n "$(_kernel_cached)" ] || _kernel_fetch || return 1
     _kernel_use "$(_kernel_cached)"
-    _initramfs_build || return 1
+    _initramfs_build && _vmlinux_make || return 1
   fi
   exec {lock}>&-
 }

@@ -11,6 +11,8 @@
 
 NETWORK_WAN=${NETWORK_WAN:-eth1}
 NETWORK_LAN=${NETWORK_LAN:-eth2}
+# The card at the other end when WAN is a card of its own (scripts/lab --cable).
+NETWORK_INET_CARD=${NETWORK_INET_CARD-}
 NETWORK_INET_NS=inet
 NETWORK_LAN_NS=lan
 NETWORK_WAN_ADDRESS=198.51.100.1
@@ -52,12 +54,26 @@ _network_sysctl() {
     net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.default.rp_filter=0
 }
 
-# One cable: LOCAL MAC ADDRESS - NAMESPACE REMOTE MAC ADDRESS, prefix length.
+# Two cards that a cable joins already, the second one in the root namespace yet.
+# Call: _network_cards LOCAL MAC NAMESPACE REMOTE MAC CARD
+_network_cards() {
+  ip link set "$1" down address "$2"
+  ip link set "$6" down address "$5"
+  ip link set "$6" netns "$3" name "$4"
+}
+
+# One cable: LOCAL MAC ADDRESS - NAMESPACE REMOTE MAC ADDRESS, prefix length,
+# card.
 # Fixed neighbour entries keep ARP out of the counters.
 _network_cable() {
   local device=$1 mac=$2 address=$3 namespace=$4 peer=$5 peer_mac=$6 peer_address=$7 length=$8
-  ip link add "$device" address "$mac" type veth \
-    peer name "$peer" address "$peer_mac" netns "$namespace"
+  local card=${9-}
+  if [ -n "$card" ]; then
+    _network_cards "$device" "$mac" "$namespace" "$peer" "$peer_mac" "$card"
+  else
+    ip link add "$device" address "$mac" type veth \
+      peer name "$peer" address "$peer_mac" netns "$namespace"
+  fi
   ip address add "$address/$length" dev "$device"
   ip -n "$namespace" address add "$peer_address/$length" dev "$peer"
   ip link set "$device" up
@@ -87,7 +103,7 @@ network_up() {
     ip -n "$namespace" link set lo up
   done
   _network_cable "$NETWORK_WAN" 02:00:00:00:01:01 "$NETWORK_WAN_ADDRESS" \
-    "$NETWORK_INET_NS" inet0 02:00:00:00:01:02 "$NETWORK_INET_ADDRESS" 24
+    "$NETWORK_INET_NS" inet0 02:00:00:00:01:02 "$NETWORK_INET_ADDRESS" 24 "$NETWORK_INET_CARD"
   _network_cable "$NETWORK_LAN" 02:00:00:00:02:01 "$NETWORK_ROUTER_ADDRESS" \
     "$NETWORK_LAN_NS" lan0 02:00:00:00:02:02 "$NETWORK_GATEWAY_ADDRESS" 30
   ip route add "$NETWORK_PREFIX" via "$NETWORK_GATEWAY_ADDRESS" dev "$NETWORK_LAN"

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "model/direction.h"
 #include "model/rate.h"
 
 namespace quenby {
@@ -35,8 +36,8 @@ class BandwidthSettings {
 
   /// Bytes per second, `kNeverSet` or `kEmptyValue`. The ceiling of the direction's class.
   std::int64_t speed = kNeverSet;
-  /// The burst in bytes that rate resolution and the class engine work out; no configuration key
-  /// reaches it.
+  /// The burst in bytes that the direction's class has to cover beside its own: the largest one
+  /// that is configured for a tariff. Rate resolution finds it; no configuration key reaches it.
   std::int32_t burst = 0;
 
  protected:
@@ -64,8 +65,8 @@ class BandwidthSettingsInterface {
   }
 
   /// The member of one direction: download for traffic that arrives from the WAN.
-  const D& direction(bool ingress) const { return ingress ? download : upload; }
-  D& direction(bool ingress) { return ingress ? download : upload; }
+  const D& direction(Direction way) const { return way == Direction::download ? download : upload; }
+  D& direction(Direction way) { return way == Direction::download ? download : upload; }
 
   D download{true};
   D upload{false};

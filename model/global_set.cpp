@@ -24,10 +24,10 @@ const KeyTable<GlobalSettings>& global_keys() {
   using G = GlobalSettings;
   using S = const std::string;
   static const KeyTable<G> kKeys = {
-      {"download_speed", [](G& g, S& v) { return g.download.setSpeed(v); }},
-      {"upload_speed", [](G& g, S& v) { return g.upload.setSpeed(v); }},
-      {"enabled", [](G& g, S& v) { return g.setEnabled(v); }},
-      {"wan", [](G& g, S& v) { return g.setWan(v); }},
+      {"download_speed", {[](G& g, S& v) { return g.download.setSpeed(v); }, kWantedRate}},
+      {"upload_speed", {[](G& g, S& v) { return g.upload.setSpeed(v); }, kWantedRate}},
+      {"enabled", {[](G& g, S& v) { return g.setEnabled(v); }, "\"true\" or \"false\""}},
+      {"wan", {[](G& g, S& v) { return g.setWan(v); }, "an interface name"}},
   };
   return kKeys;
 }
@@ -36,8 +36,9 @@ const KeyTable<DefaultSettings>& default_keys() {
   using D = DefaultSettings;
   using S = const std::string;
   static const KeyTable<D> kKeys = {
-      {"download_speed", [](D& d, S& v) { return set_default_speed(d.download, v); }},
-      {"upload_speed", [](D& d, S& v) { return set_default_speed(d.upload, v); }},
+      {"download_speed",
+       {[](D& d, S& v) { return set_default_speed(d.download, v); }, kWantedRate}},
+      {"upload_speed", {[](D& d, S& v) { return set_default_speed(d.upload, v); }, kWantedRate}},
   };
   return kKeys;
 }
@@ -64,7 +65,9 @@ bool GlobalSet::onSection(const std::string& name) {
     defaults.clear();
     has_default = true;
   } else {
-    return false;
+    return refuse(Refusal::Of::kName, "unknown section " + quoted(name) + ": only [" +
+                                          GlobalSettings::name() + "] and [" +
+                                          DefaultSettings::name() + "] are allowed here");
   }
   section = name;
   return true;
@@ -72,15 +75,20 @@ bool GlobalSet::onSection(const std::string& name) {
 
 bool GlobalSet::onKey(const std::string& current, const std::string& key,
                       const std::string& value) {
-  if (current != section) return false;
-  if (section == GlobalSettings::name()) return set_key(global_keys(), key, global, value);
-  if (section == DefaultSettings::name()) return set_key(default_keys(), key, defaults, value);
-  return false;
+  if (current.empty() || current != section) return refuse(Refusal::Of::kKey, kNoSection);
+  const auto refusal = section == GlobalSettings::name()
+                           ? set_key(global_keys(), key, global, value)
+                           : set_key(default_keys(), key, defaults, value);
+  return !refusal || refuse(refusal->of, refusal->reason);
 }
 
 bool GlobalSet::endSection() {
   section.clear();
   return true;
+}
+
+bool GlobalSet::has_default_tariff(Direction way) const {
+  return has_default && defaults.direction(way).speed != kNeverSet;
 }
 
 }  // namespace quenby

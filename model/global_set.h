@@ -23,6 +23,9 @@ class GlobalSet : public ShaperConfigInterface {
   bool endSection() override;
   bool endParse() override { return true; }
 
+  /// Whether there is a default tariff that has a class in this direction.
+  bool has_default_tariff(Direction way) const;
+
   /// The section that is being read; empty outside a parse.
   std::string section;
   GlobalSettings global;

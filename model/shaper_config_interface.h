@@ -3,6 +3,8 @@
 #include <fstream>
 #include <string>
 
+#include "model/refusal.h"
+
 namespace quenby {
 
 /// What a configuration file is read into and written from. The reader calls the parse operations
@@ -27,6 +29,16 @@ class ShaperConfigInterface {
   virtual bool endSection() = 0;
   /// Last of all.
   virtual bool endParse() = 0;
+
+  /// Why the last of these operations that returned false did.
+  const Refusal& refusal() const { return refusal_; }
+
+ protected:
+  /// Keeps the reason. Always false.
+  bool refuse(Refusal::Of of, const std::string& reason);
+
+ private:
+  Refusal refusal_;
 };
 
 }  // namespace quenby

@@ -54,9 +54,9 @@ void round_aggregation(TariffSettings& tariff) {
 }  // namespace
 
 void round_to_stored(GlobalSet& set) {
-  for (const bool ingress : {true, false}) {
-    round_speed(set.global.direction(ingress));
-    round_default(set.defaults.direction(ingress));
+  for (const Direction way : kDirections) {
+    round_speed(set.global.direction(way));
+    round_default(set.defaults.direction(way));
   }
 }
 
@@ -68,11 +68,15 @@ void round_to_stored(TariffSet& set) {
   }
 }
 
-bool can_be_stored(const TariffSet& set) {
-  return std::all_of(set.tariffs().begin(), set.tariffs().end(), [](const TariffSettings& tariff) {
-    return low32_signed(tariff.download.burst_size) >= 0 &&
-           low32_signed(tariff.upload.burst_size) >= 0;
+bool can_be_stored(const TariffSet& set) { return find_unstorable(set) == nullptr; }
+
+const TariffSettings* find_unstorable(const TariffSet& set) {
+  const auto& list = set.tariffs();
+  const auto found = std::find_if(list.begin(), list.end(), [](const TariffSettings& tariff) {
+    return low32_signed(tariff.download.burst_size) < 0 ||
+           low32_signed(tariff.upload.burst_size) < 0;
   });
+  return found != list.end() ? &*found : nullptr;
 }
 
 }  // namespace quenby

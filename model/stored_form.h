@@ -16,4 +16,7 @@ void round_to_stored(TariffSet& set);
 /// burst size whose low 32 bits are negative.
 bool can_be_stored(const TariffSet& set);
 
+/// The first such tariff, null when there is none.
+const TariffSettings* find_unstorable(const TariffSet& set);
+
 }  // namespace quenby

@@ -68,7 +68,8 @@ TariffConfig TariffConfig::orderedByID() const {
 }
 
 bool TariffConfig::_pushObj() {
-  if (pending_.id == 0) return false;
+  if (pending_.id == 0)
+    return refuse(Refusal::Of::kSection, "section " + quoted(pending_.name) + " has no id");
   counter_ = std::max(counter_, pending_.id);
   return TariffSet::_pushObj();
 }

@@ -11,6 +11,7 @@ namespace {
 
 constexpr std::size_t kUsualTariffs = 256;
 constexpr std::int64_t kBitsPerKbit = 1000;
+constexpr const char* kWantedSize = "a number of bytes, 0 or more";
 
 void write_direction(std::ostream& out, const std::string& prefix,
                      const TariffDirSettings& direction) {
@@ -38,16 +39,20 @@ const KeyTable<TariffSettings>& tariff_keys() {
   using T = TariffSettings;
   using S = const std::string;
   static const KeyTable<T> kKeys = {
-      {"id", [](T& t, S& v) { return t.setID(v); }},
-      {"ip", [](T& t, S& v) { return t.addCIDR(v); }},
-      {"download_speed", [](T& t, S& v) { return t.download.setSpeed(v); }},
-      {"upload_speed", [](T& t, S& v) { return t.upload.setSpeed(v); }},
-      {"aggregation", [](T& t, S& v) { return t.setAggregation(v); }},
-      {"download_burst_rate", [](T& t, S& v) { return _set_rate(v, t.download.burst_rate); }},
-      {"upload_burst_rate", [](T& t, S& v) { return _set_rate(v, t.upload.burst_rate); }},
-      {"download_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.download.burst_size); }},
-      {"upload_burst_size", [](T& t, S& v) { return parseBurstSize(v, t.upload.burst_size); }},
-      {"queuing_discipline", [](T& t, S& v) { return t.setQDisc(v); }},
+      {"id", {[](T& t, S& v) { return t.setID(v); }, "a class number from 1 to 15999"}},
+      {"ip", {[](T& t, S& v) { return t.addCIDR(v); }, "an IPv4 address"}},
+      {"download_speed", {[](T& t, S& v) { return t.download.setSpeed(v); }, kWantedRate}},
+      {"upload_speed", {[](T& t, S& v) { return t.upload.setSpeed(v); }, kWantedRate}},
+      {"aggregation", {[](T& t, S& v) { return t.setAggregation(v); }, "a number of 0 or more"}},
+      {"download_burst_rate",
+       {[](T& t, S& v) { return _set_rate(v, t.download.burst_rate); }, kWantedRate}},
+      {"upload_burst_rate",
+       {[](T& t, S& v) { return _set_rate(v, t.upload.burst_rate); }, kWantedRate}},
+      {"download_burst_size",
+       {[](T& t, S& v) { return parseBurstSize(v, t.download.burst_size); }, kWantedSize}},
+      {"upload_burst_size",
+       {[](T& t, S& v) { return parseBurstSize(v, t.upload.burst_size); }, kWantedSize}},
+      {"queuing_discipline", {[](T& t, S& v) { return t.setQDisc(v); }, "a queuing discipline"}},
   };
   return kKeys;
 }
@@ -88,8 +93,9 @@ bool TariffSet::onSection(const std::string& name) {
 
 bool TariffSet::onKey(const std::string& section, const std::string& key,
                       const std::string& value) {
-  if (section_.empty() || section != section_) return false;
-  return set_key(tariff_keys(), key, pending_, value);
+  if (section_.empty() || section != section_) return refuse(Refusal::Of::kKey, kNoSection);
+  const auto refusal = set_key(tariff_keys(), key, pending_, value);
+  return !refusal || refuse(refusal->of, refusal->reason);
 }
 
 bool TariffSet::endSection() {
@@ -106,7 +112,7 @@ bool TariffSet::endParse() {
 bool TariffSet::_pushObj() {
   const bool added = addTariff(std::move(pending_));
   pending_.clear();
-  return added;
+  return added || refuse(Refusal::Of::kSection, "section without a name");
 }
 
 }  // namespace quenby

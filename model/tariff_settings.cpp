@@ -72,6 +72,10 @@ bool TariffSettings::addCIDR(const std::string& text) {
   return true;
 }
 
+bool TariffSettings::takes_part(Direction way) const {
+  return !addresses.empty() && direction(way).speed != kNeverSet;
+}
+
 std::string TariffSettings::qdisc_str() const {
   const auto kind = static_cast<std::size_t>(qdisc);
   return kQdiscNames[kind < kQdiscNames.size() ? kind : kQdiscNone];

@@ -38,6 +38,9 @@ class TariffSettings : public BandwidthSettingsInterface<TariffDirSettings> {
   /// not looked at. Refused, with nothing stored, when that is no IPv4 address.
   bool addCIDR(const std::string& text);
 
+  /// Whether the tariff has a class in this direction: it has an address and its speed is set.
+  bool takes_part(Direction way) const;
+
   /// "none", "pfifo", "sfq" or "fq_codel".
   std::string qdisc_str() const;
 

@@ -59,6 +59,14 @@ void put_mark(const MsgPtr& msg, const AddressSetEntry& entry) {
                   nla_put_u64(msg.get(), IPSET_ATTR_SKBMARK | NLA_F_NET_BYTEORDER, htobe64(mark)));
 }
 
+// An entry without a mark.
+void put_entry(const MsgPtr& msg, std::uint32_t address) {
+  nlattr* const data = begin_nest(msg, kData, "nested allocation failed");
+  put_address(msg, address);
+  put_line_number(msg);
+  nla_nest_end(msg.get(), data);
+}
+
 // `subject` names the operation in both messages.
 void send(const SocketPtr& sock, const MsgPtr& msg, const std::string& subject,
           const std::string& object) {
@@ -109,12 +117,15 @@ void add_address(const SocketPtr& sock, const AddressSetEntry& entry) {
   send(sock, msg, "add", "ipset ip");
 }
 
+bool has_address(const SocketPtr& sock, std::uint32_t address) {
+  const MsgPtr msg = new_message(IPSET_CMD_TEST);
+  put_entry(msg, address);
+  return nl_send_auto(sock.get(), msg.get()) >= 0 && nl_wait_for_ack(sock.get()) >= 0;
+}
+
 void delete_address(const SocketPtr& sock, std::uint32_t address) {
   const MsgPtr msg = new_message(IPSET_CMD_DEL);
-  nlattr* const data = begin_nest(msg, kData, "nested allocation failed");
-  put_address(msg, address);
-  put_line_number(msg);
-  nla_nest_end(msg.get(), data);
+  put_entry(msg, address);
   send(sock, msg, "del", "ipset ip");
 }
 

@@ -14,8 +14,9 @@
 ///   flush   protocol, name
 ///   add     protocol, name, data { ip { ipv4 }, skbmark, lineno }
 ///   del     protocol, name, data { ip { ipv4 }, lineno }
+///   test    as del
 ///
-/// Whatever is refused, by libnl or by the kernel, ends the process.
+/// Whatever is refused, by libnl or by the kernel, ends the process, but for the test.
 namespace quenby {
 
 /// One entry: an address in network order, and the mark and mask in host order.
@@ -39,6 +40,8 @@ void create_address_set(const SocketPtr& sock);
 void flush_address_set(const SocketPtr& sock);
 /// Adds an entry or changes the mark of the one that the address has.
 void add_address(const SocketPtr& sock, const AddressSetEntry& entry);
+/// Whether the set has an entry for this address (network order); a doubt is a no.
+bool has_address(const SocketPtr& sock, std::uint32_t address);
 /// Takes an address (network order) out.
 void delete_address(const SocketPtr& sock, std::uint32_t address);
 

@@ -6,23 +6,16 @@
 #include "cli/system.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
-#include "shaper/firewall.h"
+#include "shaper/desired_state.h"
 #include "shaper/hardware.h"
 #include "shaper/packet_steering.h"
 #include "shaper/session.h"
 #include "tc/firewall_rules.h"
+#include "tc/links.h"
 #include "tc/make_intf.h"
 #include "tc/psched.h"
-#include "tc/rate_resolution.h"
 
 namespace quenby {
-namespace {
-
-void run_list(const std::string& commands) {
-  if (!commands.empty()) run_or_exit(commands);
-}
-
-}  // namespace
 
 HtbShaper::HtbShaper()
     : route_(open_socket(NETLINK_ROUTE)),
@@ -32,24 +25,26 @@ HtbShaper::HtbShaper()
 }
 
 void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
-  const GlobalSet given = set;
   const bool has_wan = !set.global.wan.empty();
-  const std::int64_t speed = link_speed(set.global.wan);
-  resolve_global_rates(set, tariffs, resolve_tariff_rates(set, tariffs, speed));
+  const ResolvedSettings settings = resolve(set, tariffs, link_speed(set.global.wan));
 
   const Devices both = devices(set.global);
-  clean_rules(both, has_wan && needs_drop_chain(set));
-  if (has_wan) {
-    create_ipset();
-    set_rps(given);
+  clean_rules(both, has_wan && needs_drop_chain(settings.line));
+  if (has_wan) create_ipset();
+  const DesiredState wanted =
+      desired_state(settings, {link_exists(set), has_wan ? board_name() : std::string()});
+  run_list(wanted.steering);
+  for (const Direction way : kDirections) {
+    both.at(way).setup(wanted.tree(way));
+    both.at(way).create_leaves(wanted.tree(way));
   }
-  for (HtbIntf* const intf : {both.egress.get(), both.ingress.get()}) {
-    intf->setup(set, given, !tariffs.empty(), speed);
-    intf->create_leaves(set.global, tariffs);
-  }
-  if (has_wan) add_ipset_tariffs(tariffs);
-  fill_rules(both, set);
-  if (has_wan) mend_connections(tariffs, any_mark());
+  add_ipset_entries(wanted.addresses);
+  run_list(wanted.firewall);
+  if (has_wan) mend_marks(netfilter_, MarkTable(wanted.addresses), any_mark());
+}
+
+bool HtbShaper::link_exists(const GlobalSet& set) const {
+  return index_of(links_.get(), set.global.wan) != 0;
 }
 
 void HtbShaper::clear(const GlobalSet& set) {
@@ -128,13 +123,6 @@ void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
   devices.egress->fill_clean_fw_rules(commands);
   devices.ingress->fill_clean_fw_rules(commands);
   if (drop_chain) append_commands(commands, drop_chain_commands());
-  run_list(commands);
-}
-
-void HtbShaper::fill_rules(const Devices& devices, const GlobalSet& set) {
-  std::string commands;
-  devices.ingress->fill_fw_rules(set, commands);
-  devices.egress->fill_fw_rules(set, commands);
   run_list(commands);
 }
 

@@ -49,8 +49,9 @@ class HtbShaper {
 
   /// One direction of such a change. `settings` and `added` after rate resolution, `previous` the
   /// direction's settings before the change, `configured` its speed as configured; `remove` is
-  /// false when there is nothing to delete. Speeds in bytes per second.
-  void update_intf(bool ingress, GlobalSettings& settings, const TariffSet& added,
+  /// false when there is nothing to delete. Speeds in bytes per second. The link's speed never
+  /// matters: packets carry marks wherever there are tariffs.
+  void update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
                    const TariffSet& removed, const BandwidthSettings& previous,
                    std::int64_t configured, bool remove, std::int64_t link_speed);
 
@@ -74,24 +75,25 @@ class HtbShaper {
   struct Devices {
     std::unique_ptr<HtbIntf> egress;
     std::unique_ptr<HtbIntf> ingress;
+
+    HtbIntf& at(Direction way) const { return way == Direction::download ? *ingress : *egress; }
   };
 
   std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, bool ingress);
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
   static void clean_rules(const Devices& devices, bool drop_chain);
-  /// Puts our rules into the firewall.
-  static void fill_rules(const Devices& devices, const GlobalSet& set);
+  /// Whether there is a device of the configured WAN name.
+  bool link_exists(const GlobalSet& set) const;
 
   void add_ipset_entries(const std::vector<AddressSetEntry>& entries);
-  bool everything_stands(const GlobalSettings& settings);
+  bool everything_stands(const ResolvedSettings& settings);
   /// Gives live connections that the filter picks the marks that `tariffs` give their addresses.
   /// Comes after every change of the set, so that no connection begins with an old mark any more.
   void mend_connections(const TariffSet& tariffs, const MarkFilter& filter);
   void mend_changed(const TariffChange& change, const TariffSet& removed, const TariffSet& added);
-  void keep_line_only(const GlobalSet& set, TariffChange& change, std::int64_t link_speed);
-  void change_in_place(const GlobalSet& set, TariffChange& change, const TariffSet& removed,
-                       std::int64_t link_speed);
+  void keep_line_only(const TariffChange& change);
+  void change_in_place(const TariffChange& change, const TariffSet& removed);
 
   // Released in reverse order.
   SocketPtr route_;

@@ -1,27 +1,24 @@
 #include "shaper/tariff_change.h"
 
+#include <algorithm>
 #include <map>
 
 #include "model/rate.h"
 #include "model/tariff_config.h"
-#include "tc/rate_resolution.h"
 
 namespace quenby {
 namespace {
 
-bool oversubscribed(const RateSummary& r) {
-  return r.down_limit < r.down_sum || r.up_limit < r.up_sum;
-}
-
 // Whether neither direction has a tree.
-bool unshaped(const GlobalSet& g) {
-  return g.global.download.speed == kNeverSet && g.global.upload.speed == kNeverSet;
+bool unshaped(const GlobalSettings& g) {
+  return g.download.speed == kNeverSet && g.upload.speed == kNeverSet;
 }
 
 // Whether a direction goes from unshaped to shaped or back.
-bool tree_comes_or_goes(const GlobalSet& before, const GlobalSet& after, bool ingress) {
-  return (before.global.direction(ingress).speed == kNeverSet) !=
-         (after.global.direction(ingress).speed == kNeverSet);
+bool tree_comes_or_goes(const GlobalSettings& before, const GlobalSettings& after) {
+  return std::any_of(kDirections.begin(), kDirections.end(), [&](Direction way) {
+    return (before.direction(way).speed == kNeverSet) != (after.direction(way).speed == kNeverSet);
+  });
 }
 
 // On the IMQ device a blocked direction has classes like any other, but none are added to it.
@@ -79,39 +76,62 @@ TariffSet pick(const TariffSet& added, const TariffSet& resolved) {
   return picked;
 }
 
+ChangeReason reason_for(const TariffChange& change, const Owners& gone, const Owners& come) {
+  const GlobalSet& g = change.before.configured;
+  const GlobalSettings& before = change.before.line.global;
+  if (change.tariffs.empty()) return ChangeReason::last_tariff;
+  if (change.before.tariffs.empty()) return ChangeReason::first_tariff;
+  if (change.before.summary.oversubscribed() || change.after.summary.oversubscribed())
+    return ChangeReason::oversubscribed;
+  if (unshaped(before)) return ChangeReason::unshaped;
+  if (tree_comes_or_goes(before, change.after.line.global)) return ChangeReason::tree_comes_or_goes;
+  if (blocked_imq(g)) return ChangeReason::blocked_imq;
+  if (!g.global.wan.empty()) return ChangeReason::in_place;
+  const bool is_shared =
+      shared(change.before.tariffs, gone, come) || shared(change.tariffs, gone, come);
+  return is_shared ? ChangeReason::shared_address : ChangeReason::in_place;
+}
+
 }  // namespace
+
+const char* reason_text(ChangeReason reason) {
+  switch (reason) {
+    case ChangeReason::in_place:
+      return "in place";
+    case ChangeReason::last_tariff:
+      return "line only: no tariff is left";
+    case ChangeReason::first_tariff:
+      return "anew: there was no tariff";
+    case ChangeReason::oversubscribed:
+      return "anew: the guarantees exceed a limit";
+    case ChangeReason::unshaped:
+      return "anew: neither direction is shaped";
+    case ChangeReason::tree_comes_or_goes:
+      return "anew: a direction comes to be shaped, or no longer is";
+    case ChangeReason::blocked_imq:
+      return "anew: a direction of the IMQ device is blocked";
+    case ChangeReason::shared_address:
+      return "anew: two tariffs share an address on the IMQ device";
+  }
+  return "";
+}
 
 TariffChange plan_change(const GlobalSet& g, const TariffSet& current, const TariffSet& removed,
                          const TariffSet& added, std::int64_t link_speed) {
-  TariffChange change{g, g, current, {}, {}, {}, false};
-  TariffSet running = current;
-  const RateSummary now = resolve_tariff_rates(g, running, link_speed);
-  resolve_global_rates(change.before, running, now);
-
+  TariffChange change;
+  change.before = resolve(g, current, link_speed);
+  change.tariffs = current;
   change.tariffs.remove(removed);
   const Owners gone = owners_of(removed);
   change.kept = corrections(gone, Owners(), owners_of(change.tariffs));
   change.tariffs.TariffConfigBase::update(added, false);
-  TariffSet resolved = change.tariffs;
-  const RateSummary then = resolve_tariff_rates(g, resolved, link_speed);
-  resolve_global_rates(change.after, resolved, then);
-  change.created = pick(added, resolved);
+  change.after = resolve(g, change.tariffs, link_speed);
+  change.created = pick(added, change.after.tariffs);
 
   const Owners come = owners_of(added);
   change.settled = corrections(come, come, owners_of(change.tariffs));
-  change.rebuild =
-      oversubscribed(now) || oversubscribed(then) || current.empty() || unshaped(change.before) ||
-      tree_comes_or_goes(change.before, change.after, false) ||
-      tree_comes_or_goes(change.before, change.after, true) || blocked_imq(g) ||
-      (g.global.wan.empty() && (shared(current, gone, come) || shared(change.tariffs, gone, come)));
+  change.reason = reason_for(change, gone, come);
   return change;
-}
-
-FilterUpdate filter_update(bool any_added, bool any_removed, std::int64_t configured,
-                           std::int64_t previous, std::int64_t next, std::int64_t link_speed) {
-  if (configured < previous) return {any_removed && configured >= next, false};
-  if (any_added && configured < next) return {true, configured < link_speed};
-  return {false, false};
 }
 
 }  // namespace quenby

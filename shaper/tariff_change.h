@@ -3,17 +3,40 @@
 #include <cstdint>
 #include <vector>
 
-#include "model/global_set.h"
-#include "model/tariff_set.h"
+#include "model/rate_resolution.h"
 #include "shaper/address_set.h"
 
 namespace quenby {
 
+/// Why a change of tariffs takes the way that it takes.
+enum class ChangeReason {
+  /// Only the changed tariffs' own objects differ.
+  in_place,
+  /// No tariff is left: the line alone.
+  last_tariff,
+  /// There was no tariff yet.
+  first_tariff,
+  /// The guarantees exceed a limit before or after the change, which scales those of all tariffs.
+  oversubscribed,
+  /// Neither direction has a tree, so there is nothing to change.
+  unshaped,
+  /// A direction goes from unshaped to shaped or back.
+  tree_comes_or_goes,
+  /// A blocked direction of the IMQ device has classes like any other, but none are added to it.
+  blocked_imq,
+  /// On the IMQ device an address of the change belongs to another tariff too.
+  shared_address,
+};
+
+/// The reason in a few words.
+const char* reason_text(ChangeReason reason);
+
 /// What a change of tariffs comes to. Every set is ordered by name.
 struct TariffChange {
-  /// The global and default settings after rate resolution with the running and the new tariffs.
-  GlobalSet before;
-  GlobalSet after;
+  ChangeReason reason = ChangeReason::in_place;
+  /// The running and the new configuration.
+  ResolvedSettings before;
+  ResolvedSettings after;
   /// All tariffs after the change, as configured.
   TariffSet tariffs;
   /// Those of the added tariffs, after rate resolution.
@@ -23,9 +46,12 @@ struct TariffChange {
   /// Entries for added addresses that belong to another tariff in the end: of several tariffs with
   /// one address, the last by name has it.
   std::vector<AddressSetEntry> settled;
+
   /// Whether everything has to be built anew, because more than the changed tariffs' own objects
   /// would differ.
-  bool rebuild = false;
+  bool rebuild() const {
+    return reason != ChangeReason::in_place && reason != ChangeReason::last_tariff;
+  }
 };
 
 /// Works out a change. `g` and `current` are what the kernel holds now, as configured; a changed
@@ -33,17 +59,5 @@ struct TariffChange {
 /// `link_speed` in bytes per second.
 TariffChange plan_change(const GlobalSet& g, const TariffSet& current, const TariffSet& removed,
                          const TariffSet& added, std::int64_t link_speed);
-
-/// Whether a direction's filter has to be remade after a change, and for what.
-struct FilterUpdate {
-  bool needed = false;
-  /// The line is slower than the link.
-  bool redirect = false;
-};
-
-/// `configured` is the direction's speed as configured, `previous` and `next` its speeds after rate
-/// resolution before and after the change, all in bytes per second.
-FilterUpdate filter_update(bool any_added, bool any_removed, std::int64_t configured,
-                           std::int64_t previous, std::int64_t next, std::int64_t link_speed);
 
 }  // namespace quenby

@@ -1,8 +1,9 @@
 #include "cli/system.h"
 #include "shaper/address_set.h"
-#include "shaper/firewall.h"
+#include "shaper/desired_state.h"
 #include "shaper/hardware.h"
 #include "shaper/htb_shaper.h"
+#include "tc/firewall_rules.h"
 #include "tc/handles.h"
 
 // Changing tariffs while shaping runs. Addresses leave the set before their classes go, and enter
@@ -24,22 +25,22 @@ std::vector<std::uint32_t> marks_before(const TariffSet& removed, const TariffSe
 void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed,
                                const TariffSet& added) {
   const bool has_wan = !set.global.wan.empty();
-  const std::int64_t speed = link_speed(set.global.wan);
-  TariffChange change = plan_change(set, current, removed, added, speed);
+  TariffChange change = plan_change(set, current, removed, added, link_speed(set.global.wan));
+  const bool in_place = change.reason == ChangeReason::in_place && everything_stands(change.before);
   if (has_wan) {
     del_ipset_tariffs(removed);
     add_ipset_entries(change.kept);
   }
 
-  if (change.tariffs.empty()) {
-    keep_line_only(set, change, speed);
+  if (change.reason == ChangeReason::last_tariff) {
+    keep_line_only(change);
     if (has_wan) mend_changed(change, removed, added);
-  } else if (change.rebuild || !everything_stands(change.before.global)) {
+  } else if (!in_place) {
     // Building only empties the drop chain when it is going to need it.
-    if (has_wan && needs_drop_chain(change.before)) run_or_exit(drop_chain_commands());
+    if (has_wan && needs_drop_chain(change.before.line)) run_or_exit(drop_chain_commands());
     create(std::move(set), std::move(change.tariffs));
   } else {
-    change_in_place(set, change, removed, speed);
+    change_in_place(change, removed);
     if (!has_wan) return;
     add_ipset_tariffs(added);
     add_ipset_entries(change.settled);
@@ -64,49 +65,47 @@ void HtbShaper::del_tariffs(GlobalSet set, const TariffSet& current, const Tarif
 }
 
 // False after a teardown or a run that was killed, when the WAN device has just come up, and when
-// somebody deleted what a change relies on.
-bool HtbShaper::everything_stands(const GlobalSettings& settings) {
-  const Devices both = devices(settings);
-  return both.egress->stands(settings) && both.ingress->stands(settings);
+// somebody deleted what a change relies on. The set's last entry is the last but the rules that a
+// build makes; those no run can look at without the shell.
+bool HtbShaper::everything_stands(const ResolvedSettings& settings) {
+  const Devices both = devices(settings.line.global);
+  const DesiredState standing = desired_state(settings, {true, ""});
+  const bool has_trees =
+      both.egress->stands(standing.upload) && both.ingress->stands(standing.download);
+  if (!has_trees || standing.addresses.empty()) return has_trees;
+  return has_address(netfilter_, standing.addresses.back().address);
 }
 
-void HtbShaper::keep_line_only(const GlobalSet& set, TariffChange& change,
-                               std::int64_t link_speed) {
-  if (!set.has_global) return clear(set);
-  const bool has_wan = !set.global.wan.empty();
-  const Devices both = devices(set.global);
-  both.egress->setup(change.after, set, false, link_speed);
-  both.ingress->setup(change.after, set, false, link_speed);
+void HtbShaper::keep_line_only(const TariffChange& change) {
+  const GlobalSet& configured = change.after.configured;
+  if (!configured.has_global) return clear(configured);
+  const bool has_wan = !configured.global.wan.empty();
+  const Devices both = devices(configured.global);
+  const DesiredState wanted = desired_state(change.after, {link_exists(configured), ""});
+  for (const Direction way : kDirections) both.at(way).setup(wanted.tree(way));
   // Without tariffs a direction may be blocked that was open for them.
-  clean_rules(both, has_wan && (needs_drop_chain(change.before) || needs_drop_chain(change.after)));
-  fill_rules(both, change.after);
+  clean_rules(both, has_wan && (needs_drop_chain(change.before.line) ||
+                                needs_drop_chain(change.after.line)));
+  run_list(wanted.firewall);
 }
 
-void HtbShaper::change_in_place(const GlobalSet& set, TariffChange& change,
-                                const TariffSet& removed, std::int64_t link_speed) {
-  for (const bool ingress : {false, true}) {
-    const std::int64_t configured = set.global.direction(ingress).speed;
-    const GlobalDirSettings& previous = change.before.global.direction(ingress);
+void HtbShaper::change_in_place(const TariffChange& change, const TariffSet& removed) {
+  for (const Direction way : kDirections) {
+    const std::int64_t configured = change.before.configured.global.direction(way).speed;
+    const GlobalDirSettings& previous = change.before.line.global.direction(way);
     const bool remove = configured != kNeverSet || previous.speed != kNeverSet;
-    update_intf(ingress, change.after.global, change.created, removed, previous, configured, remove,
-                link_speed);
+    update_intf(way == Direction::download, change.after.line.global, change.created, removed,
+                previous, configured, remove, change.after.summary.link_speed);
   }
 }
 
-void HtbShaper::update_intf(bool ingress, GlobalSettings& settings, const TariffSet& added,
+void HtbShaper::update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
                             const TariffSet& removed, const BandwidthSettings& previous,
-                            std::int64_t configured, bool remove, std::int64_t link_speed) {
-  GlobalDirSettings& line = settings.direction(ingress);
+                            std::int64_t configured, bool remove, std::int64_t /*link_speed*/) {
   const std::unique_ptr<HtbIntf> intf = device(settings, ingress);
-  // Rate resolution has put the largest burst of all tariffs there.
-  const std::int32_t largest_burst = line.burst;
-  if (intf->has_tree(settings)) intf->update_root_leaf(line);
-  intf->update_leaves(settings, removed, added, remove);
-  if (intf->has_tree(settings)) intf->update_root_leaf_burst(line, largest_burst);
-
-  const FilterUpdate update = filter_update(!added.empty(), !removed.empty(), configured,
-                                            previous.speed, line.speed, link_speed);
-  if (update.needed) intf->update_filter(settings, configured, update.redirect, true);
+  intf->change(device_change(intf->side(), {settings, previous.speed, configured},
+                             intf->has_tree(settings), {removed, added, remove},
+                             intf->standing_filters()));
 }
 
 }  // namespace quenby

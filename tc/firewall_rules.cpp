@@ -49,9 +49,9 @@ void append_commands(std::string& list, const std::string& commands) {
   list += commands;
 }
 
-bool default_blocked(const GlobalSet& set, bool ingress) {
-  return set.global.direction(ingress).speed == kNeverSet && set.has_default &&
-         set.defaults.direction(ingress).speed == 0;
+bool default_blocked(const GlobalSet& set, Direction way) {
+  return set.global.direction(way).speed == kNeverSet && set.has_default &&
+         set.defaults.direction(way).speed == 0;
 }
 
 std::string clean_rules() {
@@ -67,7 +67,7 @@ std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark) {
   const std::string jump = jump_from("OSTREA_FW_OUT_HOOK");
   if (set.global.upload.speed == 0) return jump + kFilterAppend + device + " -j DROP";
   std::string rules;
-  if (default_blocked(set, false)) rules = jump + drop_default(device, default_mark);
+  if (default_blocked(set, Direction::upload)) rules = jump + drop_default(device, default_mark);
   return rules + marking_rules(wan, default_mark);
 }
 
@@ -76,7 +76,8 @@ std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool
   const std::string jump = jump_from("OSTREA_FW_IN_HOOK");
   if (set.global.download.speed == 0)
     return jump + kFilterAppend + device + " -j DROP;" + kTrackAsBefore;
-  if (default_blocked(set, true)) return jump + drop_default(device, default_mark) + kTrackAll;
+  if (default_blocked(set, Direction::download))
+    return jump + drop_default(device, default_mark) + kTrackAll;
   return wan_found ? kTrackAll : kTrackAsBefore;
 }
 
@@ -87,6 +88,23 @@ std::string imq_egress_rules() {
 
 std::string imq_ingress_rules(const std::string& wan) {
   return kIptables + "mangle -A KAVO_QOS_FW_IN_HOOK -i " + shell_word(wan) + " -j IMQ --todev 0";
+}
+
+bool needs_drop_chain(const GlobalSet& set) {
+  return set.global.upload.speed == 0 || set.global.download.speed == 0 ||
+         default_blocked(set, Direction::upload) || default_blocked(set, Direction::download);
+}
+
+std::string drop_chain_commands() {
+  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1 || "
+         "sudo iptables -t filter -N KAVO_OPT_QOS_HOOK>/dev/null 2>&1";
+}
+
+std::string firewall_start_command() { return "sudo /opt/ostrea/sbin/firewall.init start opt-qos"; }
+
+std::string firewall_end_commands() {
+  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1;"
+         "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
 }
 
 }  // namespace quenby

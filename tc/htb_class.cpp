@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "model/number.h"
-#include "tc/handles.h"
+#include "tc/psched.h"
 
 namespace quenby {
 namespace {
@@ -63,6 +63,24 @@ HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_
   }
   values.quantum = std::clamp(values.rate / kRateToQuantum, kLeastQuantum, kLargestQuantum);
   return values;
+}
+
+HtbClass root_class(HandleScheme scheme, const BandwidthSettings& line,
+                    std::int64_t largest_burst) {
+  const std::int64_t own = class_burst(static_cast<double>(line.speed), psched_hz());
+  const std::int64_t burst = own < largest_burst ? largest_burst : 0;
+  return htb_class(class_minor(scheme, kRootClass), 0, line.speed, line.rateBps(), burst,
+                   psched_hz());
+}
+
+HtbClass default_class(HandleScheme scheme, unsigned number, std::int64_t ceil, std::int64_t rate) {
+  return htb_class(number, class_minor(scheme, kRootClass), ceil, rate, 0, psched_hz());
+}
+
+HtbClass tariff_class(HandleScheme scheme, const TariffDirSettings& t) {
+  return htb_class(class_minor(scheme, static_cast<unsigned>(t.id)),
+                   class_minor(scheme, kRootClass), t.speed, t.rateBps(), t.burstSize(),
+                   psched_hz());
 }
 
 }  // namespace quenby

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 
+#include "model/tariff_dir_settings.h"
+#include "tc/handles.h"
+
 namespace quenby {
 
 /// An HTB class as the kernel receives it. Rates in bytes per second, bursts in bytes; the quantum
@@ -14,6 +17,8 @@ struct HtbClass {
   std::uint32_t burst = 0;
   std::uint32_t cburst = 0;
   std::uint32_t quantum = 0;
+
+  bool operator==(const HtbClass&) const = default;
 };
 
 /// The burst in bytes for `rate` bytes per second: 240 ms of traffic, and no less than one clock
@@ -27,5 +32,15 @@ std::int32_t class_burst(double rate, int hz);
 /// one that the kernel would choose, which logs its choice where a tenth of the rate does not do.
 HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_t rate,
                    std::int64_t burst, int hz);
+
+// The classes of a direction, by the scheduler clock that the shaper read (tc/psched.h). Rates and
+// speeds after rate resolution.
+
+/// The root class of a line, whose burst also covers `largest_burst` bytes.
+HtbClass root_class(HandleScheme scheme, const BandwidthSettings& line, std::int64_t largest_burst);
+/// The default or default tariff's class with a guarantee of `rate`.
+HtbClass default_class(HandleScheme scheme, unsigned number, std::int64_t ceil, std::int64_t rate);
+/// One direction's class of a tariff.
+HtbClass tariff_class(HandleScheme scheme, const TariffDirSettings& t);
 
 }  // namespace quenby

@@ -2,25 +2,21 @@
 
 #include "tc/assert.h"
 #include "tc/firewall_rules.h"
-#include "tc/fq_codel.h"
+#include "tc/qdiscs.h"
+#include "tc/tree_walk.h"
 
 namespace quenby {
 
 HtbEthIntf::HtbEthIntf(const std::string& name, SocketPtr& sock, CachePtr& link_cache)
-    : HtbMarkIntf(name, false, sock, link_cache) {}
+    : HtbMarkIntf(name, Direction::upload, sock, link_cache) {}
 
-void HtbEthIntf::setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
-                       std::int64_t link_speed) {
+void HtbEthIntf::setup(const DeviceTree& tree) {
   if (!has_link()) return;
   root_qdisc_del();
-  ingress_op(set.global, htb_action::remove);
-  const std::int64_t speed = set.global.upload.speed;
-  if (speed == 0) {
-    global_fq_codel_op(set.global, htb_action::create);
-  } else if (speed != kNeverSet) {
-    build_tree(set, given, tariffs, link_speed);
-  }
-  ingress_op(set.global, htb_action::create);
+  qdisc_op(ingress_qdisc(), htb_action::remove);
+  install_line(device(), tree);
+  if (!tree.line.empty()) change_path(tree.path);
+  if (tree.ingress) add_qdisc(device(), *tree.ingress);
 }
 
 void HtbEthIntf::teardown(const GlobalSet& set) {
@@ -28,13 +24,10 @@ void HtbEthIntf::teardown(const GlobalSet& set) {
   root_qdisc_del();
 }
 
-void HtbEthIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool redirect,
-                               bool restore_mark) {
-  if (!has_link()) return;
+void HtbEthIntf::change_path(const MarkPath& path) {
   del_filter(name(), kHtbMajor, 1, nullptr);
   del_filter(name(), kHtbMajor, 2, "fw");
-  if (g.upload.speed == kNeverSet || g.upload.speed == 0) return;
-  if (redirect || restore_mark) add_fw_filter(1);
+  if (path.classifier) add_fw_filter(1);
 }
 
 std::string& HtbEthIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
@@ -42,10 +35,9 @@ std::string& HtbEthIntf::fill_fw_rules(const GlobalSet& set, std::string& list) 
   return list;
 }
 
-bool HtbEthIntf::stands(const GlobalSettings& g) const {
-  if (!qdisc_stands("ingress", kIngressHandle, TC_H_INGRESS)) return false;
-  if (wants_tree(g)) return htb_stands();
-  return g.upload.speed != 0 || qdisc_stands("fq_codel", kPlainRootHandle, TC_H_ROOT);
+bool HtbEthIntf::stands(const DeviceTree& tree) const {
+  return has_link() && (!tree.ingress || qdisc_stands(device(), *tree.ingress)) &&
+         tree_stands(device(), tree);
 }
 
 void HtbEthIntf::def_qdisc_op(const BandwidthSettings& def, htb_action action) {
@@ -74,12 +66,11 @@ void HtbEthIntf::def_tar_qdisc_op(const BandwidthSettings& def, htb_action actio
 }
 
 void HtbEthIntf::global_fq_codel_op(const GlobalSettings& g, htb_action action) {
-  qdisc_op("fq_codel", kPlainRootHandle, TC_H_ROOT, g.upload, action, set_fq_codel);
+  qdisc_op(plain_root(g.upload), action);
 }
 
-void HtbEthIntf::ingress_op(const GlobalSettings& g, htb_action action) {
-  qdisc_op("ingress", kIngressHandle, TC_H_INGRESS, g.download, action,
-           [](const BandwidthSettings&, rtnl_qdisc*) {});
+void HtbEthIntf::ingress_op(const GlobalSettings& /*g*/, htb_action action) {
+  qdisc_op(ingress_qdisc(), action);
 }
 
 }  // namespace quenby

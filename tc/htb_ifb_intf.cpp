@@ -4,22 +4,25 @@
 
 #include "cli/system.h"
 #include "tc/assert.h"
+#include "tc/filters.h"
 #include "tc/firewall_rules.h"
+#include "tc/links.h"
+#include "tc/qdiscs.h"
 #include "tc/redirect.h"
 #include "tc/redirection.h"
+#include "tc/tree_walk.h"
 
 namespace quenby {
 
 HtbIfbIntf::HtbIfbIntf(SocketPtr& sock, CachePtr& link_cache)
-    : HtbMarkIntf(kIfbName, true, sock, link_cache) {}
+    : HtbMarkIntf(kIfbName, Direction::download, sock, link_cache) {}
 
-void HtbIfbIntf::setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
-                       std::int64_t link_speed) {
+void HtbIfbIntf::setup(const DeviceTree& tree) {
   root_qdisc_del();
-  const std::int64_t speed = set.global.download.speed;
-  if (!link_exists(set.global.wan) || speed == kNeverSet || speed == 0) return;
+  if (!tree.root) return;
   if (!has_link()) link_add();
-  build_tree(set, given, tariffs, link_speed);
+  install_line(device(), tree);
+  change_path(tree.path);
 }
 
 void HtbIfbIntf::teardown(const GlobalSet& /*set*/) {
@@ -30,33 +33,34 @@ void HtbIfbIntf::teardown(const GlobalSet& /*set*/) {
 // A redirection to a deleted device drops every packet. It goes last, because it is what a run
 // after one that was killed finds the device by.
 void HtbIfbIntf::release(int feeder) {
-  const IngressFilters filters = ingress_filters(sock(), feeder);
-  const std::vector<std::uint32_t> handles = filters.handles_for(ifindex());
+  const Device wan = device(feeder);
+  const IngressFilters filters = ingress_filters(wan.sock, feeder);
+  const std::vector<std::uint32_t> handles = filters.handles_for(device().ifindex);
   if (handles.empty()) return;
-  del_qdisc_of(feeder, "htb", kHtbHandle, TC_H_ROOT);
+  quenby::delete_qdisc(wan, htb_root(false));
   if (filters.others || handles.size() < filters.redirections.size()) {
-    for (const std::uint32_t handle : handles) del_redirection(feeder, handle);
+    for (const std::uint32_t handle : handles)
+      delete_u32_filter(wan, kIngressHandle, handle, kRedirectionPrio);
   } else {
-    del_qdisc_of(feeder, "ingress", kIngressHandle, TC_H_INGRESS);
+    quenby::delete_qdisc(wan, ingress_qdisc());
   }
 }
 
-bool HtbIfbIntf::stands(const GlobalSettings& g) const {
-  if (!wants_tree(g)) return true;
-  if (!htb_stands()) return false;
-  const std::vector<Redirection> found = ingress_filters(sock(), ifindex_of(g.wan)).redirections;
+bool HtbIfbIntf::stands(const DeviceTree& tree) const {
+  if (!tree.root) return true;
+  if (!tree_stands(device(), tree)) return false;
+  const Device self = device();
+  const int feeder = index_of(links(), tree.path.feeder);
+  const std::vector<Redirection> found = ingress_filters(self.sock, feeder).redirections;
   return std::any_of(found.begin(), found.end(),
-                     [this](const Redirection& r) { return r.target == ifindex(); });
+                     [&self](const Redirection& r) { return r.target == self.ifindex; });
 }
 
-void HtbIfbIntf::update_filter(const GlobalSettings& g, std::int64_t /*speed*/, bool /*redirect*/,
-                               bool restore_mark) {
-  if (!has_link() || !link_exists(g.wan)) return;
+void HtbIfbIntf::change_path(const MarkPath& path) {
   del_filter(name(), kHtbMajor, 1, nullptr);
-  del_filter(g.wan, kIngressMajor, 1, nullptr);
-  if (g.download.speed == kNeverSet || g.download.speed == 0) return;
-  if (restore_mark) add_fw_filter(1);
-  run_or_exit(redirect_command(g.wan, restore_mark));
+  del_filter(path.feeder, kIngressMajor, kRedirectionPrio, nullptr);
+  if (path.classifier) add_fw_filter(1);
+  if (!path.feed.empty()) run_or_exit(path.feed);
 }
 
 std::string& HtbIfbIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {

@@ -14,20 +14,20 @@ class HtbIfbIntf : public HtbMarkIntf {
   HtbIfbIntf(SocketPtr& sock, CachePtr& link_cache);
 
   const char* kind() const override { return "ifb"; }
-  void setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
-             std::int64_t link_speed) override;
+  void setup(const DeviceTree& tree) override;
   /// Before it deletes the device it takes away what feeds it, on whatever device that is.
   void teardown(const GlobalSet& set) override;
-  void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
-                     bool restore_mark) override;
   std::string& fill_fw_rules(const GlobalSet& set, std::string& list) const override;
-  /// HTB, and the redirection that feeds it.
-  bool stands(const GlobalSettings& g) const override;
+  /// A tree that nobody wants stands, whatever there is.
+  bool stands(const DeviceTree& tree) const override;
   void def_qdisc_op(const BandwidthSettings& def, htb_action action) override;
   void class_op(const TariffDirSettings& t, htb_action action) override;
   void def_class_op(const BandwidthSettings& def, htb_action action) override;
   void def_tar_class_op(const BandwidthSettings& def, htb_action action) override;
   void def_tar_qdisc_op(const BandwidthSettings& def, htb_action action) override;
+
+ protected:
+  void change_path(const MarkPath& path) override;
 
  private:
   /// Takes our tree and our redirection off the device `feeder`, if it has a redirection.

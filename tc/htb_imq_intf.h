@@ -1,12 +1,10 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "tc/address_tree.h"
 #include "tc/htb_intf.h"
-#include "tc/u32_inventory.h"
 
 namespace quenby {
 
@@ -15,30 +13,26 @@ namespace quenby {
 class HtbImqIntf : public HtbIntf {
  public:
   using HtbIntf::class_op;
+  using HtbIntf::create_leaves;
 
   HtbImqIntf(bool ingress, SocketPtr& sock, CachePtr& link_cache);
 
   const char* kind() const override { return "imq"; }
-  void setup(GlobalSet& set, const GlobalSet& given, bool tariffs,
-             std::int64_t link_speed) override;
+  void setup(const DeviceTree& tree) override;
   void teardown(const GlobalSet& set) override;
   void create_leaves(const GlobalSettings& g, const TariffSet& set) override;
-  void update_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
-                     bool remove) override;
   /// Addresses need no filter of the kind that this remakes.
   void update_filter(const GlobalSettings& g, std::int64_t speed, bool redirect,
                      bool restore_mark) override;
   std::string& fill_fw_rules(const GlobalSet& set, std::string& list) const override;
-  unsigned base_ht_id() const override;
-  unsigned base_ht_node() const override;
   void def_qdisc_op(const BandwidthSettings& def, htb_action action) override;
   void class_op(const TariffDirSettings& t, htb_action action) override;
   void def_class_op(const BandwidthSettings& def, htb_action action) override;
 
   /// The download object prints both directions.
   void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
-  bool wants_tree(const GlobalSettings& g) const override;
-  bool stands(const GlobalSettings& g) const override;
+  bool stands(const DeviceTree& tree) const override;
+  U32Inventory standing_filters() const override;
 
   /// The first level of the address tree, where some tariff or the line itself is shaped.
   void create_base_ht(const GlobalSettings& g, const TariffSet& set);
@@ -54,21 +48,12 @@ class HtbImqIntf : public HtbIntf {
   /// `remove` false.
   void delete_ht_leaf(const TariffDirSettings& t, bool remove,
                       const std::vector<std::uint32_t>& addresses);
-  /// Deletes those of `removed` and then makes those of `added`.
+  /// Deletes those of `removed` and makes those of `added`.
   void update_ht_leaves(const GlobalSettings& g, const TariffSet& removed, const TariffSet& added,
                         bool remove);
 
  protected:
-  HandleScheme scheme() const override;
-
- private:
-  /// Class, filters and leaf of every tariff that has any; the root class's burst.
-  void fill_tree(const GlobalDirSettings& line, const TariffSet& set, AddressTree& tree,
-                 bool tolerate);
-  /// The u32 filters that the device had when something first asked for them.
-  const U32Inventory& filters();
-
-  std::optional<U32Inventory> filters_;
+  void change_path(const MarkPath& path) override;
 };
 
 /// A variant that takes incoming packets to the IMQ device by a rule of its own.

@@ -1,5 +1,6 @@
 #include <iostream>
 
+#include "cli/error.h"
 #include "tc/class_statistics.h"
 #include "tc/htb_imq_intf.h"
 #include "tc/htb_mark_intf.h"
@@ -22,9 +23,12 @@ void for_each_class(nl_cache* cache, rtnl_class* filter, Visit visit) {
 
 void HtbIntf::class_stat(const TariffConfig& cfg) const {
   if (!has_link()) return;
-  const ClassPtr filter = new_class(nullptr);
+  const Device self = device();
+  const ClassPtr filter(rtnl_class_alloc());
+  if (filter == nullptr) _error("Cannot allocate rtnl_class");
+  self.attach(TC_CAST(filter.get()), nullptr);
   nl_cache* all = nullptr;
-  const int result = rtnl_class_alloc_cache(sock(), ifindex(), &all);
+  const int result = rtnl_class_alloc_cache(self.sock, self.ifindex, &all);
   if (result < 0 || all == nullptr) nl_fatal("Cannot allocate rtnl_class_cache", result);
   const CachePtr cache(all, nl_cache_free);
   stat_classes(cache.get(), filter.get(), cfg);

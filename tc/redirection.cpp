@@ -147,14 +147,4 @@ IngressFilters ingress_filters(nl_sock* sock, int ifindex) {
   return listing.filters;
 }
 
-std::vector<int> link_indexes(nl_cache* links) {
-  std::vector<int> indexes;
-  const auto note = [](nl_object* link, void* context) {
-    const int ifindex = rtnl_link_get_ifindex(reinterpret_cast<rtnl_link*>(link));
-    static_cast<std::vector<int>*>(context)->push_back(ifindex);
-  };
-  nl_cache_foreach(links, note, &indexes);
-  return indexes;
-}
-
 }  // namespace quenby

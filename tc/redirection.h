@@ -9,6 +9,9 @@
 /// tc/redirect.h makes there.
 namespace quenby {
 
+/// The priority at which we put ours.
+inline constexpr unsigned kRedirectionPrio = 1;
+
 /// A u32 filter of priority 1 that redirects every IPv4 packet.
 struct Redirection {
   std::uint32_t handle = 0;
@@ -36,8 +39,5 @@ void note_filter(const nlmsghdr* message, int ifindex, IngressFilters& filters);
 /// Asks the kernel for the filters of a device's ingress qdisc; none when it has no such qdisc.
 /// Failure ends the process.
 IngressFilters ingress_filters(nl_sock* sock, int ifindex);
-
-/// The interface indexes of all links of a cache.
-std::vector<int> link_indexes(nl_cache* links);
 
 }  // namespace quenby

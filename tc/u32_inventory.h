@@ -11,6 +11,8 @@ namespace quenby {
 /// The u32 filters and tables of a device's classifier cache, by handle and by class.
 class U32Inventory {
  public:
+  /// Of a device without any.
+  U32Inventory() = default;
   explicit U32Inventory(const CachePtr& cache);
 
   /// Every filter and table.

@@ -4,8 +4,7 @@ Call: python3 docs/pictures/rates.py JSON-FILE >docs/pictures/rates.dat
 
 The first block has one line a sample: seconds, then Mbit/s that arrived at each
 subscriber since the sample before. The second is the command's begin and end.
-The third has the configured speeds in Mbit/s: the changed tariff's before and after,
-the other one's.
+The third has the changed tariff's speed, before and after, and the other one's, in Mbit/s.
 """
 
 import json
@@ -26,9 +25,9 @@ def table(change):
     yield "seconds " + " ".join(f'"{name}"' for name in samples[0]["bytes"])
     for seconds, rates in sample_rates(samples):
         yield f"{seconds:.3f} " + " ".join(f"{rate:.3f}" for rate in rates)
+    configured = change["configured"]
     yield f"\n\n{change['command_started']} {change['command_ended']}"
-    before, after, other, _ = (speed / 1000 for _, _, _, speed in change["rates"])
-    yield f"\n\n{before} {after} {other}"
+    yield "\n\n" + " ".join(str(configured[key] / 1000) for key in ("before", "after", "other"))
 
 
 def main():

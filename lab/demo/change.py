@@ -87,7 +87,8 @@ class LiveChange:
 
     def record(self):
         return {"direction": "download", "changed": self.old.name,
-                "configured": {"before": self.old.download, "after": self.new.download},
+                "configured": {"before": self.old.download, "after": self.new.download,
+                               "other": self.other.download},
                 "command_started": round(self.started, 3), "command_ended": round(self.ended, 3),
                 "windows": {"before": [window.record() for window in self._before],
                             "after": [window.record() for window in self._after]},

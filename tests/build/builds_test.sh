@@ -1,9 +1,11 @@
 #!/bin/bash
 # Builds the program as a newcomer does, without presets and without GoogleTest:
-# with no build type, with each of CMake's and with clang++, and in one of them with a
-# Boost that has no library of Boost.System any more. The tests themselves are
-# compiled by the presets dev and asan alone. Each program must run and keep its
-# assertions; a warning ends the build of a preset and no other.
+# with no build type, as Release (with a Boost that has no library of Boost.System) and
+# with clang++. Each program must run and keep its
+# assertions. CMake's other build types must compile the same files in the same way
+# but for the type's own flags, and keep their assertions. The tests themselves are
+# compiled by the presets dev and asan alone. A warning ends the build of a preset
+# and no other.
 #
 # Call: tests/build/builds_test.sh
 set -euo pipefail
@@ -20,12 +22,31 @@ quietly() {
   "$@" >"$scratch/log" 2>&1 || { tail -n 30 "$scratch/log"; return 1; }
 }
 
-# `cmake -B FOLDER && cmake --build FOLDER`. Call: plain FOLDER [OPTION...]
-plain() {
+# Call: configured FOLDER [OPTION...]
+configured() {
   local folder=$1
   shift
-  quietly cmake -B "$folder" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON "$@" &&
-    quietly cmake --build "$folder" --parallel 2
+  quietly cmake -B "$folder" -DCMAKE_DISABLE_FIND_PACKAGE_GTest=ON "$@"
+}
+
+# `cmake -B FOLDER && cmake --build FOLDER`. Call: plain FOLDER [OPTION...]
+plain() {
+  configured "$@" && quietly cmake --build "$1" --parallel 2
+}
+
+# The compiler's command for each file, less FLAGS, which all must have.
+# Call: commands FOLDER [FLAGS]
+commands() {
+  python3 - "$@" <<'END'
+import json, sys
+folder, flags = sys.argv[1], " ".join(sys.argv[2:])
+with open(folder + "/compile_commands.json", encoding="utf-8") as commands:
+    lines = [" ".join(entry["command"].split()) for entry in json.load(commands)]
+for line in sorted(lines):
+    before, found, after = line.partition(f" {flags} " if flags else " ")
+    assert found, f"no {flags}: {line}"
+    print(f"{before} {after}".replace(folder, "FOLDER"))
+END
 }
 
 # The compiler's command for a file of the engine, for SOURCE and PROGRAM instead.
@@ -66,9 +87,22 @@ builds() {
   shift
   holds "$name: build" plain "$folder" "$@"
   expect "$name: the program runs" "Error: missing argument" "$("$folder/quenby" 2>&1 || true)"
-  expect "$name: assertions are on" "broken: kavo-tc-htb:4: main: Assertion \`count > 1' failed.
-status 134" "$(assertion "$folder")"
-  rm -rf "$folder"
+  asserts "$name" "$folder"
+}
+
+# Call: asserts NAME FOLDER
+asserts() {
+  expect "$1: assertions are on" "broken: kavo-tc-htb:4: main: Assertion \`count > 1' failed.
+status 134" "$(assertion "$2")"
+  rm -rf "$2"
+}
+
+# A build type that differs from none by FLAGS alone. Call: differs_by TYPE FLAGS
+differs_by() {
+  local folder=$scratch/$1
+  holds "$1: configuration" configured "$folder" -DCMAKE_BUILD_TYPE="$1"
+  expect "$1: every file's command differs by $2" "$plain_commands" "$(commands "$folder" "$2")"
+  asserts "$1" "$folder"
 }
 
 # Makes a Boost that has the library of Boost.Filesystem and no other.
@@ -103,7 +137,7 @@ test_newer_boost() {
   fails "there is none for who needs it" cmake -S "$scratch/needy" -B "$scratch/needy/build" \
     -DBoost_DIR="$scratch/boost" >/dev/null 2>&1
   rm "$scratch/boost/taken"
-  builds MinSizeRel -DCMAKE_BUILD_TYPE=MinSizeRel -DBoost_DIR="$scratch/boost"
+  builds Release -DCMAKE_BUILD_TYPE=Release -DBoost_DIR="$scratch/boost"
   holds "that Boost was taken" test -e "$scratch/boost/taken"
 }
 
@@ -122,10 +156,13 @@ test_warnings() {
   holds "the warning was the reason" grep -q 'Werror=padded' "$scratch/log"
 }
 
+configured "$scratch/none"
+plain_commands=$(commands "$scratch/none")
+[ -n "$plain_commands" ]
 builds none
-for kind in Debug Release RelWithDebInfo; do
-  builds "$kind" -DCMAKE_BUILD_TYPE="$kind"
-done
+differs_by Debug "-g"
+differs_by RelWithDebInfo "-O2 -g -DNDEBUG"
+differs_by MinSizeRel "-Os -DNDEBUG"
 test_newer_boost
 builds clang -DCMAKE_CXX_COMPILER=clang++-14
 test_warnings

@@ -91,16 +91,16 @@ TEST(Differences, StandInTheOrderOfNames) {
 using Change = void (*)(TariffSettings&);
 
 // One direction's fields, which configuration keys reach or the program works out.
-template <bool Download>
+template <Direction Way>
 std::vector<Change> direction_changes() {
   return {
-      [](TariffSettings& t) { t.direction(Download).speed += 1; },
-      [](TariffSettings& t) { t.direction(Download).burst += 1; },
-      [](TariffSettings& t) { t.direction(Download).aggregation = 2.5; },
-      [](TariffSettings& t) { t.direction(Download).burst_rate += 1; },
-      [](TariffSettings& t) { t.direction(Download).burst_size += 1; },
-      [](TariffSettings& t) { t.direction(Download).id += 1; },
-      [](TariffSettings& t) { t.direction(Download).qdisc = kQdiscPfifo; },
+      [](TariffSettings& t) { t.direction(Way).speed += 1; },
+      [](TariffSettings& t) { t.direction(Way).burst += 1; },
+      [](TariffSettings& t) { t.direction(Way).aggregation = 2.5; },
+      [](TariffSettings& t) { t.direction(Way).burst_rate += 1; },
+      [](TariffSettings& t) { t.direction(Way).burst_size += 1; },
+      [](TariffSettings& t) { t.direction(Way).id += 1; },
+      [](TariffSettings& t) { t.direction(Way).qdisc = kQdiscPfifo; },
   };
 }
 
@@ -134,11 +134,11 @@ TEST(Differences, AreFoundInEveryFieldOfATariff) {
 }
 
 TEST(Differences, AreFoundInEveryFieldOfTheDownload) {
-  expect_difference(direction_changes<true>());
+  expect_difference(direction_changes<Direction::download>());
 }
 
 TEST(Differences, AreFoundInEveryFieldOfTheUpload) {
-  expect_difference(direction_changes<false>());
+  expect_difference(direction_changes<Direction::upload>());
 }
 
 constexpr const char* kAmy = R"([amy]

@@ -1,10 +1,9 @@
 #include <sys/mman.h>
 
-#include <iterator>
-#include <random>
 #include <unistd.h>
 
 #include "tests/config/ini_fixture.h"
+#include "tests/config/ini_generator.h"
 
 // Whatever bytes a file holds, reading it does no harm: the sanitizers watch, and what was taken
 // is within its limits.
@@ -14,35 +13,6 @@ namespace {
 using test::write_file;
 
 constexpr int kFiles = 3000;
-
-const std::string kSeedText =
-    "[gold]\nid=4\nip=10.0.0.1/24\naggregation=2.5\ndownload_speed=10000\n"
-    "download_burst_rate=20000\ndownload_burst_size=15000\nqueuing_discipline=sfq\n"
-    "[global]\nenabled=true\nwan=eth1\nupload_speed=5\n[defaultqosipqueue]\nupload_speed=1e9\n";
-
-const char* const kTokens[] = {"[",
-                               "]",
-                               "=",
-                               "\n",
-                               "\r\n",
-                               "nan",
-                               "inf",
-                               "1e300",
-                               "-1",
-                               "0x",
-                               "id=",
-                               "ip=",
-                               "[a]",
-                               "/",
-                               "99999999999999999999",
-                               " ",
-                               "\t",
-                               "enabled=",
-                               "upload_speed=",
-                               "aggregation=",
-                               "\xff",
-                               "upload_burst_size=",
-                               "download_burst_rate="};
 
 // A file without a disk: thousands of them are written.
 class MemoryFile {
@@ -62,51 +32,11 @@ class IniFuzz : public testing::Test {
   std::string path() const { return file_.path(); }
   std::string copy_path() const { return copy_.path(); }
 
-  unsigned below(unsigned limit) { return static_cast<unsigned>(random_() % limit); }
-
-  std::string random_bytes() {
-    std::string text(below(300), '\0');
-    for (char& c : text) c = static_cast<char>(below(256));
-    return text;
-  }
-
-  std::string random_tokens() {
-    std::string text;
-    for (unsigned count = below(40); count > 0; --count) text += kTokens[below(std::size(kTokens))];
-    return text;
-  }
-
-  std::string mutated() {
-    std::string text = kSeedText;
-    for (unsigned changes = 1 + below(6); changes > 0; --changes) {
-      const std::size_t at = below(static_cast<unsigned>(text.size()));
-      switch (below(4)) {
-        case 0:
-          text[at] = static_cast<char>(below(256));
-          break;
-        case 1:
-          text.erase(at, 1 + below(20));
-          break;
-        case 2:
-          text.insert(at, kTokens[below(std::size(kTokens))]);
-          break;
-        default:
-          text.insert(at, text.substr(below(static_cast<unsigned>(text.size())), below(5000)));
-      }
-      if (text.empty()) text = "[";
-    }
-    return text;
-  }
-
-  std::string next(int index) {
-    if (index % 3 == 0) return mutated();
-    return index % 3 == 1 ? random_tokens() : random_bytes();
-  }
+  test::IniGenerator generator_;
 
  private:
   MemoryFile file_;
   MemoryFile copy_;
-  std::mt19937 random_{20'240'601};
 };
 
 void expect_limits(const TariffSet& set) {
@@ -127,7 +57,7 @@ TEST_F(IniFuzz, AnyFileIsReadWithinTheLimits) {
   int accepted = 0;
   for (int i = 0; i < kFiles; ++i) {
     SCOPED_TRACE(i);
-    write_file(path(), next(i));
+    write_file(path(), generator_.next(i));
     TariffIniFile file(path(), true);
     TariffSet set;
     TariffConfig config;
@@ -152,7 +82,7 @@ TEST_F(IniFuzz, AnyFileIsReadWithinTheLimits) {
 TEST_F(IniFuzz, AnyFileIsCopiedToOneThatReadsTheSame) {
   for (int i = 0; i < kFiles / 3; ++i) {
     SCOPED_TRACE(i);
-    write_file(path(), next(i));
+    write_file(path(), generator_.next(i));
     TariffIniFile file(path(), true);
     const bool copied = file.modify_ini(TariffSet(), copy_path());
     TariffSet original;

@@ -22,7 +22,8 @@ class AddressTreeTest : public DeviceTest {
     const auto t = tariff("a", 5, kTenMbit, addresses);
     quenby::AddressTree tree(ingress ? quenby::HandleScheme::imq_download
                                      : quenby::HandleScheme::imq_upload);
-    imq(ingress).create_ht_leaf(t.direction(ingress), tree, t.addresses, false);
+    imq(ingress).create_ht_leaf(t.direction(quenby::direction_of(ingress)), tree, t.addresses,
+                                false);
   }
 };
 

@@ -50,17 +50,17 @@ class AddressTreeUpdateTest : public DeviceTest {
 
 TEST_F(AddressTreeUpdateTest, ADeletedTariffLosesLeafFiltersAndClassInThisOrder) {
   imq(true).update_leaves(kLine, tariffs({bob}), {}, true);
-  EXPECT_EQ(kernel.requests(), R"(RTM_DELQDISC REQUEST|ACK
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETTFILTER REQUEST|ACK|DUMP
+  family 0 ifindex 9
+  handle none
+  parent 8000:0
+  info prio 0 protocol 0x0
+RTM_DELQDISC REQUEST|ACK
   family 0 ifindex 9
   handle 8005:0
   parent 8000:5
   info 0
   TCA_KIND "sfq"
-RTM_GETTFILTER REQUEST|ACK|DUMP
-  family 0 ifindex 9
-  handle none
-  parent 8000:0
-  info prio 0 protocol 0x0
 RTM_DELTFILTER REQUEST|ACK
   family 0 ifindex 9
   handle table 4 bucket 5 node 2049
@@ -84,8 +84,8 @@ RTM_DELTCLASS REQUEST|ACK
 // The leaf's major is 0x8000 + 20000 + 5.
 TEST_F(AddressTreeUpdateTest, TheUploadLosesItsOwnFilters) {
   imq(false).update_leaves(kLine, tariffs({bob}), {}, true);
-  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 9 sfq ce25:0 parent 8000:8005
-RTM_GETTFILTER DUMP
+  EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
+RTM_DELQDISC ifindex 9 sfq ce25:0 parent 8000:8005
 RTM_DELTFILTER ifindex 9 u32 table 21 bucket 5 node 2049 parent 8000:0 prio 1
 RTM_DELTFILTER ifindex 9 u32 table 22 bucket 6 node 2048 parent 8000:0 prio 1
 RTM_DELTCLASS ifindex 9 8000:8005 parent 8000:8001
@@ -108,8 +108,8 @@ TEST_F(AddressTreeUpdateTest, OtherClassifiersOfTheClassStay) {
   kernel.has_filter({kImqIndex, at(9, 9, kFirst), 0x80000005, "fw"});
   kernel.has_filter({kWanIndex, at(9, 9, kFirst), 0x80000005});
   imq(true).delete_ht_leaf(bob.download, true, bob.addresses);
-  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
-RTM_GETTFILTER DUMP
+  EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
+RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
 RTM_DELTFILTER ifindex 9 u32 table 4 bucket 5 node 2049 parent 8000:0 prio 1
 RTM_DELTFILTER ifindex 9 u32 table 5 bucket 6 node 2048 parent 8000:0 prio 1
 RTM_DELTCLASS ifindex 9 8000:5 parent 8000:1
@@ -120,8 +120,8 @@ RTM_DELTCLASS ifindex 9 8000:5 parent 8000:1
 TEST_F(AddressTreeUpdateTest, AChangedTariffUsesTheTablesThatAreLinkedAndLinksNewOnes) {
   const auto moved = tariff("bob", 5, kTenMbit, {"10.0.17.9", "10.0.3.7"}, kQdiscPfifo);
   imq(true).update_leaves(kLine, tariffs({bob}), tariffs({moved}), true);
-  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
-RTM_GETTFILTER DUMP
+  EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
+RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
 RTM_DELTFILTER ifindex 9 u32 table 4 bucket 5 node 2049 parent 8000:0 prio 1
 RTM_DELTFILTER ifindex 9 u32 table 5 bucket 6 node 2048 parent 8000:0 prio 1
 RTM_DELTCLASS ifindex 9 8000:5 parent 8000:1
@@ -135,10 +135,10 @@ RTM_NEWQDISC CREATE ifindex 9 pfifo 8005:0 parent 8000:5
 }
 
 TEST_F(AddressTreeUpdateTest, TheUploadLinksItsOwnTables) {
-  const auto moved = tariff("bob", 5, kTenMbit, {"10.0.17.9", "10.0.3.7"});
-  imq(false).update_leaves(kLine, {}, tariffs({moved}), true);
+  const auto zed = tariff("zed", 6, kTenMbit, {"10.0.17.9", "10.0.3.7"});
+  imq(false).update_leaves(kLine, {}, tariffs({zed}), true);
   EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
-RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8005 parent 8000:8001
+RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8006 parent 8000:8001
 RTM_NEWTFILTER CREATE ifindex 9 u32 table 21 bucket 9 node 0 parent 8000:0 prio 1
 RTM_NEWTFILTER CREATE ifindex 9 u32 table 23 bucket 0 node 0 parent 8000:0 prio 1
 RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 3 node 0 parent 8000:0 prio 1
@@ -237,14 +237,29 @@ RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:8001 parent 8000:0
 )");
 }
 
+// A run that was killed after it had made Bob's class and filters is repeated.
+TEST_F(AddressTreeUpdateTest, WhatAnInterruptedChangeMadeGoesFirst) {
+  imq(true).update_leaves(kLine, {}, tariffs({bob}), true);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
+RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
+RTM_DELTFILTER ifindex 9 u32 table 4 bucket 5 node 2049 parent 8000:0 prio 1
+RTM_DELTFILTER ifindex 9 u32 table 5 bucket 6 node 2048 parent 8000:0 prio 1
+RTM_DELTCLASS ifindex 9 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 9 htb 8000:5 parent 8000:1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 5 node 0 parent 8000:0 prio 1
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 5 bucket 6 node 0 parent 8000:0 prio 1
+RTM_NEWQDISC CREATE ifindex 9 sfq 8005:0 parent 8000:5
+)");
+}
+
 TEST_F(AddressTreeUpdateTest, WhatIsGoneDoesNotStopTheChange) {
   for (const int error : {ENOENT, EINVAL}) {
     kernel.refuse(RTM_DELQDISC, error);
     for (int i = 0; i < 2; ++i) kernel.refuse(RTM_DELTFILTER, error);
     kernel.refuse(RTM_DELTCLASS, ENOENT);
     imq(true).update_leaves(kLine, tariffs({bob, amy}), {}, true);
-    EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
-RTM_GETTFILTER DUMP
+    EXPECT_EQ(kernel.summaries(), R"(RTM_GETTFILTER DUMP
+RTM_DELQDISC ifindex 9 sfq 8005:0 parent 8000:5
 RTM_DELTFILTER ifindex 9 u32 table 4 bucket 5 node 2049 parent 8000:0 prio 1
 RTM_DELTFILTER ifindex 9 u32 table 5 bucket 6 node 2048 parent 8000:0 prio 1
 RTM_DELTCLASS ifindex 9 8000:5 parent 8000:1

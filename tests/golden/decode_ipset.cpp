@@ -34,11 +34,10 @@ const Names& address_names() {
 }
 
 std::string command_name(int command) {
-  static const Names names = {{IPSET_CMD_CREATE, "IPSET_CMD_CREATE"},
-                              {IPSET_CMD_DESTROY, "IPSET_CMD_DESTROY"},
-                              {IPSET_CMD_FLUSH, "IPSET_CMD_FLUSH"},
-                              {IPSET_CMD_ADD, "IPSET_CMD_ADD"},
-                              {IPSET_CMD_DEL, "IPSET_CMD_DEL"}};
+  static const Names names = {
+      {IPSET_CMD_CREATE, "IPSET_CMD_CREATE"}, {IPSET_CMD_DESTROY, "IPSET_CMD_DESTROY"},
+      {IPSET_CMD_FLUSH, "IPSET_CMD_FLUSH"},   {IPSET_CMD_ADD, "IPSET_CMD_ADD"},
+      {IPSET_CMD_DEL, "IPSET_CMD_DEL"},       {IPSET_CMD_TEST, "IPSET_CMD_TEST"}};
   const auto name = names.find(command);
   return name == names.end() ? "ipset command " + std::to_string(command) : name->second;
 }

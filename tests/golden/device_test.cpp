@@ -39,6 +39,13 @@ quenby::HtbImqIntf& DeviceTest::imq(bool ingress) {
   return made;
 }
 
+quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set,
+                        const quenby::GlobalSet& given, bool tariffs) {
+  quenby::ResolvedSettings settings{given, set, {}, {}};
+  if (tariffs) settings.tariffs = golden::tariffs({tariff("silent", 4, kTenMbit, {})});
+  return quenby::device_tree(side, settings);
+}
+
 quenby::GlobalSettings line(std::int64_t download, std::int64_t upload) {
   quenby::GlobalSettings settings;
   settings.wan = "eth1";

@@ -47,6 +47,11 @@ class BareRouterTest : public DeviceTest {
   BareRouterTest();
 };
 
+/// The tree of a direction after rate resolution (`set`) of the configuration `given`, with or
+/// without tariffs. They have no addresses and so no classes.
+quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set,
+                        const quenby::GlobalSet& given, bool tariffs);
+
 /// Settings of a line with these speeds in bytes per second.
 quenby::GlobalSettings line(std::int64_t download, std::int64_t upload);
 quenby::GlobalDirSettings line_direction(bool download, std::int64_t speed);

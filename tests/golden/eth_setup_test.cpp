@@ -7,6 +7,7 @@ namespace {
 using quenby::GlobalSet;
 
 constexpr std::uint32_t kHtb = 0x80000000;
+const quenby::Side kUpload = quenby::mark_side(quenby::Direction::upload);
 
 // What every build on a device with an HTB root starts with, and what it ends with.
 const std::string kCleaned = R"(RTM_GETQDISC DUMP
@@ -41,19 +42,16 @@ class EthSetupTest : public DeviceTest {
   EthSetupTest() { kernel.has_root_qdisc(kWanIndex, kHtb); }
 
   // `set` stands for the configuration before and after rate resolution.
-  std::string setup(GlobalSet set, bool tariffs) {
-    const GlobalSet given = set;
-    return setup(set, given, tariffs);
-  }
-  std::string setup(GlobalSet& set, const GlobalSet& given, bool tariffs) {
-    eth().setup(set, given, tariffs, kGigabit);
+  std::string setup(const GlobalSet& set, bool tariffs) { return setup(set, set, tariffs); }
+  std::string setup(const GlobalSet& set, const GlobalSet& given, bool tariffs) {
+    eth().setup(tree(kUpload, set, given, tariffs));
     return kernel.summaries();
   }
 };
 
 TEST_F(BareRouterTest, NothingIsBuiltWithoutTheWanDevice) {
-  GlobalSet set = global_set(kTenMbit, kTenMbit);
-  eth().setup(set, set, true, kGigabit);
+  const GlobalSet set = global_set(kTenMbit, kTenMbit);
+  eth().setup(tree(kUpload, set, set, true));
   EXPECT_EQ(kernel.requests(), "");
 }
 
@@ -111,27 +109,24 @@ TEST_F(EthSetupTest, ALineWhoseSpeedCameFromTheTariffs) {
 }
 
 TEST_F(EthSetupTest, ADefaultClassMeansADefaultInTheRoot) {
-  eth().setup(*std::make_unique<GlobalSet>(global_set(kTenMbit, kTenMbit)),
-              global_set(kTenMbit, kTenMbit), true, kGigabit);
+  const GlobalSet set = global_set(kTenMbit, kTenMbit);
+  eth().setup(tree(kUpload, set, set, true));
   EXPECT_NE(kernel.requests().find("default class 2\n"), std::string::npos);
 
   kernel.has_root_qdisc(kWanIndex, kHtb);
-  eth().setup(*std::make_unique<GlobalSet>(global_set(kTenMbit, kTenMbit)), global_set(-2, -2),
-              true, kGigabit);
+  eth().setup(tree(kUpload, set, global_set(-2, -2), true));
   EXPECT_NE(kernel.requests().find("default class 0\n"), std::string::npos);
 }
 
 // The default class follows the speed as given, the root class the resolved one.
 TEST_F(EthSetupTest, TheDefaultClassHasTheSpeedAsGiven) {
-  GlobalSet set = global_set(2'500'000, 2'500'000);
-  eth().setup(set, global_set(kTenMbit, kTenMbit), true, kGigabit);
+  const GlobalSet set = global_set(2'500'000, 2'500'000);
+  eth().setup(tree(kUpload, set, global_set(kTenMbit, kTenMbit), true));
   const std::string requests = kernel.requests();
   const auto root = requests.find("handle 8000:1\n");
   const auto leaf = requests.find("handle 8000:2\n");
   EXPECT_NE(requests.substr(root, leaf - root).find("ceil 2500000 bytes/s\n"), std::string::npos);
   EXPECT_NE(requests.substr(leaf).find("ceil 1250000 bytes/s\n"), std::string::npos);
-  // 240 ms of the root class's speed.
-  EXPECT_EQ(set.global.upload.burst, 600'000);
 }
 
 TEST_F(EthSetupTest, TeardownRemovesIngressThenRoot) {

@@ -9,6 +9,7 @@ namespace {
 using quenby::GlobalSet;
 
 constexpr std::uint32_t kHtb = 0x80000000;
+const quenby::Side kDownload = quenby::mark_side(quenby::Direction::download);
 constexpr const char* kPlainRedirect =
     "/sbin/tc filter add dev eth1 parent ffff: protocol ip pref 1 u32 match u32 0 0 "
     "action mirred egress redirect dev ifb_ingr\n";
@@ -42,9 +43,9 @@ class IfbSetupTest : public DeviceTest {
  protected:
   IfbSetupTest() { kernel.has_root_qdisc(kIfbIndex, kHtb); }
 
-  SbinRun setup(GlobalSet set, const GlobalSet& given, bool tariffs, int tc_status = 0) {
+  SbinRun setup(const GlobalSet& set, const GlobalSet& given, bool tariffs, int tc_status = 0) {
     return run_with_private_sbin(tc_status, [&] {
-      ifb().setup(set, given, tariffs, kGigabit);
+      ifb().setup(tree(kDownload, set, given, tariffs));
       return kernel.summaries();
     });
   }
@@ -90,8 +91,8 @@ TEST_F(IfbSetupTest, AFailedRedirectionEndsTheRunWithoutAMessage) {
 TEST_F(BareRouterTest, TheIfbDeviceIsMadeWhenItIsMissing) {
   kernel.has_link("eth1", kWanIndex);
   const SbinRun run = run_with_private_sbin(0, [&] {
-    GlobalSet set = global_set(kTenMbit, 0);
-    ifb().setup(set, GlobalSet(set), false, kGigabit);
+    const GlobalSet set = global_set(kTenMbit, 0);
+    ifb().setup(tree(kDownload, set, set, false));
     return kernel.summaries();
   });
   EXPECT_EQ(run.result, "RTM_NEWLINK CREATE \"ifb_ingr\"\nRTM_GETLINK DUMP\n" + kRootClass +
@@ -102,15 +103,14 @@ TEST_F(BareRouterTest, TheIfbDeviceIsMadeWhenItIsMissing) {
 TEST_F(IfbSetupTest, ADownloadWithoutSpeedOrBlockedIsOnlyCleaned) {
   for (const std::int64_t speed : {-2, 0}) {
     kernel.has_root_qdisc(kIfbIndex, kHtb);
-    GlobalSet set = global_set(speed, kTenMbit);
-    ifb().setup(set, GlobalSet(set), true, kGigabit);
+    const GlobalSet set = global_set(speed, kTenMbit);
+    ifb().setup(tree(kDownload, set, set, true));
     EXPECT_EQ(kernel.summaries(), kCleaned);
   }
 }
 
-TEST_F(BareRouterTest, NoIfbDeviceIsMadeForAMissingWanDevice) {
-  GlobalSet set = global_set(kTenMbit, kTenMbit);
-  ifb().setup(set, GlobalSet(set), true, kGigabit);
+TEST_F(BareRouterTest, NoIfbDeviceIsMadeForAnEmptyTree) {
+  ifb().setup({});
   EXPECT_EQ(kernel.requests(), "");
 }
 

@@ -6,6 +6,9 @@ namespace {
 
 using quenby::GlobalSet;
 
+const quenby::Side kUpload = quenby::imq_side(quenby::Direction::upload);
+const quenby::Side kDownload = quenby::imq_side(quenby::Direction::download);
+
 GlobalSet imq_set(std::int64_t download, std::int64_t upload) {
   GlobalSet set;
   set.global = line(download, upload);
@@ -15,19 +18,18 @@ GlobalSet imq_set(std::int64_t download, std::int64_t upload) {
 
 TEST_F(BareRouterTest, TheUploadMakesTheImqDevice) {
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(false).setup(set, set, true, kGigabit);
+  imq(false).setup(tree(kUpload, set, set, true));
   EXPECT_EQ(kernel.summaries(), R"(RTM_NEWLINK CREATE "imq0"
 RTM_GETLINK DUMP
 RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
 RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8001 parent 8000:0
 )");
-  EXPECT_EQ(set.global.upload.burst, 300'000);
 }
 
 TEST_F(DeviceTest, TheUploadReplacesTheImqRoot) {
   kernel.has_root_qdisc(kImqIndex, 0x80000000);
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(false).setup(set, set, true, kGigabit);
+  imq(false).setup(tree(kUpload, set, set, true));
   EXPECT_EQ(kernel.summaries(), R"(RTM_GETQDISC DUMP
 RTM_DELQDISC ifindex 9 htb 8000:0 parent root
 RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
@@ -37,7 +39,7 @@ RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8001 parent 8000:0
 
 TEST_F(DeviceTest, AnUploadWithoutSpeedStillMakesTheRoot) {
   GlobalSet set = imq_set(kTenMbit, -2);
-  imq(false).setup(set, set, true, kGigabit);
+  imq(false).setup(tree(kUpload, set, set, true));
   EXPECT_EQ(kernel.summaries(),
             "RTM_GETQDISC DUMP\nRTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root\n");
 }
@@ -46,7 +48,7 @@ TEST_F(DeviceTest, TheDownloadAddsToTheSameRoot) {
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
   set.defaults.download = default_direction(true, kTenMbit, kTenMbit);
   set.has_default = true;
-  imq(true).setup(set, set, true, kGigabit);
+  imq(true).setup(tree(kDownload, set, set, true));
   EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0
 RTM_NEWTCLASS CREATE ifindex 9 htb 8000:2 parent 8000:1
 RTM_NEWQDISC CREATE ifindex 9 fq_codel 8002:0 parent 8000:2
@@ -55,7 +57,7 @@ RTM_NEWQDISC CREATE ifindex 9 fq_codel 8002:0 parent 8000:2
 
 TEST_F(DeviceTest, ADownloadWithoutDefaultGetsTheRootClassOnly) {
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(true).setup(set, set, true, kGigabit);
+  imq(true).setup(tree(kDownload, set, set, true));
   EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0\n");
 }
 
@@ -65,9 +67,9 @@ TEST_F(BareRouterTest, TheDownloadFindsTheDeviceThatTheUploadMade) {
   quenby::HtbImqIntf upload(false, kernel.socket(), links);
   quenby::HtbImqIntf download(true, kernel.socket(), links);
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  upload.setup(set, set, true, kGigabit);
+  upload.setup(tree(kUpload, set, set, true));
   kernel.requests();
-  download.setup(set, set, true, kGigabit);
+  download.setup(tree(kDownload, set, set, true));
   EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0\n");
 }
 

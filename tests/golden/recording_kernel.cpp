@@ -6,6 +6,7 @@
 #include <netlink/handlers.h>
 #include <netlink/utils.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -125,8 +126,10 @@ void RecordingKernel::handle(const nlmsghdr& request) {
 int RecordingKernel::refusal_of(const nlmsghdr& request) {
   std::deque<int>& errors = refusals_[request.nlmsg_type];
   if (errors.empty()) {
-    const bool query = request.nlmsg_type == RTM_GETQDISC && !is_dump(request);
-    return query && !has_qdisc(header_of<tcmsg>(request)) ? EINVAL : 0;
+    if (protocol_ != NETLINK_ROUTE || is_dump(request)) return 0;
+    if (request.nlmsg_type == RTM_GETQDISC && !has_qdisc(header_of<tcmsg>(request))) return EINVAL;
+    if (request.nlmsg_type == RTM_GETTCLASS && !has_class(header_of<tcmsg>(request))) return ENOENT;
+    return 0;
   }
   const int error = errors.front();
   errors.pop_front();
@@ -137,6 +140,12 @@ bool RecordingKernel::has_qdisc(const tcmsg& header) const {
   if (header.tcm_parent == TC_H_INGRESS) return ingress_.count(header.tcm_ifindex) != 0;
   const auto root = roots_.find(header.tcm_ifindex);
   return root != roots_.end() && root->second == header.tcm_handle;
+}
+
+bool RecordingKernel::has_class(const tcmsg& header) const {
+  return std::any_of(classes_.begin(), classes_.end(), [&header](const ListedClass& listed) {
+    return listed.ifindex == header.tcm_ifindex && listed.handle == header.tcm_handle;
+  });
 }
 
 void RecordingKernel::apply(const nlmsghdr& request) {

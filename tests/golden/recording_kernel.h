@@ -68,6 +68,8 @@ class RecordingKernel {
   int refusal_of(const nlmsghdr& request);
   /// Whether the qdisc that a request asks for stands.
   bool has_qdisc(const tcmsg& header) const;
+  /// The same for a class.
+  bool has_class(const tcmsg& header) const;
   void apply(const nlmsghdr& request);
   void apply_to_qdiscs(const nlmsghdr& request);
   void answer_status(const nlmsghdr& request, int error);

@@ -49,6 +49,9 @@ FAULTS = {
     "load killed at its 5th request": (killed_load(5), False, ["both", "upload only"]),
     "load killed at its 10th request": (killed_load(10), False, ["download only"]),
     "load killed at its 22nd request": (killed_load(22), False, ["both"]),
+    # The redirection stands, but the last class does not, or the last address.
+    "load killed at its 30th request": (killed_load(30), False, ["both"]),
+    "load killed at its 33rd request": (killed_load(33), False, ["both"]),
     "ifb_ingr deleted":
         (f"ip link del {IFB}", True, ["both", "download only", "upload blocked"]),
     "ifb_ingr deleted and made again":

@@ -1,10 +1,11 @@
 #!/bin/bash
 # Checks of platform/quenby-preflight with both iptables back ends: all is well
 # on the lab's kernel once the firewall script has run, each thing that is hidden
-# is named, and the router is afterwards as it was before.
+# or in the way is named, and the router is afterwards as it was before.
 #
-# Call: scripts/lab tests/kernel/preflight_test.sh
+# Call: scripts/lab tests/kernel/preflight_test.sh BUILD_FOLDER
 set -euo pipefail
+build=$(realpath "${1:?build folder}")
 cd "$(dirname "$0")/../.."
 # shellcheck source=tests/kernel/checks.sh
 source tests/kernel/checks.sh
@@ -15,6 +16,7 @@ network_require_lab
 # Where every user can call it, wherever this tree is.
 PREFLIGHT=/usr/sbin/quenby-preflight
 FIREWALL=/opt/ostrea/sbin/firewall.init
+CHECK_FILES=/usr/libexec/quenby/check-files
 START="run $FIREWALL start opt-qos"
 
 # Apart from the machine's own /tmp, which shows in the lab and changes while this
@@ -59,7 +61,7 @@ names() {
 programs_without() {
   local folder=$scratch/without-$1 name
   mkdir -p "$folder"
-  ln -sf /usr/sbin/* /usr/bin/* "$folder"
+  ln -sf /usr/sbin/* /usr/bin/* "$scratch/sudo/sudo" "$folder"
   for name in "$@"; do rm -f "$folder/$name"; done
   echo "$folder"
 }
@@ -122,6 +124,7 @@ ok      program unshare
 note    program /usr/sbin/kavo-hal: without it every port counts as 1 Gbit/s
 ok      program sudo
 ok      sudo without a password
+ok      host name router
 ok      program /opt/ostrea/sbin/firewall.init
 ok      HTB qdisc
 ok      HTB classes
@@ -151,8 +154,16 @@ ok      chain filter OSTREA_FW_IN_HOOK
 ok      chain filter KAVO_OPT_QOS_HOOK
 ok      chain raw QOS_CONNTRACK
 ok      switch in raw QOS_CONNTRACK
+ok      mark bits in iptables
 ok      set kavo_opt_shaper with skbinfo
-ok      folder /config/tc'
+ok      folder /config/tc
+ok      stored files
+note    WAN interface: no stored file names one yet (wan=)
+ok      conntrack table
+ok      mark bits in ip rule
+ok      mark bits in nft
+ok      no flowtables
+ok      IPv6 forwarding is off'
 
 # Before the firewall script: no chain, no set, and asking makes no table.
 test_no_chains() {
@@ -237,9 +248,127 @@ test_ordinary_user() {
   expect "not root: one line" 1 "$(wc -l <"$scratch/output")"
 }
 
+# GLOBAL TARIFFS
+store() {
+  printf '%s\n' "$1" >/config/tc/tc_global.ini
+  printf '%s\n' "$2" >/config/tc/tc_tariff.ini
+}
+
+# A router that is shaped: what the program has made is nobody else's.
+test_shaped() {
+  local wanted before
+  ip link add eth1 type dummy
+  ip link set eth1 up
+  store "$GLOBAL" "$TARIFFS"
+  "$build/quenby" --load
+  before=$(state)
+  wanted=${COMPLETE/note    WAN interface: no stored file names one yet (wan=)/$'ok      WAN interface eth1\nok      qdiscs of eth1'}
+  expect "shaped: status 0" 0 "$(status_of "$PREFLIGHT")"
+  expect "shaped: output" "$wanted" "$(cat "$scratch/output")"
+  holds "shaped: there are rules" grep -q -- '-A KAVO_QOS_FW_OUT_HOOK .*0x80000003' <<<"$before"
+  holds "shaped: there is a tree" grep -q 'htb 8000: dev eth1 root' <<<"$before"
+  expect "shaped: nothing is left behind" "$before" "$(state)"
+  "$build/quenby" --stop
+}
+
+GLOBAL=$'[global]\nwan=eth1\nenabled=true\ndownload_speed=20000\nupload_speed=10000'
+TARIFFS=$'[a]\nid=4\nip=10.0.0.1\nip=10.0.0.2\ndownload_speed=2000\nupload_speed=1000'
+
+# What else may be on a router, all at once.
+others_come() {
+  local connections=/proc/sys/net/netfilter/nf_conntrack_max
+  hostname no-such-name.invalid
+  size=$(cat "$connections")
+  echo 499 >"$connections"
+  echo 1 >/proc/sys/net/ipv6/conf/all/forwarding
+  ip rule add fwmark 0x1/0xff table 100
+  ip rule add fwmark 0x10000/0xff0000 table 101
+  iptables -w -t mangle -A PREROUTING -i eth2 -j MARK --set-mark 1
+  iptables -w -t mangle -A PREROUTING -m mark --mark 1 -j ACCEPT
+  nft -f - <<'RULES'
+table inet others {
+  flowtable fast { hook ingress priority 0; devices = { eth1 }; }
+  chain forward {
+    type filter hook forward priority 0;
+    ct mark set 0x20
+    ct mark 0x20 accept
+    meta mark set meta mark or 0x10000
+    meta l4proto tcp flow add @fast
+  }
+}
+RULES
+  tc qdisc add dev eth1 clsact
+}
+
+others_go() {
+  hostname router
+  echo "$size" >/proc/sys/net/netfilter/nf_conntrack_max
+  echo 0 >/proc/sys/net/ipv6/conf/all/forwarding
+  ip rule del fwmark 0x1/0xff
+  ip rule del fwmark 0x10000/0xff0000
+  iptables -w -t mangle -D PREROUTING -i eth2 -j MARK --set-mark 1
+  iptables -w -t mangle -D PREROUTING -m mark --mark 1 -j ACCEPT
+  nft delete table inet others
+  tc qdisc del dev eth1 clsact
+}
+
+test_others() {
+  local move='other rules use bits of 0x80003fff; move them to others (fits.md, Marks)'
+  local look='other rules look at bits of 0x80003fff'
+  others_come
+  names "others" "MISSING mark bits in iptables: $move: 1, the first: -t mangle -A PREROUTING -i eth2 -j MARK --set-xmark 0x1/0xffffffff
+MISSING qdiscs of eth1: a load fails beside clsact; move its programs away, then tc qdisc del dev eth1 clsact
+MISSING mark bits in ip rule: $move: 1, the first: from all fwmark 0x1/0xff lookup 100
+MISSING mark bits in nft: $move: 1, the first: table inet others: ct mark set 0x00000020
+MISSING flowtables: they take uploads out of their tariffs; switch off flow offloading: table inet others: meta l4proto 6 flow add @fast"
+  expect "others: notes" "$NOTES
+note    host name no-such-name.invalid: each sudo waits 14 to 21 s for it while DNS is dead; add the line \"127.0.1.1 no-such-name.invalid\" to /etc/hosts
+note    imq device: this kernel has none; name a WAN interface (wan=) in the global file
+note    mark bits in iptables: $look: 1, the first: -t mangle -A PREROUTING -m mark --mark 0x1 -j ACCEPT
+note    conntrack table: 499 connections for 2 addresses; at 250 for each it takes net.netfilter.nf_conntrack_max=500
+note    mark bits in nft: $look: 1, the first: table inet others: ct mark 0x00000020 accept
+note    IPv6 forwarding: it is on, and the IPv6 of subscribers is not shaped (fits.md)" \
+    "$(lines note)"
+  others_go
+}
+
+NOTES='note    program /usr/sbin/kavo-hal: without it every port counts as 1 Gbit/s'
+
+# Files that a load refuses, with the lines; what the other file says is looked at.
+test_bad_files() {
+  store "$GLOBAL" $'[a]\nid=4\n  ip = 10.0.0'
+  ip link del eth1
+  names "bad tariff file" "MISSING stored files: /config/tc/tc_tariff.ini:3:8: \"10.0.0\" is not an IPv4 address
+MISSING WAN interface eth1: there is no such device; bring it up, or name another (wan=)"
+  expect "bad tariff file: a load refuses it" 1 "$(status_of "$build/quenby" --load)"
+  store '[global' hello
+  names "both files bad" "MISSING stored files: /config/tc/tc_global.ini:1:1: section header without \"]\"
+MISSING stored files: /config/tc/tc_tariff.ini:1:1: no \"=\" in this line"
+  rm /config/tc/*.ini
+  mv "$CHECK_FILES" "$CHECK_FILES.away"
+  names "no check-files" \
+    "MISSING program $CHECK_FILES: install the package quenby; the stored files were not read"
+  mv "$CHECK_FILES.away" "$CHECK_FILES"
+}
+
+# A folder whose sudo takes no time. The real one is tried with each back end.
+quick_sudo() {
+  local folder=$scratch/sudo
+  mkdir "$folder"
+  # shellcheck disable=SC2016  # for the stand-in
+  printf '#!/bin/sh\n[ "$1" != -n ] || shift\nexec "$@"\n' >"$folder/sudo"
+  chmod 755 "$folder/sudo"
+  echo "$folder"
+}
+
 # What the back end makes no difference to.
 test_hidden() {
+  local -x PATH=$PATH
+  PATH=$(quick_sudo):$PATH
   test_other_folder
+  test_shaped
+  test_others
+  test_bad_files
   test_no_namespace
   test_broken_chains
   expect "all put back: status 0" 0 "$(status_of "$PREFLIGHT")"
@@ -258,6 +387,9 @@ run_all() {
 
 platform_install
 install -m 755 platform/quenby-preflight "$PREFLIGHT"
+install -D -m 755 "$build/check-files" "$CHECK_FILES"
+hostname router
+echo "127.0.1.1 router" >>/etc/hosts
 mkdir -p /config/tc
 ln -s "$PWD/platform" /platform
 test_arguments

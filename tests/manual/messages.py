@@ -14,8 +14,9 @@ PRINTERS = {
     "_error": {1: ("{0}",), 2: ("{0}:*",)},
     "nl_fatal": {2: ("{0}(*)",)},
     "check_nl_result": {2: ("failed to {0}(*)",)},
-    "nl_error": {2: ("* failed to {0}(*)",)},
-    "chk_nl_error": {3: ("* failed to {0}(*)",)},
+    "check": {2: ("* failed to {0}(*)",)},
+    "check_deleted": {3: ("* failed to {0}(*)",)},
+    "fail": {2: ("* failed to {0}(*)",)},
     "begin_nest": {3: ("{2}",)},
     "send": {4: ("failed to send {2} {3}(*)", "failed to {2} {3} ack(*)")},
 }
@@ -29,8 +30,11 @@ HANDED_ON = {
      'check_nl_result("send " + subject + " " + object, nl_send_auto(sock.get(), msg.get()))'),
     ("shaper/address_set.cpp",
      'check_nl_result(subject + " " + object + " ack", nl_wait_for_ack(sock.get()))'),
-    ("tc/htb_intf.cpp", 'nl_fatal(name_ + " failed to " + what, code)'),
-    ("tc/htb_intf.cpp", "nl_error(what, code)"),
+    ("tc/device.cpp", 'nl_fatal(name + " failed to " + what, code)'),
+    ("tc/device.cpp", "fail(what, code)"),
+    ("tc/device.cpp", "check(what, code)"),
+    ("tc/htb_intf.cpp", "fail(what, code)"),
+    ("tc/htb_intf.cpp", "check(what, code)"),
     ("tc/nl_error.cpp", '_error(message + "(" + nl_geterror(code) + ")")'),
     ("tc/nl_error.cpp", 'nl_fatal("failed to " + what, code)'),
 }
@@ -111,8 +115,7 @@ def messages(root):
         for function, arguments, call in calls(text):
             if (name, call) in HANDED_ON:
                 handed_on.add((name, call))
-            # An ignored failure is not printed.
-            elif not (function == "chk_nl_error" and arguments[2] == "true"):
+            else:
                 values = [value(argument, named) for argument in arguments]
                 forms = PRINTERS[function][len(arguments)]
                 found.update(form.format(*values) for form in forms)

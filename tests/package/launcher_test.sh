@@ -32,11 +32,15 @@ status_of() {
 
 test_installation() {
   cmake --install "$build" --prefix /run/root >/dev/null
-  expect "files" "/run/root/libexec/quenby/quenby
+  expect "files" "/run/root/libexec/quenby/check-files
+/run/root/libexec/quenby/quenby
 /run/root/sbin/quenby" "$(find /run/root -type f | sort)"
   holds "the program is the one that was built" cmp "$program" "$build/quenby"
+  holds "check-files is the one that was built" \
+    cmp /run/root/libexec/quenby/check-files "$build/check-files"
   DESTDIR=/run/stage cmake --install "$build" --prefix /usr >/dev/null
-  expect "staged: files" "/run/stage/usr/libexec/quenby/quenby
+  expect "staged: files" "/run/stage/usr/libexec/quenby/check-files
+/run/stage/usr/libexec/quenby/quenby
 /run/stage/usr/sbin/quenby" "$(find /run/stage -type f | sort)"
   expect "staged: path" 'program="/usr/libexec/quenby/quenby"' \
     "$(grep '^program=' /run/stage/usr/sbin/quenby)"
@@ -196,6 +200,38 @@ test_shut_locks() {
   rmdir "$lock"
 }
 
+# Starts from CONTENT of the file that says that shaping is wanted ("-": none); prints what there is
+# after a run. Call: wanted_after CONTENT ARGUMENT...
+wanted_after() {
+  rm -f /run/quenby.on
+  [ "$1" = - ] || echo "$1" >/run/quenby.on
+  "$quenby" "${@:2}"
+  cat /run/quenby.on 2>/dev/null || echo -
+}
+
+test_what_is_wanted() {
+  local arguments
+  for arguments in --load -load --loa --l --load= --reload --rel "--update x" "--tariff-add x" \
+    -tariff-add=x "--tariff-del x" "--tariff-update x" --tariffs-del "--global-update x" --global-del \
+    "--stop --load" "--clear --update x" "--stat --load" "--load --version"; do
+    # shellcheck disable=SC2086  # words
+    fails "$arguments: wanted" test "$(wanted_after - $arguments)" = -
+  done
+  for arguments in --stop -stop --sto --clear -clear --c "--load --stop" "--stop --stat" \
+    "--update x --clear"; do
+    # shellcheck disable=SC2086
+    expect "$arguments: not wanted" - "$(wanted_after --load $arguments)"
+  done
+  for arguments in --stat --version "--restore-if-cfg --if-name eth1" stop load --bogus; do
+    # shellcheck disable=SC2086
+    expect "$arguments: as before" before "$(wanted_after before $arguments)"
+    # shellcheck disable=SC2086
+    expect "$arguments: still not" - "$(wanted_after - $arguments)"
+  done
+  "$quenby" --load
+  expect "the file is for root alone" "600 0" "$(stat -c '%a %u' /run/quenby.on)"
+}
+
 # A shell reads more from its surroundings than a program does.
 test_surroundings() {
   echo 'echo read >>/run/log' >/run/startup
@@ -219,5 +255,6 @@ test_looking
 test_patience
 test_children
 test_shut_locks
+test_what_is_wanted
 test_surroundings
 finish

@@ -11,16 +11,22 @@ CLONE_NEWNS, CLONE_NEWUSER, CLONE_NEWNET = 0x20000, 0x10000000, 0x40000000
 # The firewall is not what is tested here, and the machine's disks need not be waited for.
 STAND_INS = ("sudo", "sync")
 
+# What is built beside the program and tried with it.
+BESIDE = ("check-files", "ini_samples")
+
 
 def enter(program):
-    """Moves this process into the private root, where `program` is /quenby. Everything that is to
-    be imported has been by then. Ends the process where that is not possible."""
+    """Moves this process into the private root, where `program` is /quenby and those beside it are
+    in / too. Everything that is to be imported has been by then. Ends the process where that is
+    not possible."""
     try:
-        # The program may lie below /tmp, which is another one from here on.
-        code = pathlib.Path(program).read_bytes()
+        # The programs may lie below /tmp, which is another one from here on.
+        codes = {name: (pathlib.Path(program).parent / name).read_bytes() for name in BESIDE}
+        codes["quenby"] = pathlib.Path(program).read_bytes()
         leave_machine()
         root = make_root()
-        write_program(root / "quenby", code)
+        for name, code in codes.items():
+            write_program(root / name, code)
         os.chroot(root)
         os.chdir("/")
     except (OSError, subprocess.CalledProcessError) as error:

@@ -1,5 +1,5 @@
 """Runs the program in hostile surroundings: read errors, full and read-only disks, what is no
-file, and a kill at each system call. Needs no guest.
+file, and a kill at each system call; and whether check-files agrees. Needs no guest.
 
 Call: tests/surroundings/run_tests.py [NAME...] PROGRAM
       NAME as unittest takes it, for example test_reads.NamedPipe
@@ -11,7 +11,7 @@ import unittest
 
 import private_root
 
-MODULES = ["test_disks", "test_reads", "test_saves"]
+MODULES = ["test_check_files", "test_disks", "test_reads", "test_saves"]
 
 
 def main(names, program):

@@ -31,19 +31,19 @@ def tariff(name, number=None, speed=1000):
 TARIFFS = "".join(tariff("t%03d" % i, 4 + i) for i in range(300))
 
 
-def run(*arguments, wrapper=(), **options):
-    done = subprocess.run([*wrapper, "/quenby", *arguments], timeout=60, text=True,
+def run(*arguments, wrapper=(), program="/quenby", **options):
+    done = subprocess.run([*wrapper, program, *arguments], timeout=60, text=True,
                           stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                           **({"stdin": subprocess.DEVNULL} | options))
     return Result(done.returncode, done.stdout, done.stderr)
 
 
-def run_with(injection, *arguments, path=None):
+def run_with(injection, *arguments, path=None, program="/quenby"):
     """Runs the program with a system call that strace tampers with, on `path` alone if it is given.
     Returns the result and the line of strace's log, None when the call was not made."""
     watched = [] if path is None else ["-P", str(path)]
     result = run(*arguments, wrapper=("strace", "-y", "-o", str(LOG), *watched, "-e",
-                                      "inject=" + injection))
+                                      "inject=" + injection), program=program)
     lines = LOG.read_text(errors="replace").splitlines()
     injected = [line for line in lines if "(INJECTED)" in line]
     # A call that ends the program comes last.

@@ -139,13 +139,15 @@ TEST(AppendCommands, SeparatesListsWithASemicolon) {
 
 TEST(DefaultBlocked, WantsAnUnsetLineAndADefaultOfZero) {
   const GlobalSet blocked = with_default(line("eth1", -2, -2), 0, 125);
-  EXPECT_TRUE(default_blocked(blocked, true));
-  EXPECT_FALSE(default_blocked(blocked, false));
+  EXPECT_TRUE(default_blocked(blocked, Direction::download));
+  EXPECT_FALSE(default_blocked(blocked, Direction::upload));
   for (const std::int64_t download : {-1, 0, 125})
-    EXPECT_FALSE(default_blocked(with_default(line("eth1", download, -2), 0, 125), true))
+    EXPECT_FALSE(
+        default_blocked(with_default(line("eth1", download, -2), 0, 125), Direction::download))
         << download;
   for (const std::int64_t def : {-2, -1, 1})
-    EXPECT_FALSE(default_blocked(with_default(line("eth1", -2, -2), def, 0), true)) << def;
+    EXPECT_FALSE(default_blocked(with_default(line("eth1", -2, -2), def, 0), Direction::download))
+        << def;
 }
 
 }  // namespace

@@ -1,14 +1,7 @@
-#include <netlink/route/qdisc/fifo.h>
-#include <netlink/route/qdisc/fq_codel.h>
-#include <netlink/route/qdisc/sfq.h>
-
 #include <gtest/gtest.h>
 
 #include "model/global_settings.h"
-#include "tc/fq_codel.h"
-#include "tc/nl_types.h"
-#include "tc/pfifo.h"
-#include "tc/sfq.h"
+#include "tc/qdisc.h"
 
 namespace quenby {
 namespace {
@@ -19,34 +12,16 @@ GlobalDirSettings with_speed(std::int64_t bytes_per_second) {
   return settings;
 }
 
-QdiscPtr qdisc_of(const char* kind) {
-  QdiscPtr qdisc(rtnl_qdisc_alloc());
-  EXPECT_EQ(rtnl_tc_set_kind(TC_CAST(qdisc.get()), kind), 0);
-  return qdisc;
-}
-
 TEST(Pfifo, Holds11000PacketsUnlessTheSpeedIsZero) {
   for (const std::int64_t speed : {1, 125'000, -1, -2})
     EXPECT_EQ(pfifo_limit(with_speed(speed)), 11'000) << speed;
   EXPECT_EQ(pfifo_limit(with_speed(0)), 0);
 }
 
-TEST(Pfifo, PutsTheLimitIntoTheQdisc) {
-  const QdiscPtr qdisc = qdisc_of("pfifo");
-  set_pfifo(with_speed(125), qdisc.get());
-  EXPECT_EQ(rtnl_qdisc_fifo_get_limit(qdisc.get()), 11'000);
-}
-
 TEST(Sfq, Holds127PacketsUnlessTheSpeedIsZero) {
   for (const std::int64_t speed : {1, 125'000, -1, -2})
     EXPECT_EQ(sfq_limit(with_speed(speed)), 127) << speed;
   EXPECT_EQ(sfq_limit(with_speed(0)), 0);
-}
-
-TEST(Sfq, PutsTheLimitIntoTheQdisc) {
-  const QdiscPtr qdisc = qdisc_of("sfq");
-  set_sfq(with_speed(125), qdisc.get());
-  EXPECT_EQ(rtnl_sfq_get_limit(qdisc.get()), 127);
 }
 
 TEST(FqCodel, GrowsWithTheSpeed) {
@@ -77,29 +52,39 @@ TEST(FqCodel, GrowsWithTheSpeed) {
   }
 }
 
-TEST(FqCodel, PutsLimitQuantumAndNoEcnIntoTheQdisc) {
-  const QdiscPtr qdisc = qdisc_of("fq_codel");
-  // 12,500,125 bytes/s are 100,001 kbit/s.
-  set_fq_codel(with_speed(12'500'125), qdisc.get());
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_limit(qdisc.get()), 1200);
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_quantum(qdisc.get()), 1514U);
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_ecn(qdisc.get()), 0);
+TariffDirSettings tariff(int number, std::int64_t bytes_per_second) {
+  TariffDirSettings settings(false);
+  settings.id = number;
+  settings.speed = bytes_per_second;
+  return settings;
+}
+
+TEST(Leaf, IsOfTheKindThatTheTariffNames) {
+  TariffDirSettings t = tariff(5, 1'250'000);
+  for (const int kind : {0, 4, -1}) {
+    t.qdisc = kind;
+    EXPECT_EQ(tariff_leaf(HandleScheme::mark, t), std::nullopt) << kind;
+  }
+  t.qdisc = kQdiscPfifo;
+  EXPECT_EQ(tariff_leaf(HandleScheme::mark, t),
+            (Qdisc{QdiscKind::pfifo, 0x80050000, 0x80000005, 11'000, 0, 0}));
+  t.qdisc = kQdiscSfq;
+  EXPECT_EQ(tariff_leaf(HandleScheme::imq_upload, t),
+            (Qdisc{QdiscKind::sfq, 0xce250000, 0x80008005, 127, 0, 0}));
+  t.qdisc = kQdiscFqCodel;
+  EXPECT_EQ(tariff_leaf(HandleScheme::imq_download, t),
+            (Qdisc{QdiscKind::fq_codel, 0x80050000, 0x80000005, 600, 300, 0}));
 }
 
 TEST(FqCodel, CountsWholeKilobits) {
-  const QdiscPtr qdisc = qdisc_of("fq_codel");
   // 10,000.992 kbit/s
-  set_fq_codel(with_speed(1'250'124), qdisc.get());
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_limit(qdisc.get()), 600);
-  set_fq_codel(with_speed(1'250'125), qdisc.get());
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_limit(qdisc.get()), 800);
+  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, with_speed(1'250'124)).limit, 600);
+  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, with_speed(1'250'125)).limit, 800);
 }
 
 TEST(FqCodel, OfASpeedNeverSetIsThatOfZero) {
-  const QdiscPtr qdisc = qdisc_of("fq_codel");
-  set_fq_codel(with_speed(-2), qdisc.get());
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_limit(qdisc.get()), 0);
-  EXPECT_EQ(rtnl_qdisc_fq_codel_get_quantum(qdisc.get()), 300U);
+  EXPECT_EQ(plain_root(with_speed(-2)).limit, 0);
+  EXPECT_EQ(plain_root(with_speed(-2)).quantum, 300U);
 }
 
 }  // namespace

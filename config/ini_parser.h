@@ -1,0 +1,39 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "config/line_reader.h"
+#include "config/parse_error.h"
+#include "model/shaper_config_interface.h"
+
+namespace quenby {
+
+/// One parse of a file into a configuration, which knows where it is. Lives for that parse; the
+/// syntax is `TariffIniFile`'s.
+class IniParser {
+ public:
+  IniParser(LineReader& lines, ShaperConfigInterface& cfg) : lines_(lines), cfg_(cfg) {}
+
+  /// Reads to the end, or to the first line that is refused: why, in an error without the file's
+  /// name.
+  std::optional<ParseError> parse();
+
+ private:
+  bool parse_line(char* line);
+  bool parse_header(char* line);
+  bool parse_key(char* line);
+
+  /// The first reason counts. Always false.
+  bool refuse(Position at, const std::string& reason);
+  bool refuse(const char* at, const std::string& reason);
+
+  LineReader& lines_;
+  ShaperConfigInterface& cfg_;
+  std::optional<ParseError> error_;
+  /// The section that is being read, and where its name stands.
+  std::string section_;
+  Position section_at_;
+};
+
+}  // namespace quenby

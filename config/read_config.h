@@ -1,0 +1,42 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "config/parse_error.h"
+#include "model/global_set.h"
+#include "model/tariff_config.h"
+
+/// What the operations work with, as values: where and why a file or its contents were refused.
+/// Nothing here ends the process or says anything.
+namespace quenby {
+
+/// The result of reading a stored file.
+struct StoredFile {
+  /// Whether there is one; without one nothing was read, and that is no error.
+  bool present = false;
+  std::optional<ParseError> error;
+};
+
+StoredFile read_stored(GlobalSet& global);
+/// Orders the tariffs by name.
+StoredFile read_stored(TariffConfig& tariffs);
+
+/// Numbers the stored tariffs anew; an error when there are too many.
+std::optional<ParseError> refill_numbers(TariffConfig& tariffs);
+
+/// Brings the stored tariffs to the form in which the whole list is written. An error, with nothing
+/// changed, when no reader would take a value back.
+std::optional<ParseError> round_for_save(TariffConfig& tariffs);
+
+/// Reads both stored files as `--load` does, but saves nothing: an error when it would refuse
+/// the file, or its tariffs when it has to number them anew.
+std::optional<ParseError> check_stored(GlobalSet& global);
+std::optional<ParseError> check_stored(TariffConfig& tariffs);
+
+/// Reads a file that the operator names, with values as a stored file holds them. Tariffs are
+/// ordered by name; two of one name, or a value that cannot be stored, are errors.
+std::optional<ParseError> read_named(const std::string& path, GlobalSet& global);
+std::optional<ParseError> read_named(const std::string& path, TariffSet& tariffs);
+
+}  // namespace quenby

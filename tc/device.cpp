@@ -1,0 +1,33 @@
+#include "tc/device.h"
+
+#include <netlink/errno.h>
+
+#include "cli/error.h"
+#include "tc/nl_error.h"
+
+namespace quenby {
+
+void Device::fail(const std::string& what, int code) const {
+  nl_fatal(name + " failed to " + what, code);
+}
+
+void Device::check(const std::string& what, int code) const {
+  if (code < 0) fail(what, code);
+}
+
+void Device::check_deleted(const std::string& what, int code, bool invalid_is_gone) const {
+  const bool gone = code == -NLE_OBJ_NOTFOUND || (invalid_is_gone && code == -NLE_INVAL);
+  if (!gone) check(what, code);
+}
+
+void Device::attach(rtnl_tc* object, const char* kind) const {
+  if (link != nullptr) {
+    rtnl_tc_set_link(object, link);
+  } else if (exists()) {
+    rtnl_tc_set_ifindex(object, ifindex);
+  }
+  if (kind != nullptr && rtnl_tc_set_kind(object, kind) < 0)
+    _error(std::string("Unable to set kind to ") + kind);
+}
+
+}  // namespace quenby

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+#include "tc/device.h"
+#include "tc/nl_types.h"
+#include "tc/u32_filter.h"
+
+/// Requests about the IPv4 classifiers of a device.
+namespace quenby {
+
+/// Adds a u32 hash table under the HTB root; with `tolerate` one that exists already is no failure.
+void add_u32_table(const Device& device, const U32Table& table, unsigned prio, bool tolerate);
+/// Adds a u32 filter under the HTB root. Mainline kernels refuse a handle whose bucket and node are
+/// both 0; there the kernel chooses the node.
+void add_u32_filter(const Device& device, const U32Filter& filter, unsigned prio);
+/// Deletes the u32 filter of this handle under the qdisc `parent`; one that is gone already is no
+/// failure.
+void delete_u32_filter(const Device& device, std::uint32_t parent, std::uint32_t handle,
+                       unsigned prio);
+
+/// Sends every packet under the HTB root to the class that its mark names: an fw filter with our
+/// mask or, on kernels that refuse that, a classic-BPF one of the same meaning.
+void add_mark_filter(const Device& device, unsigned prio);
+
+/// Deletes the classifiers of priority `prio` and, unless null, of `kind` under the qdisc `parent`.
+/// Nothing is asked when the device does not exist.
+void delete_filters(const Device& device, std::uint32_t parent, unsigned prio, const char* kind);
+
+/// The classifiers under the HTB root; failure ends the process.
+CachePtr list_filters(const Device& device);
+
+}  // namespace quenby

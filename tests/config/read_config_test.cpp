@@ -1,0 +1,123 @@
+#include "config/read_config.h"
+
+#include "tests/config/sandbox.h"
+
+// What is refused in the stored files, and in named ones as a whole.
+namespace quenby {
+namespace {
+
+using test::kGlobal;
+using test::kTariffs;
+
+std::string text_of(const std::optional<ParseError>& error) {
+  return error ? error->text() : "accepted";
+}
+
+class ReadConfig : public test::StoredFiles {
+ protected:
+  static std::string check_tariffs() {
+    TariffConfig tariffs;
+    return text_of(check_stored(tariffs));
+  }
+  static std::string check_global() {
+    GlobalSet global;
+    return text_of(check_stored(global));
+  }
+  static std::string check_tariffs(const std::string& text) {
+    store(text);
+    return check_tariffs();
+  }
+  static std::string check_named(const std::string& text) {
+    test::write_file("/tmp/named.ini", text);
+    TariffSet tariffs;
+    return text_of(read_named("/tmp/named.ini", tariffs));
+  }
+};
+
+std::string sections(int count, int first) {
+  std::string text;
+  for (int i = 0; i < count; ++i)
+    text += "[" + std::to_string(i) + "]\nid=" + std::to_string(first + i) + "\n";
+  return text;
+}
+
+TEST_F(ReadConfig, FilesThatAreMissingAreAccepted) {
+  EXPECT_EQ(check_global(), "accepted");
+  EXPECT_EQ(check_tariffs(), "accepted");
+  GlobalSet global;
+  EXPECT_FALSE(read_stored(global).present);
+  TariffConfig tariffs;
+  EXPECT_FALSE(read_stored(tariffs).present);
+}
+
+TEST_F(ReadConfig, FilesThatArePresentAreReadAndOrdered) {
+  store("[b]\nid=4\n[a]\nid=5\n");
+  test::write_file(kGlobal, "[global]\nwan=eth1\n");
+  GlobalSet global;
+  EXPECT_TRUE(read_stored(global).present);
+  EXPECT_EQ(global.global.wan, "eth1");
+  TariffConfig tariffs;
+  EXPECT_TRUE(read_stored(tariffs).present);
+  EXPECT_EQ(test::names(tariffs), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(check_global() + check_tariffs(), "acceptedaccepted");
+}
+
+TEST_F(ReadConfig, EachFileIsRefusedWithItsPathAndPlace) {
+  store("[a]\n");
+  test::write_file(kGlobal, "[global]\nhello\n");
+  EXPECT_EQ(check_tariffs(), "/config/tc/tc_tariff.ini:1:2: section \"a\" has no id");
+  EXPECT_EQ(check_global(), "/config/tc/tc_global.ini:2:1: no \"=\" in this line");
+}
+
+TEST_F(ReadConfig, ADirectoryIsRefusedAsAWhole) {
+  std::filesystem::create_directories(kTariffs);
+  std::filesystem::create_directories(kGlobal);
+  EXPECT_EQ(check_tariffs(), "/config/tc/tc_tariff.ini: is a directory");
+  EXPECT_EQ(check_global(), "/config/tc/tc_global.ini: is a directory");
+}
+
+TEST_F(ReadConfig, NumbersThatDoNotFitAreNoErrorWhileNewOnesDo) {
+  EXPECT_EQ(check_tariffs("[a]\nid=1\n[b]\nid=1\n"), "accepted");
+  EXPECT_EQ(check_tariffs(sections(15'996, 4)), "accepted");
+  EXPECT_EQ(check_tariffs(sections(1, 15'999)), "accepted");
+  EXPECT_EQ(check_tariffs(sections(15'997, 3)),
+            "/config/tc/tc_tariff.ini: too many sections: the last class number of a tariff is "
+            "15999");
+}
+
+TEST_F(ReadConfig, ABurstSizeIsAnErrorOnlyWhereItHasToBeSaved) {
+  const std::string large = "\nupload_burst_size=3000000000\n";
+  EXPECT_EQ(check_tariffs("[b]\nid=4\n[a]\nid=5" + large), "accepted");
+  EXPECT_EQ(check_tariffs("[b]\nid=5\n[a]\nid=5" + large),
+            "/config/tc/tc_tariff.ini:3:2: section \"a\" has a burst size above 2147483647");
+}
+
+TEST_F(ReadConfig, NothingIsSaved) {
+  const std::string text = "[b]\nid=1\ndownload_speed=1.5\n\n[a]\nid=1\n";
+  EXPECT_EQ(check_tariffs(text), "accepted");
+  EXPECT_EQ(test::read_file(kTariffs), text);
+}
+
+TEST_F(ReadConfig, ANamedTariffFileIsRefusedForWhatItHoldsAltogether) {
+  EXPECT_EQ(check_named("[a]\n[b]\n"), "accepted");
+  EXPECT_EQ(check_named("[a]\n[b]\n [a]\n"),
+            "/tmp/named.ini:3:3: section \"a\" is in the file "
+            "twice");
+  EXPECT_EQ(check_named("[a]\n[b]\ndownload_burst_size=2147483648\n"),
+            "/tmp/named.ini:2:2: section \"b\" has a burst size above 2147483647");
+  EXPECT_EQ(check_named("[a]\nx=1\n"), "/tmp/named.ini:2:1: unknown key \"x\" in this section");
+}
+
+TEST_F(ReadConfig, ANamedGlobalFileIsRoundedToItsStoredForm) {
+  test::write_file("/tmp/named.ini", "[global]\ndownload_speed=1.5\n");
+  GlobalSet global;
+  EXPECT_EQ(text_of(read_named("/tmp/named.ini", global)), "accepted");
+  EXPECT_EQ(global.global.download.speed, 125);
+  test::write_file("/tmp/named.ini", "[gold]\n");
+  EXPECT_EQ(text_of(read_named("/tmp/named.ini", global)),
+            "/tmp/named.ini:1:2: unknown section \"gold\": only [global] and [defaultqosipqueue] "
+            "are allowed here");
+}
+
+}  // namespace
+}  // namespace quenby

@@ -1,0 +1,129 @@
+#include <gtest/gtest.h>
+
+#include "tests/model/rates.h"
+
+// Raising the global speed and burst to cover the tariffs. All rates in bytes per second.
+namespace quenby {
+namespace {
+
+using test::downloads;
+using test::line;
+using test::set_of;
+using test::uploads;
+
+// The global set after both steps.
+GlobalSet resolved(GlobalSet set, TariffSet tariffs, std::int64_t link_speed) {
+  resolve_global_rates(set, tariffs, resolve_tariff_rates(set, tariffs, link_speed));
+  return set;
+}
+
+TariffSettings with_burst(TariffSettings t, std::int64_t size) {
+  t.download.burst_size = size;
+  return t;
+}
+
+constexpr std::int64_t kGigabit = 125'000'000;
+
+TEST(GlobalSpeed, NeverSetBecomesTheSumOfTheGuaranteesWhenThatIsLarger) {
+  // 2,000,000 / 4 + 3,000,000 against the largest ceiling, 3,000,000.
+  const TariffSet tariffs = set_of(downloads("a", 2'000'000, 4.0), downloads("b", 3'000'000));
+  EXPECT_EQ(resolved(line(-2), tariffs, kGigabit).global.download.speed, 3'500'000);
+}
+
+TEST(GlobalSpeed, NeverSetBecomesTheLargestTariffSpeedWhenThatIsLarger) {
+  // 2,000,000 / 4 + 1,000,000 / 10 = 600,000
+  const TariffSet tariffs = set_of(downloads("a", 2'000'000, 4.0), downloads("b", 1'000'000, 10.0));
+  EXPECT_EQ(resolved(line(-2), tariffs, kGigabit).global.download.speed, 2'000'000);
+}
+
+TEST(GlobalSpeed, NeverSetStaysSoWithoutTariffs) {
+  const GlobalSet set = resolved(line(-2), TariffSet(), kGigabit);
+  EXPECT_EQ(set.global.download.speed, -2);
+  EXPECT_EQ(set.global.upload.speed, -2);
+}
+
+TEST(GlobalSpeed, IsKeptWhereItCoversTheTariffs) {
+  const TariffSet tariffs = set_of(downloads("a", 600'000), downloads("b", 600'000));
+  // After scaling: 500,000 + 500,000.
+  EXPECT_EQ(resolved(line(1'000'000), tariffs, 1'250'000).global.download.speed, 1'000'000);
+}
+
+TEST(GlobalSpeed, AboveTheLinkIsKept) {
+  const TariffSet tariffs = set_of(downloads("a", 900'000'000));
+  EXPECT_EQ(resolved(line(500'000'000), tariffs, kGigabit).global.download.speed, 500'000'000);
+}
+
+TEST(GlobalSpeed, OfAnEmptySpeedTariffIsTheLimit) {
+  EXPECT_EQ(resolved(line(-2), set_of(downloads("a", -1)), kGigabit).global.download.speed,
+            kGigabit);
+}
+
+TEST(GlobalSpeed, OfZeroIsNeverRaisedAndGetsNoBurst) {
+  GlobalSet set = line(0, 0);
+  TariffSettings t = with_burst(downloads("a", 1000), 5000);
+  t.upload.speed = 1000;
+  t.upload.burst_size = 5000;
+  // Tariffs as they stand, so that there is something to raise it to.
+  resolve_global_rates(set, set_of(t), RateSummary{1000, 1000, 0, 0, kGigabit});
+  EXPECT_EQ(set.global.download.speed, 0);
+  EXPECT_EQ(set.global.download.burst, 0);
+  EXPECT_EQ(set.global.upload.speed, 0);
+  EXPECT_EQ(set.global.upload.burst, 0);
+}
+
+TEST(GlobalSpeed, IsRaisedToTariffsThatExceedIt) {
+  GlobalSet set = line(1000);
+  const TariffSet tariffs = set_of(downloads("a", 700), downloads("b", 600));
+  resolve_global_rates(set, tariffs, RateSummary{1300, 0, 5000, 5000, 5000});
+  EXPECT_EQ(set.global.download.speed, 1300);
+}
+
+TEST(GlobalSpeed, CountsGuaranteesModulo2To64) {
+  GlobalSet set = line(-2);
+  const TariffSet tariffs =
+      set_of(downloads("a", 5'000'000'000'000'000'000), downloads("b", 5'000'000'000'000'000'000));
+  resolve_global_rates(set, tariffs, summarize_rates(set, tariffs, kGigabit));
+  // The sum, 10^19 - 2^64, is negative; the largest ceiling is left.
+  EXPECT_EQ(set.global.download.speed, 5'000'000'000'000'000'000);
+}
+
+TEST(GlobalSpeed, IgnoresTariffsWithoutAddresses) {
+  TariffSettings no_address = with_burst(downloads("a", 2'000'000), 5000);
+  no_address.addresses.clear();
+  const GlobalSet set = resolved(line(-2), set_of(no_address), kGigabit);
+  EXPECT_EQ(set.global.download.speed, -2);
+  EXPECT_EQ(set.global.download.burst, 0);
+}
+
+TEST(GlobalBurst, CoversTheLargestTariffBurst) {
+  const TariffSet tariffs =
+      set_of(with_burst(downloads("a", 250'000), 1500), with_burst(downloads("b", 250'000), 3000));
+  EXPECT_EQ(resolved(line(1'000'000), tariffs, kGigabit).global.download.burst, 3000);
+}
+
+TEST(GlobalBurst, IsKeptWithoutTariffBursts) {
+  GlobalSet set = line(1'000'000);
+  set.global.download.burst = 77;
+  EXPECT_EQ(resolved(set, set_of(downloads("a", 250'000)), kGigabit).global.download.burst, 77);
+}
+
+TEST(GlobalBurst, FollowsTheResolvedSpeed) {
+  TariffSettings t = with_burst(downloads("a", 250'000), 3000);
+  t.download.burst_rate = 1'000'000;
+  // Cut to 100,000: 100,000 * 3000 / 1,000,000 = 300.
+  EXPECT_EQ(resolved(line(100'000), set_of(t), kGigabit).global.download.burst, 300);
+}
+
+TEST(LineRates, DirectionsDoNotInfluenceEachOther) {
+  TariffSettings up = uploads("b", 300'000);
+  up.upload.burst_size = 900;
+  const TariffSet tariffs = set_of(with_burst(downloads("a", 200'000), 400), up);
+  const GlobalSet set = resolved(line(-2, 250'000), tariffs, kGigabit);
+  EXPECT_EQ(set.global.download.speed, 200'000);
+  EXPECT_EQ(set.global.download.burst, 400);
+  EXPECT_EQ(set.global.upload.speed, 250'000);
+  EXPECT_EQ(set.global.upload.burst, 900);
+}
+
+}  // namespace
+}  // namespace quenby

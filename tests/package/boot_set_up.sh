@@ -1,0 +1,47 @@
+#!/bin/bash
+# Makes a router of a fresh Debian before its first boot: the package in place and its two files
+# stored, Debian's own nftables configuration, a card for the line, a host name that nobody knows.
+#
+# Call: scripts/lab --first "tests/package/boot_set_up.sh PACKAGE" (before the guest's systemd)
+set -euo pipefail
+package=${1:?Call: tests/package/boot_set_up.sh PACKAGE}
+[ ! -d /run/systemd/system ] && [ -e /run/lab/settings ]
+
+DEBIAN_FRONTEND=noninteractive dpkg -i "$package"
+systemctl enable nftables.service
+
+# Numbers that counting anew would change.
+cat >/config/tc/tc_global.ini <<'END'
+[global]
+download_speed=50000
+upload_speed=20000
+wan=wan0
+enabled=true
+[defaultqosipqueue]
+download_speed=1000
+upload_speed=1000
+END
+cat >/config/tc/tc_tariff.ini <<'END'
+[amy]
+id=9
+ip=10.0.1.10
+download_speed=3000
+upload_speed=3000
+queuing_discipline=fq_codel
+[bob]
+id=6
+ip=10.0.2.10
+ip=10.0.3.1
+download_speed=2000
+upload_speed=2000
+queuing_discipline=pfifo
+END
+
+for end in 1:wan0 2:far0; do
+  printf '[Match]\nPermanentMACAddress=02:00:00:00:0c:0%s\n[Link]\nName=%s\n' \
+    "${end%:*}" "${end#*:}" >"/etc/systemd/network/10-${end#*:}.link"
+done
+echo edge >/etc/hostname
+sed -i '/router/d' /etc/hosts
+# A name server that cannot be reached.
+echo nameserver 192.0.2.53 >/etc/resolv.conf

@@ -1,0 +1,305 @@
+#!/bin/bash
+# A router that has booted with the package in place: one build at boot, a quiet journal, firewalls
+# that are reloaded, damage, what somebody stopped, broken files, a line that goes and comes back.
+#
+# Call: tests/package/boot_in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+# shellcheck source=tests/kernel/checks.sh
+source tests/kernel/checks.sh
+# shellcheck source=lab/network.sh
+source lab/network.sh
+network_require_lab
+
+FILES=(/config/tc/tc_global.ini /config/tc/tc_tariff.ini)
+OURS='^(loaded|restored|reloaded) '
+AMY=8000:9 DEFAULT=8000:3
+CARD=$(basename "$(readlink -f /sys/class/net/wan0/device)")
+
+# Waits until COMMAND succeeds, 60 s at most.
+soon() {
+  local tries=0
+  until "$@"; do
+    tries=$((tries + 1))
+    [ "$tries" -lt 300 ] || return 1
+    sleep 0.2
+  done
+}
+
+# What the units have said since the boot.
+said() { journalctl --boot --output cat --unit 'quenby*' --no-pager; }
+builds() { said | grep -cE "$OURS" || true; }
+state_of() { systemctl show --property "$1" --value "$2"; }
+classes() { tc class show dev "$1" 2>/dev/null | grep -o '^class htb [0-9a-f:]*' | sort || true; }
+tree_stands() { [ -n "$(classes wan0)" ] && [ -n "$(classes ifb_ingr)" ]; }
+unshaped() { [ -z "$(classes wan0)" ] && [ ! -e /sys/class/net/ifb_ingr ]; }
+bytes_of() { tc -s class show dev wan0 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
+stored() { stat -c '%n %i %Y %Z' "${FILES[@]}"; }
+
+# All that marks packets, without counters.
+marking() {
+  iptables -w -t mangle -S | grep -E 'KAVO_QOS'
+  iptables -w -t raw -S | grep -E 'QOS_CONNTRACK'
+  ipset list kavo_opt_shaper | grep skbmark | sort
+} 2>/dev/null
+marked() { [ "$(marking)" = "$whole" ]; }
+flushed() { ! iptables -w -t mangle -S KAVO_QOS_FW_OUT_HOOK >/dev/null 2>&1; }
+idle() { [ "$(state_of ActiveState "$1")" = inactive ]; }
+settled() { idle quenby-if@wan0.service && idle quenby-check.service && idle quenby-restore.service; }
+check() { systemctl start quenby-check.service; }
+# Nothing happens by itself while the rest is looked at.
+without_timer() { systemctl mask --quiet --runtime --now quenby-check.timer; }
+with_timer() { systemctl unmask --quiet --runtime quenby-check.timer; }
+
+# A connection that begins now is in its tariff's class and in no other.
+amy_is_shaped() {
+  local amy default
+  amy=$(bytes_of "$AMY") default=$(bytes_of "$DEFAULT")
+  network_rate upload 10.0.1.10 1 >/dev/null
+  holds "$1: a connection is in its class" test $(($(bytes_of "$AMY") - amy)) -gt 50000
+  expect "$1: and not in the default one" "$default" "$(bytes_of "$DEFAULT")"
+}
+
+test_surroundings() {
+  holds "auditing" grep -qE 'audit: type=1130|SERVICE_START' <(journalctl --boot --output cat)
+  fails "the host name is unknown" getent hosts "$(hostname)"
+  expect "IPv6 is on" 0 "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)"
+  expect "the line is a card" virtio_net \
+    "$(basename "$(readlink /sys/class/net/wan0/device/driver)")"
+  expect "nftables.service" active "$(systemctl is-active nftables.service)"
+}
+
+test_boot() {
+  soon settled
+  udevadm settle
+  expect "quenby.service" active "$(systemctl is-active quenby.service)"
+  expect "one build" 1 "$(builds)"
+  expect "what was shaped" "loaded 2 tariffs with 3 addresses on wan0 in N s" \
+    "$(said | grep -E "$OURS" | sed 's/in [0-9.]* s/in N s/')"
+  expect "numbers are kept" "8000:1 8000:2 8000:3 8000:6 8000:9" \
+    "$(classes wan0 | sed 's/.* //' | paste -sd ' ')"
+  expect "both trees" "$(classes wan0)" "$(classes ifb_ingr)"
+  expect "the files are as they were" "$stored_before" "$(stored)"
+  udevadm trigger --action add /sys/class/net/wan0
+  udevadm settle
+  soon settled
+  expect "a device event of a shaped line builds nothing" 1 "$(builds)"
+}
+
+# What the units said, and what was said about commands that they ran.
+test_journal() {
+  expect "no complaint" "" "$(journalctl --boot --output short --no-pager |
+    grep -E 'quenby|sudo|iptables|shape\[' | grep -iE 'error|fail|denied|not permitted|unable|cannot')"
+  expect "nothing of sudo" 0 "$(journalctl --boot --output cat _COMM=sudo | wc -l)"
+  expect "the lines of the boot" 4 "$(said | wc -l)"
+  said
+}
+
+# Firewalls that are loaded again take our chains with them.
+test_firewall() {
+  local how before
+  for how in reload restart; do
+    before=$(builds)
+    holds "$how of nftables" systemctl "$how" nftables.service
+    holds "$how: marked again" soon marked
+    soon settled
+    expect "$how: one build" $((before + 1)) "$(builds)"
+    holds "$how: trees" tree_stands
+    amy_is_shaped "$how"
+  done
+  holds "a firewall that is not there is not followed" idle quenby-follow@ufw.service
+}
+
+# Each thing that may be missing is seen.
+test_damage() {
+  local command what seen
+  fails "all is well" /usr/libexec/quenby/missing
+  while IFS='|' read -r command what; do
+    seen=$(/usr/libexec/quenby/missing || true)
+    fails "before: $command" grep -q "$what" <<<"$seen"
+    bash -c "$command" </dev/null
+    seen=$(/usr/libexec/quenby/missing || true)
+    holds "after: $command" grep -q "$what" <<<"$seen"
+  done <<'END'
+iptables -t mangle -D KAVO_QOS_FW_OUT_HOOK 6|rules of KAVO_QOS_FW_OUT_HOOK
+iptables -t mangle -F POSTROUTING|the jump to KAVO_QOS_FW_OUT_HOOK
+iptables -t raw -R QOS_CONNTRACK 1 -j RETURN|the rule of QOS_CONNTRACK
+iptables -t raw -F PREROUTING|the jump to QOS_CONNTRACK
+ipset flush kavo_opt_shaper|the addresses
+tc filter del dev wan0 parent ffff:|the redirection to ifb_ingr
+tc qdisc del dev wan0 root|the tree of wan0
+ip link del ifb_ingr|the tree of ifb_ingr
+END
+  nft flush ruleset
+}
+
+test_cost() {
+  local begin end
+  begin=$(date +%s%N)
+  for _ in {1..5}; do /usr/libexec/quenby/missing || true; done
+  end=$(date +%s%N)
+  echo "a look takes $(((end - begin) / 5000000)) ms here"
+}
+
+# One restoration serves all damage.
+timer_has_run() { [ -n "$(state_of LastTriggerUSec quenby-check.timer)" ]; }
+test_timer() {
+  local before
+  before=$(builds)
+  mkdir -p /run/systemd/system/quenby-check.timer.d
+  printf '[Timer]\nOnActiveSec=\nOnActiveSec=1\nOnUnitInactiveSec=2\nAccuracySec=1ms\n' \
+    >/run/systemd/system/quenby-check.timer.d/often.conf
+  expect "the timer's period" "OnUnitInactiveUSec=1min" \
+    "$(state_of TimersMonotonic quenby-check.timer | grep -o 'OnUnitInactiveUSec=[^ ]*')"
+  with_timer
+  systemctl daemon-reload
+  flock --no-fork /run/quenby.lock sleep 600 &
+  systemctl start quenby-check.timer
+  holds "the timer has run" soon timer_has_run
+  holds "while a run is under way a look does not wait" soon settled
+  holds "and does nothing" flushed
+  kill %1
+  wait
+  holds "the next time the timer has the firewall restored" soon marked
+  soon settled
+  rm -r /run/systemd/system/quenby-check.timer.d
+  without_timer
+  soon settled
+  holds "and the trees" tree_stands
+  expect "in one build" $((before + 1)) "$(builds)"
+  fails "all is well" /usr/libexec/quenby/missing
+  expect "the files are as they were" "$stored_before" "$(stored)"
+}
+
+stays_off() {
+  check
+  holds "$1: stays off" unshaped
+  udevadm trigger --action add /sys/class/net/wan0
+  udevadm settle
+  soon settled
+  holds "$1: stays off when the line appears" unshaped
+}
+test_stopped_on_purpose() {
+  with_timer
+  quenby --stop
+  stays_off "quenby --stop"
+  systemctl stop quenby.service
+  stays_off "systemctl stop"
+  systemctl reload nftables.service
+  soon settled
+  holds "stays off when the firewall is reloaded" unshaped
+  systemctl start quenby.service
+  holds "on again" marked
+  expect "the timer starts with the service" active "$(systemctl is-active quenby-check.timer)"
+  without_timer
+}
+
+# No other interface starts a unit.
+test_many_interfaces() {
+  local number
+  for number in {1..20}; do ip link add "line$number" type dummy; done
+  udevadm settle
+  expect "no unit for other interfaces" "" \
+    "$(systemctl list-units --all --plain --no-legend 'quenby-if@line*')"
+  for number in {1..20}; do ip link delete "line$number"; done
+}
+
+plug_out() { echo "$CARD" >/sys/bus/virtio/drivers/virtio_net/unbind; }
+plug_in() {
+  echo "$CARD" >/sys/bus/virtio/drivers/virtio_net/bind
+  udevadm settle
+}
+
+set_retry() {
+  mkdir -p /run/systemd/system/quenby.service.d
+  printf '[Service]\nRestartSec=%s\n' "$1" >/run/systemd/system/quenby.service.d/retry.conf
+  systemctl daemon-reload
+}
+
+test_broken_file() {
+  local before counted
+  before=$(builds)
+  expect "a failed start is repeated after" 30s "$(state_of RestartUSec quenby.service)"
+  set_retry 600
+  network_rate upload 10.0.1.10 1 >/dev/null
+  counted=$(bytes_of "$AMY")
+  holds "the tariff has traffic" test "$counted" -gt 50000
+  echo nonsense >>/config/tc/tc_tariff.ini
+  fails "a reload with a broken file" systemctl reload quenby.service
+  expect "leaves the service" active "$(systemctl is-active quenby.service)"
+  fails "a restart with a broken file" systemctl restart quenby.service
+  holds "the journal names its line" grep -q 'tc_tariff.ini:14:' <(said)
+  holds "the shaper works on" test "$(bytes_of "$AMY")" -ge "$counted"
+  holds "with its rules" marked
+  expect "nothing was built" "$before" "$(builds)"
+  expect "the start will be repeated" auto-restart "$(state_of SubState quenby.service)"
+
+  plug_out
+  sed -i '/nonsense/d' /config/tc/tc_tariff.ini
+  plug_in
+  holds "after a failed start the line's appearance starts the service" \
+    soon systemctl --quiet is-active quenby.service
+  holds "which shapes it" tree_stands
+  expect "once" $((before + 1)) "$(builds)"
+}
+
+# Neither a broken file nor a line that is away needs anybody's hand, once mended.
+test_retry() {
+  local before stored_before
+  before=$(builds)
+  set_retry 3
+  plug_out
+  fails "the line is gone" test -e /sys/class/net/wan0
+  echo nonsense >>/config/tc/tc_tariff.ini
+  fails "a restart with a broken file" systemctl restart quenby.service
+  sed -i '/nonsense/d' /config/tc/tc_tariff.ini
+  stored_before=$(stored)
+  holds "it is started again by itself" soon systemctl --quiet is-active quenby.service
+  expect "its line in the journal" "wan0, which is not there yet," \
+    "$(said | tail -n 20 | grep -o 'wan0, which.*yet,')"
+  plug_in
+  holds "shaped when the line is there" soon tree_stands
+  soon settled
+  holds "its rules too" marked
+  expect "two builds" $((before + 2)) "$(builds)"
+  expect "the files are as they were" "$stored_before" "$(stored)"
+}
+
+# The files of an ordinary user, and a platform's script that calls the real sudo.
+test_rights() {
+  chown 65534:65534 "${FILES[@]}"
+  chmod 600 "${FILES[@]}"
+  cp /opt/ostrea/sbin/firewall.init /run/firewall.init
+  printf '#!/bin/sh\nsudo -n /run/firewall.init "$@" && /usr/bin/sudo -n /run/firewall.init "$@"\n' \
+    >/opt/ostrea/sbin/firewall.init
+  holds "a reload with files of somebody else" systemctl reload quenby.service
+  expect "they stay theirs" "600 65534 65534" "$(stat -c '%a %u %g' /config/tc/tc_tariff.ini)"
+  expect "numbered anew" "id=4 id=5" "$(grep id= /config/tc/tc_tariff.ini | paste -sd ' ')"
+  holds "the real sudo was called" test "$(journalctl --boot --output cat _COMM=sudo | wc -l)" -gt 0
+  expect "and lacked nothing" "" "$(journalctl --boot --output cat --no-pager | grep 'not permitted')"
+  expect "one line" "reloaded 2 tariffs with 3 addresses on wan0" \
+    "$(said | grep -o '^reloaded .* on wan0')"
+  cp /run/firewall.init /opt/ostrea/sbin/firewall.init
+}
+
+stored_before=$(stored)
+test_surroundings
+test_boot
+test_journal
+NETWORK_WAN=wan0 NETWORK_INET_CARD=far0
+network_up
+network_add_subscribers 10.0.1.10 10.0.2.10
+network_iperf_start 5201
+whole=$(marking)
+amy_is_shaped "boot"
+test_firewall
+without_timer
+test_cost
+test_damage
+test_timer
+test_stopped_on_purpose
+test_many_interfaces
+test_broken_file
+test_retry
+test_rights
+finish
