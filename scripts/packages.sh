@@ -9,12 +9,12 @@
 QUENBY_BUILD_PACKAGES=(
   g++ cmake ninja-build pkg-config
   libnl-3-dev libnl-route-3-dev libnl-nf-3-dev libnl-cli-3-dev
-  libboost-filesystem-dev libboost-system-dev
+  libboost-filesystem-dev
 )
 
-# What makes the Debian package.
+# What makes the Debian package. systemd tells where its units go.
 # shellcheck disable=SC2034
-QUENBY_PACKAGING_PACKAGES=(debhelper dpkg-dev)
+QUENBY_PACKAGING_PACKAGES=(debhelper dpkg-dev systemd)
 
 # What draws the documents' pictures. The width of letters decides where dot puts
 # things, so the font is one of them.

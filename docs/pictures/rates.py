@@ -22,7 +22,7 @@ def sample_rates(samples):
 
 def table(change):
     samples = change["samples"]
-    yield "seconds " + " ".join(samples[0]["bytes"])
+    yield "seconds " + " ".join(f'"{name}"' for name in samples[0]["bytes"])
     for seconds, rates in sample_rates(samples):
         yield f"{seconds:.3f} " + " ".join(f"{rate:.3f}" for rate in rates)
     configured = change["configured"]

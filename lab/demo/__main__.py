@@ -6,6 +6,7 @@ Call: python3 lab/demo QUENBY [JSON-FILE]      in the top folder of the tree
 
 import json
 import os
+import shlex
 import subprocess
 import sys
 from dataclasses import asdict, replace
@@ -17,13 +18,14 @@ from plan import class_numbers, default_subscriber, read_tariffs
 from report import table
 
 EXAMPLES = "examples"
-CONFIG = "/config/tc"
-FIREWALL = "/opt/ostrea/sbin/firewall.init"
+STORED = "/config/tc/tc_tariff.ini"
+LINE = "/tmp/line.ini"
+SUBSCRIBERS = "/tmp/subscribers.ini"
 FREE_ADDRESS = "10.0.200.9"
 CHANGED_FILE = f"{EXAMPLES}/tariff_update.ini"
 ADDED_FILE = f"{EXAMPLES}/tariff_add.ini"
-DELETED = "workshop"
-BYSTANDER = "office"  # downloads during the change of another tariff
+DELETED = "4714 Weaver"
+BYSTANDER = "4713 School"  # downloads during the change of another tariff
 
 
 def run(*command):
@@ -43,7 +45,7 @@ class Demo:
 
     def command(self, *options):
         """Runs the program and shows how."""
-        say(f"  $ quenby {' '.join(options)}")
+        say(f"  $ quenby {shlex.join(options)}")
         run(self.quenby, *options)
 
     def addresses(self):
@@ -58,13 +60,11 @@ class Demo:
         watch_addresses(self.addresses())
 
     def load(self):
-        say("Loading the examples")
-        os.makedirs(CONFIG, exist_ok=True)
-        for name in ("tc_global.ini", "tc_tariff.ini"):
-            install_example(name)
-        say(f"  $ {FIREWALL} start opt-qos")
-        run(FIREWALL, "start", "opt-qos")
-        self.command("--load")
+        say("Setting the examples up")
+        copy_example("tc_global.ini", LINE)
+        copy_example("tc_tariff.ini", SUBSCRIBERS)
+        self.command("--global-update", LINE, "--update", SUBSCRIBERS)
+        self.tariffs = with_numbers(self.tariffs)
         self.meter = Meter()
 
     def measure(self, title, subscribers):
@@ -103,15 +103,11 @@ class Demo:
         self.command("--tariff-del", DELETED)
 
     def after_edits(self):
-        """The subscribers as they are now. The stored file tells only which
-        class an added tariff got; speeds are those of the files given."""
-        numbers = class_numbers(f"{CONFIG}/tc_tariff.ini")
+        """The subscribers as they are now; speeds are those of the files given."""
         tariffs = {**self.tariffs, **self.changed, **self.added}
         gone = tariffs.pop(DELETED)
-        current = [replace(tariff, class_number=numbers[name])
-                   for name, tariff in tariffs.items()]
-        return [*current, replace(self.without, name=f"({gone.name}, deleted)",
-                                  addresses=gone.addresses)]
+        former = replace(self.without, name=f"({gone.name}, deleted)", addresses=gone.addresses)
+        return [*with_numbers(tariffs).values(), former]
 
     def statistics(self):
         say("  $ quenby --stat")
@@ -131,11 +127,18 @@ class Demo:
         self.statistics()
 
 
-def install_example(name):
-    """Puts an example into place as its own text says: without its comments."""
+def copy_example(name, path):
+    """Copies an example as its own text says: without its comments."""
     with open(f"{EXAMPLES}/{name}.example", encoding="utf-8") as source, \
-            open(f"{CONFIG}/{name}", "w", encoding="utf-8") as target:
+            open(path, "w", encoding="utf-8") as target:
         target.writelines(line for line in source if not line.startswith("#"))
+
+
+def with_numbers(tariffs):
+    """The subscribers with the class numbers that the program has stored."""
+    numbers = class_numbers(STORED)
+    return {name: replace(tariff, class_number=numbers[name])
+            for name, tariff in tariffs.items()}
 
 
 def wrong_statistics(text):

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Builds the program as a newcomer does, without presets and without GoogleTest:
-# with no build type, as Release and with clang++. Each program must run and keep its
+# with no build type, as Release (with a Boost that has no library of Boost.System) and
+# with clang++. Each program must run and keep its
 # assertions. CMake's other build types must compile the same files in the same way
 # but for the type's own flags, and keep their assertions. The tests themselves are
 # compiled by the presets dev and asan alone. A warning ends the build of a preset
@@ -104,6 +105,42 @@ differs_by() {
   asserts "$1" "$folder"
 }
 
+# Makes a Boost that has the library of Boost.Filesystem and no other.
+newer_boost() {
+  mkdir "$scratch/boost"
+  cat >"$scratch/boost/BoostConfigVersion.cmake" <<'END'
+set(PACKAGE_VERSION 1.90.0)
+set(PACKAGE_VERSION_COMPATIBLE TRUE)
+END
+  cat >"$scratch/boost/BoostConfig.cmake" <<'END'
+file(TOUCH ${CMAKE_CURRENT_LIST_DIR}/taken)
+foreach(component IN LISTS Boost_FIND_COMPONENTS)
+  set(Boost_${component}_FOUND FALSE)
+  if(component STREQUAL filesystem)
+    set(Boost_filesystem_FOUND TRUE)
+    if(NOT TARGET Boost::filesystem)
+      add_library(Boost::filesystem INTERFACE IMPORTED)
+      set_target_properties(Boost::filesystem PROPERTIES INTERFACE_LINK_LIBRARIES boost_filesystem)
+    endif()
+  elseif(Boost_FIND_REQUIRED_${component})
+    message(FATAL_ERROR "this Boost has no ${component}")
+  endif()
+endforeach()
+END
+}
+
+test_newer_boost() {
+  newer_boost
+  mkdir "$scratch/needy"
+  printf '%s\n' 'project(needy LANGUAGES CXX)' \
+    'find_package(Boost REQUIRED COMPONENTS filesystem system)' >"$scratch/needy/CMakeLists.txt"
+  fails "there is none for who needs it" cmake -S "$scratch/needy" -B "$scratch/needy/build" \
+    -DBoost_DIR="$scratch/boost" >/dev/null 2>&1
+  rm "$scratch/boost/taken"
+  builds Release -DCMAKE_BUILD_TYPE=Release -DBoost_DIR="$scratch/boost"
+  holds "that Boost was taken" test -e "$scratch/boost/taken"
+}
+
 # Every record of the model has gaps, so this warning is certain.
 padded_model() {
   local folder=$scratch/padded
@@ -126,7 +163,7 @@ builds none
 differs_by Debug "-g"
 differs_by RelWithDebInfo "-O2 -g -DNDEBUG"
 differs_by MinSizeRel "-Os -DNDEBUG"
-builds Release -DCMAKE_BUILD_TYPE=Release
+test_newer_boost
 builds clang -DCMAKE_CXX_COMPILER=clang++-14
 test_warnings
 finish

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Checks of platform/firewall.init with both iptables back ends: what it makes,
-# that repeating it changes nothing, that it leaves nothing behind, and that its
-# hooks reach the packets they are meant for.
+# that repeating it changes nothing, that it leaves nothing of its own and all that
+# others made, and that its hooks reach the packets they are meant for.
 #
 # Call: scripts/lab tests/kernel/firewall_init_test.sh
 set -euo pipefail
@@ -143,6 +143,46 @@ test_restart() {
   stop
 }
 
+# Another firewall has made some of it before: a chain with its rule, a jump, the
+# set. What it has made stays, and what it deletes meanwhile is not missed.
+test_foreign() {
+  local before
+  iptables -w -t mangle -N KAVO_QOS_FW_OUT_HOOK
+  iptables -w -t mangle -A KAVO_QOS_FW_OUT_HOOK -o other9 -j RETURN
+  iptables -w -t filter -N OSTREA_FW_IN_HOOK
+  iptables -w -t filter -A INPUT -j OSTREA_FW_IN_HOOK
+  ipset create kavo_opt_shaper hash:ip family inet skbinfo
+  ipset add kavo_opt_shaper 10.0.0.8
+  before=$(state)
+  start
+  start
+  expect "the jump of another firewall is not made again" 1 \
+    "$(chain filter INPUT | grep -c OSTREA_FW_IN_HOOK)"
+  fill_like_shaper
+  iptables -w -t filter -D OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK
+  iptables -w -t mangle -D KAVO_QOS_FW_OUT_HOOK -j SET --map-set kavo_opt_shaper src --map-mark
+  iptables -w -t raw -F
+  iptables -w -t raw -X
+  ipset del kavo_opt_shaper 10.0.0.9
+  expect "stop: status 0" 0 "$(status_of stop)"
+  expect "what others made stays" "$before" "$(state)"
+  expect "a stop without a start leaves it too" "0 $before" "$(status_of stop) $(state)"
+  iptables -w -t mangle -F
+  iptables -w -t mangle -X
+  iptables -w -F
+  iptables -w -X
+  ipset destroy kavo_opt_shaper
+}
+
+# A set with other properties is told of at once.
+test_wrong_set() {
+  ipset create kavo_opt_shaper hash:net
+  expect "a set of another type: status 1" 1 "$(status_of start)"
+  stop
+  holds "it is kept" ipset -q -n list kavo_opt_shaper
+  ipset destroy kavo_opt_shaper
+}
+
 # An early ACCEPT, as firewalls have for established connections, must not keep
 # packets from the hooks.
 test_packets() {
@@ -196,6 +236,8 @@ run_all() {
   test_repair
   test_stop
   test_restart
+  test_foreign
+  test_wrong_set
   test_packets
   test_switch
 }

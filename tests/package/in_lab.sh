@@ -9,5 +9,5 @@ cd "$(dirname "$0")/../.."
 
 # Names alone, with commas.
 depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/|[^,]*//g; s/ //g')
-exec scripts/lab --debian "$depends" --cpus 1 --timeout 900 \
+exec scripts/lab --debian "$depends" --cpus 1 --timeout 1200 \
   tests/package/package_test.sh "$package"

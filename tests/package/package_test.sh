@@ -1,7 +1,7 @@
 #!/bin/bash
 # The package's life on a router: set up as README.md says, traffic, a line that
-# goes and comes back, reload, stop, a second installation, edits while a unit
-# reloads, removal, purge.
+# goes and comes back, reload, stop, an upgrade, edits while a unit reloads, images
+# that are made on the router, removal, Debian's own test, purge.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
 set -euo pipefail
@@ -71,14 +71,25 @@ runs_at() {
     awk -v got="$got" -v speed="$3" 'BEGIN { exit !(got >= 0.85 * speed && got <= 1.03 * speed) }'
 }
 
+# Another firewall has one of the chains already, with a rule and a jump of its own.
+make_foreign_chain() {
+  iptables -w -N OSTREA_FW_IN_HOOK
+  iptables -w -A OSTREA_FW_IN_HOOK -i other9 -j DROP
+  iptables -w -A INPUT -j OSTREA_FW_IN_HOOK
+}
+
 test_set_up() {
   install_operator
   expect "README.md has the set-up's commands" 7 "$(setup_commands | wc -l)"
-  holds "the set-up of README.md" bash -ec "cd '${package%/*}'; $(setup_commands)"
+  mkdir /root/copied
+  cp "$package" /root/copied
+  holds "the set-up of README.md" bash -ec "cd /root/copied; $(setup_commands)"
   expect "quenby.service" active "$(systemctl is-active quenby.service)"
   expect "quenby.service at boot" enabled "$(systemctl is-enabled quenby.service)"
   expect "the operator's change" upload_speed=18000 \
     "$(grep -m 1 upload_speed /config/tc/tc_global.ini)"
+  expect "the class numbers are the program's" "4 5 6 7" \
+    "$(sed -n 's/^id=//p' /config/tc/tc_tariff.ini | paste -sd ' ')"
   expect "/config/tc is for root only" "750 root root" "$(stat -c '%a %U %G' /config/tc)"
   # The root class, two default ones and four tariffs.
   expect "classes on eth1" 7 "$(class_count eth1)"
@@ -150,16 +161,65 @@ test_stop() {
   holds "shaped again" shaped
 }
 
-test_second_installation() {
+# Makes a newer package, whose unit and firewall script differ, and prints its path.
+newer_package() {
+  local files=/run/newer
+  dpkg-deb -R "$package" "$files"
+  sed -i 's/^Version: .*/&+1/' "$files/DEBIAN/control"
+  sed -i 's/^Description=.*/Description=The newer one/' "$files"/*/systemd/system/quenby.service
+  echo "# the newer one" | tee -a "$files/usr/libexec/quenby/kavo-hal" \
+    >>"$files/usr/libexec/quenby/firewall.init"
+  dpkg-deb -Znone -b "$files" /run/newer.deb >/dev/null
+  echo /run/newer.deb
+}
+
+test_upgrade() {
   local before
+  expect "the hardware tool answers" Linux "$(/usr/sbin/kavo-hal getBoardShortName)"
+  echo "# the operator's" >>/opt/ostrea/sbin/firewall.init
   network_add_subscribers 10.0.1.10
   network_iperf_start 5201
   network_rate upload 10.0.1.10 1 >/dev/null
   before=$(class_bytes 8000:4)
   holds "the tariff has traffic" test "$before" -gt 0
-  holds "a second installation" dpkg -i "$package"
+  holds "an upgrade" dpkg -i "$(newer_package)"
   expect "it leaves the classes alone" "$before" "$(class_bytes 8000:4)"
   expect "quenby.service" active "$(systemctl is-active quenby.service)"
+  expect "systemd has read the new unit" "The newer one, no" \
+    "$(state_of Description quenby.service), $(state_of NeedDaemonReload quenby.service)"
+  expect "a changed script stays" "# the operator's" "$(tail -n 1 /opt/ostrea/sbin/firewall.init)"
+  expect "ours is replaced" "# the newer one" "$(tail -n 1 /usr/sbin/kavo-hal)"
+}
+
+# What a command leaves alone that is none of this router's business.
+undisturbed() {
+  systemctl is-active quenby.service
+  stat -c %i /run/quenby.lock
+  classes
+  firewall
+}
+
+# Runs the command with an image at /srv/image, which has this router's files and sees
+# its processes, devices and /run. True when the package has gone from there.
+# shellcheck disable=SC2016  # for the other shell
+in_image() {
+  unshare --mount bash -ec '
+    mount -t tmpfs tmpfs /srv
+    mkdir /srv/upper /srv/work /srv/image
+    mount -t overlay -o lowerdir=/,upperdir=/srv/upper,workdir=/srv/work overlay /srv/image
+    for folder in dev proc run sys; do mount --rbind "/$folder" "/srv/image/$folder"; done
+    "$@"
+    ! test -e /srv/image/usr/sbin/quenby -o -e /srv/image/config' in_image "$@"
+}
+
+test_images() {
+  local before
+  before=$(undisturbed)
+  holds "purge in a chroot" in_image chroot /srv/image dpkg -P quenby
+  expect "the router is as it was" "$before" "$(undisturbed)"
+  holds "purge from an image" in_image \
+    dpkg --root=/srv/image --force-script-chrootless -P quenby
+  expect "the router is as it was" "$before" "$(undisturbed)"
 }
 
 # At boot, and when the package comes. A lock that others could hold is shut.
@@ -235,6 +295,17 @@ test_return() {
   holds "shaped again" shaped
 }
 
+# What autopkgtest runs. It begins with an empty router, and its line stays for the
+# shaping that a purge has to take down.
+test_debian() {
+  quenby --clear
+  local status=0
+  debian/tests/shapes 2>&1 || status=$?
+  expect "debian/tests/shapes" 0 "$status"
+  holds "loading by hand" quenby --load
+  holds "shaped again" ip link show ifb_ingr
+}
+
 test_purge() {
   local files file
   files=$(dpkg -L quenby)
@@ -243,6 +314,7 @@ test_purge() {
   expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
   fails "/config is gone" test -e /config
   fails "/opt/ostrea is gone" test -e /opt/ostrea
+  fails "the hardware tool is gone" test -e /usr/sbin/kavo-hal
   fails "the lock is gone" test -e /run/quenby.lock
   while read -r file; do
     [ -d "$file" ] || [ ! -e "$file" ] || expect "left behind" "" "$file"
@@ -252,6 +324,7 @@ test_purge() {
 
 network_up
 network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
+make_foreign_chain
 firewall_before=$(firewall)
 test_set_up
 test_traffic
@@ -259,10 +332,12 @@ test_units
 test_line_comes_back
 test_other_interface
 test_stop
-test_second_installation
+test_upgrade
 test_lock
 test_edits_while_the_service_reloads
+test_images
 test_removal
 test_return
+test_debian
 test_purge
 finish
