@@ -33,8 +33,8 @@ bool create_shaper(const GlobalSet& global, const TariffSet& tariffs) {
   return true;
 }
 
-void rebuild_numbered_anew(const GlobalSet& global, TariffConfig& tariffs) {
-  number_anew(tariffs);
+void rebuild_renumbered(const GlobalSet& global, TariffConfig& tariffs) {
+  renumber(tariffs);
   clear_shaper(global);
   create_shaper(global, tariffs);
   TariffSystemConfig().cfgSave(tariffs);
@@ -53,7 +53,7 @@ void reload_config() {
   load_global_config(global);
   TariffConfig tariffs;
   load_tariff_config(tariffs);
-  rebuild_numbered_anew(global, tariffs);
+  rebuild_renumbered(global, tariffs);
 }
 
 void restore_config(const std::string& interface) {
@@ -73,7 +73,7 @@ void update_config(const std::string& path) {
   if (stored && current.numbersFit()) return replace_differences(global, current, list);
   if (!current.refillIDs()) _error("wrong tariff configuration");
   current.update(list, true, false);
-  rebuild_numbered_anew(global, current);
+  rebuild_renumbered(global, current);
 }
 
 void stop_shaper() {

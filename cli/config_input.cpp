@@ -19,7 +19,7 @@ bool load_tariff_config(TariffConfig& tariffs) {
 
 bool load_numbered_tariffs(TariffConfig& tariffs) {
   if (!load_tariff_config(tariffs) || tariffs.numbersFit()) return false;
-  number_anew(tariffs);
+  renumber(tariffs);
   return true;
 }
 
@@ -27,7 +27,7 @@ void prepare_whole_save(TariffConfig& tariffs) {
   if (round_for_save(tariffs)) _error("wrong current tariff configuration");
 }
 
-void number_anew(TariffConfig& tariffs) {
+void renumber(TariffConfig& tariffs) {
   if (refill_numbers(tariffs)) _error("wrong tariff configuration");
   prepare_whole_save(tariffs);
 }

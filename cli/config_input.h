@@ -25,9 +25,9 @@ bool load_numbered_tariffs(TariffConfig& tariffs);
 /// changed.
 void prepare_whole_save(TariffConfig& tariffs);
 
-/// Numbers the stored tariffs anew, for a save of the whole list. Ends the process when there are
+/// Renumbers the stored tariffs, for a save of the whole list. Ends the process when there are
 /// too many, or a value cannot be saved.
-void number_anew(TariffConfig& tariffs);
+void renumber(TariffConfig& tariffs);
 
 /// Reads a tariff file that the operator names, ordered by name and with values as a stored file
 /// holds them. False when it does not parse, holds two tariffs of one name, or holds a value that

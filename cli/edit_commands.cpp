@@ -26,7 +26,7 @@ void extend(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
   }
 }
 
-// Adds to a list that is new or numbered anew, which everything is built from, enabled or not.
+// Adds to a list that is new or renumbered, which everything is built from, enabled or not.
 void start(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
   number_new(current, added);
   if (current.update(added, false, true)) {
@@ -47,7 +47,7 @@ void add_tariffs(const std::string& path) {
   TariffConfig current;
   const bool stored = load_tariff_config(current);
   if (stored && current.numbersFit()) return extend(global, current, added);
-  number_anew(current);
+  renumber(current);
   start(global, current, added);
 }
 
@@ -61,7 +61,7 @@ void delete_tariff(const std::string& name) {
   if (removed.empty()) _error("tariff does not exist");
   if (global.global.enabled && !current.numbersFit()) {
     current.remove(removed);
-    return rebuild_numbered_anew(global, current);
+    return rebuild_renumbered(global, current);
   }
   if (global.global.enabled) HtbShaper().del_tariffs(global, current, removed);
   current.remove(removed);
@@ -82,7 +82,7 @@ void update_tariff(const std::string& path) {
   if (!current.fillIDs(list, false)) _error("wrong new tariff configuration");
   if (global.global.enabled && !current.numbersFit()) {
     current.update(list, false, false);
-    return rebuild_numbered_anew(global, current);
+    return rebuild_renumbered(global, current);
   }
   TariffSet removed;
   TariffSet added;
@@ -103,10 +103,10 @@ void update_global(const std::string& path) {
   GlobalSet global;
   if (!read_global_file(path, global)) _error("wrong new global configuration");
   TariffConfig current;
-  const bool numbered_anew = load_numbered_tariffs(current);
+  const bool renumbered = load_numbered_tariffs(current);
   stop_shaper();
   create_shaper(global, current);
-  if (numbered_anew) TariffSystemConfig().cfgSave(current);
+  if (renumbered) TariffSystemConfig().cfgSave(current);
   GlobalSystemConfig().cfgSave(global);
 }
 
@@ -114,9 +114,9 @@ void delete_global() {
   GlobalSet global;
   load_global_config(global);
   TariffConfig current;
-  const bool numbered_anew = load_numbered_tariffs(current);
+  const bool renumbered = load_numbered_tariffs(current);
   HtbShaper().del_global(global, current);
-  if (numbered_anew) TariffSystemConfig().cfgSave(current);
+  if (renumbered) TariffSystemConfig().cfgSave(current);
   GlobalSystemConfig::remove();
 }
 

@@ -9,7 +9,7 @@ namespace quenby {
 /// standard error, flushes it and exits with status 1. Nothing is rolled back.
 [[noreturn]] void _error(const std::string& msg);
 
-/// As above, with a colon and the text of `e` behind the message (no blank after the colon).
+/// As above, with a colon and the text of `e` after the message (no blank after the colon).
 [[noreturn]] void _error(const std::string& msg, const std::exception& e);
 
 }  // namespace quenby

@@ -1,5 +1,6 @@
 #include <cstdlib>
 #include <getopt.h>
+#include <set>
 #include <string>
 
 #include "cli/config_commands.h"
@@ -15,16 +16,15 @@ using namespace quenby;
 // What the options leave for the end of the run.
 struct Run {
   int status = 0;
-  bool statistics = false;
-  bool restore = false;
+  std::set<OptionCode> waiting;
   std::string interface;
 };
 
-// Performs or notes what one option asks for. `argument` is its text, null for options without.
-void serve(int code, const char* argument, Run& run) {
+// Performs what one option asks for. `argument` is its text, empty for options without.
+void perform(OptionCode code, const std::string& argument, const Run& run) {
   switch (code) {
     case kUpdate:
-      return update_config(argument != nullptr ? argument : "/tmp/tc_tariff.ini");
+      return update_config(argument);
     case kClear:
       return clear_config();
     case kStop:
@@ -34,8 +34,7 @@ void serve(int code, const char* argument, Run& run) {
     case kReload:
       return reload_config();
     case kRestoreIfCfg:
-      run.restore = true;
-      return;
+      return restore_config(run.interface);
     case kTariffAdd:
       return add_tariffs(argument);
     case kTariffDel:
@@ -49,15 +48,39 @@ void serve(int code, const char* argument, Run& run) {
     case kGlobalDel:
       return delete_global();
     case kStat:
-      run.statistics = true;
-      return;
+      return print_statistics();
     case kVersion:
       return print_version();
     case kIfName:
-      run.interface = argument;
       return;
-    default:
-      run.status = 1;
+  }
+}
+
+// The text of an option's argument, which may be null.
+std::string text_of(OptionCode code, const char* argument) {
+  if (argument != nullptr) return argument;
+  return code == kUpdate ? "/tmp/tc_tariff.ini" : "";
+}
+
+// Performs or notes an option. A code that no option has is one that getopt has complained about.
+void serve(int code, const char* argument, Run& run) {
+  for (const OptionSpec& spec : option_specs()) {
+    if (spec.code != code) continue;
+    const std::string text = text_of(spec.code, argument);
+    if (spec.when == When::at_once) return perform(spec.code, text, run);
+    if (spec.when == When::value) {
+      run.interface = text;
+    } else {
+      run.waiting.insert(spec.code);
+    }
+    return;
+  }
+  run.status = 1;
+}
+
+void serve_waiting(When when, const Run& run) {
+  for (const OptionSpec& spec : option_specs()) {
+    if (spec.when == when && run.waiting.count(spec.code) != 0) perform(spec.code, "", run);
   }
 }
 
@@ -71,7 +94,7 @@ int main(int argc, char* argv[]) {
   int code = 0;
   while ((code = getopt_long_only(argc, argv, "", option_table().data(), nullptr)) != -1)
     serve(code, optarg, run);
-  if (run.statistics) print_statistics();
-  if (run.restore) restore_config(run.interface);
+  serve_waiting(When::at_end, run);
+  serve_waiting(When::last, run);
   return run.status;
 }

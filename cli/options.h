@@ -24,7 +24,31 @@ enum OptionCode {
   kVersion = 1014,
 };
 
-/// The option table in the form that `getopt_long_only` wants, its end mark included.
+/// When the operation of an option is performed. What runs at the end runs once, however often the
+/// option was given.
+enum class When {
+  /// Where the option stands.
+  at_once,
+  /// After the last option.
+  at_end,
+  /// After those.
+  last,
+  /// Never: it only has a value for another one.
+  value,
+};
+
+struct OptionSpec {
+  const char* name;
+  /// `no_argument` or `required_argument`.
+  int argument;
+  OptionCode code;
+  When when;
+};
+
+/// Every option, in the order in which people are told about them.
+const std::vector<OptionSpec>& option_specs();
+
+/// The same in the form that `getopt_long_only` wants, its end mark included.
 const std::vector<option>& option_table();
 
 }  // namespace quenby

@@ -22,7 +22,7 @@ StoredFile read_stored(GlobalSet& global);
 /// Orders the tariffs by name.
 StoredFile read_stored(TariffConfig& tariffs);
 
-/// Numbers the stored tariffs anew; an error when there are too many.
+/// Renumbers the stored tariffs; an error when there are too many.
 std::optional<ParseError> refill_numbers(TariffConfig& tariffs);
 
 /// Brings the stored tariffs to the form in which the whole list is written. An error, with nothing
@@ -30,7 +30,7 @@ std::optional<ParseError> refill_numbers(TariffConfig& tariffs);
 std::optional<ParseError> round_for_save(TariffConfig& tariffs);
 
 /// Reads both stored files as `--load` does, but saves nothing: an error when it would refuse
-/// the file, or its tariffs when it has to number them anew.
+/// the file, or its tariffs when it has to renumber them.
 std::optional<ParseError> check_stored(GlobalSet& global);
 std::optional<ParseError> check_stored(TariffConfig& tariffs);
 

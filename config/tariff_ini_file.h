@@ -10,7 +10,7 @@
 namespace quenby {
 
 /// An INI file: "[name]" headers and "key=value" lines, no comments. Keys are case-insensitive,
-/// names and values are not. Text behind "]" is ignored; a key or value may not be empty.
+/// names and values are not. Text after "]" is ignored; a key or value may not be empty.
 ///
 /// The file at the path is replaced by a rename once a complete new one is on the disk, so that it
 /// is always either the old or the new one, and keeps its owner and mode. A failed save ends the
@@ -34,12 +34,12 @@ class TariffIniFile {
   /// cannot be read.
   Position find_section(const std::string& name) const;
 
-  /// Takes the name out of a header line's text behind its "[". False when there is none.
+  /// Takes the name out of a header line's text after its "[". False when there is none.
   static bool parse_section(char* text, std::string& name);
 
   /// The first character of `text` that is not white space.
   static char* trim_left(char* text);
-  /// Ends the text behind its last character that is not white space, `end` being its terminating
+  /// Ends the text after its last character that is not white space, `end` being its terminating
   /// NUL. Returns `begin`.
   static char* trim_right(char* begin, char* end);
   static char* trim_right(char* begin);

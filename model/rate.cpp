@@ -20,7 +20,7 @@ void trim(std::string& text) {
   text.erase(text.begin(), std::find_if(text.begin(), text.end(), is_text));
 }
 
-// The number at the start of the trimmed `text`; `end` is set behind it when there is one.
+// The number at the start of the trimmed `text`; `end` is set after it when there is one.
 double leading_number(const std::string& text, const char*& end) {
   if (text.empty()) return kNoNumber;
   char* stop = nullptr;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "model/number.h"
 #include "model/rate.h"
@@ -112,9 +113,9 @@ void resolve_global_rates(GlobalSet& g, const TariffSet& t, const RateSummary& r
 
 bool RateSummary::oversubscribed() const { return down_limit < down_sum || up_limit < up_sum; }
 
-ResolvedSettings resolve(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed) {
-  ResolvedSettings settings{g, g, t, {}};
-  settings.summary = resolve_tariff_rates(g, settings.tariffs, link_speed);
+ResolvedSettings resolve(GlobalSet g, TariffSet t, std::int64_t link_speed) {
+  ResolvedSettings settings{g, std::move(g), std::move(t), {}};
+  settings.summary = resolve_tariff_rates(settings.configured, settings.tariffs, link_speed);
   resolve_global_rates(settings.line, settings.tariffs, settings.summary);
   return settings;
 }

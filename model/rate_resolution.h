@@ -39,7 +39,7 @@ struct ResolvedSettings {
 };
 
 /// All steps in their order.
-ResolvedSettings resolve(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed);
+ResolvedSettings resolve(GlobalSet g, TariffSet t, std::int64_t link_speed);
 
 /// Sums up a configuration; changes nothing.
 RateSummary summarize_rates(const GlobalSet& g, const TariffSet& t, std::int64_t link_speed);

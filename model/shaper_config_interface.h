@@ -25,7 +25,7 @@ class ShaperConfigInterface {
   /// At each key line; `section` is the header that stands above it, `key` is in lower case.
   virtual bool onKey(const std::string& section, const std::string& key,
                      const std::string& value) = 0;
-  /// Once behind the last line, after a failure too.
+  /// Once after the last line, after a failure too.
   virtual bool endSection() = 0;
   /// Last of all.
   virtual bool endParse() = 0;

@@ -12,7 +12,7 @@ class TariffConfig : public TariffSet {
   using TariffConfigBase::get;
   using TariffConfigBase::update;
 
-  /// Numbers every tariff of `set` anew. False at the first tariff whose name is stored already or
+  /// Renumbers every tariff of `set`. False at the first tariff whose name is stored already or
   /// when no number is left; those before it keep their new numbers. Needs this list sorted.
   bool addIDs(TariffSet& set);
 
@@ -20,21 +20,21 @@ class TariffConfig : public TariffSet {
   /// one. False at the first tariff that gets none. Needs this list sorted.
   bool fillIDs(TariffSet& set, bool allow_new);
 
-  /// Numbers every stored tariff anew from 4 in list order. False at the first that gets none.
+  /// Renumbers every stored tariff from 4 in list order. False at the first that gets none.
   bool refillIDs();
 
   /// Whether the counter and every number are within the limits.
   bool checkID() const;
 
   /// Whether `checkID` holds and no number stands twice. A list whose numbers do not fit is
-  /// numbered anew before anything is built or changed by number.
+  /// renumbered before anything is built or changed by number.
   bool numbersFit() const;
 
   /// Copies the tariff of this number; false, with `out` unchanged, when there is none. Needs the
   /// numbers ascending in list order, as in `orderedByID()`.
   bool get(int id, TariffSettings& out) const;
 
-  /// `TariffConfigBase::update`; with `replace` and `refill` the list is numbered anew as well.
+  /// `TariffConfigBase::update`; with `replace` and `refill` the list is renumbered as well.
   bool update(const TariffSet& set, bool replace, bool refill);
 
   /// A copy for lookups by number.

@@ -40,14 +40,14 @@ QUENBY_LAB_PACKAGES=(
 # shellcheck disable=SC2034
 QUENBY_GUEST_PACKAGES=(qemu-system-x86 busybox-static cpio kmod)
 
-# Prints the names among PKG... that are installed, one a line.
+# Prints the names among PKG... that are installed, one per line.
 _installed_packages() {
   # shellcheck disable=SC2016  # the field names are dpkg-query's, not ours
   dpkg-query -W -f='${db:Status-Status} ${Package}\n' "$@" 2>/dev/null |
     sed -n 's/^installed //p'
 }
 
-# Prints the names among PKG... that are not installed, one a line. One query for
+# Prints the names among PKG... that are not installed, one per line. One query for
 # all of them: under emulation each takes a second.
 missing_packages() {
   [ $# -gt 0 ] || return 0

@@ -39,7 +39,7 @@ struct DesiredState {
 
 DesiredState desired_state(const ResolvedSettings& settings, const RouterFacts& facts);
 
-/// One line an object, in the order in which they are made:
+/// One line per object, in the order in which they are made:
 ///
 ///   eth1 class 8000:4 parent 8000:1 rate 250000 ceil 500000 burst 60000 cburst 120000 quantum
 ///   25000

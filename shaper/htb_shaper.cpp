@@ -3,6 +3,8 @@
 #include <linux/netlink.h>
 #include <netlink/utils.h>
 
+#include <utility>
+
 #include "cli/system.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
@@ -26,13 +28,14 @@ HtbShaper::HtbShaper()
 
 void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
   const bool has_wan = !set.global.wan.empty();
-  const ResolvedSettings settings = resolve(set, tariffs, link_speed(set.global.wan));
+  const std::int64_t speed = link_speed(set.global.wan);
+  const ResolvedSettings settings = resolve(std::move(set), std::move(tariffs), speed);
 
-  const Devices both = devices(set.global);
+  const Devices both = devices(settings.line.global);
   clean_rules(both, has_wan && needs_drop_chain(settings.line));
   if (has_wan) create_ipset();
   const DesiredState wanted =
-      desired_state(settings, {link_exists(set), has_wan ? board_name() : std::string()});
+      desired_state(settings, {link_exists(settings.line), has_wan ? board_name() : std::string()});
   run_list(wanted.steering);
   for (const Direction way : kDirections) {
     both.at(way).setup(wanted.tree(way));

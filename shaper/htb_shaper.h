@@ -41,7 +41,7 @@ class HtbShaper {
   // `removed` (its old record) and in `added` (its new one). All sets ordered by name, rates as
   // configured.
 
-  /// Touches the changed tariffs alone where that gives the same as building everything anew.
+  /// Touches the changed tariffs alone where that gives the same as rebuilding everything.
   void update_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed,
                       const TariffSet& added);
   void add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added);

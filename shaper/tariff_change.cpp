@@ -101,17 +101,17 @@ const char* reason_text(ChangeReason reason) {
     case ChangeReason::last_tariff:
       return "line only: no tariff is left";
     case ChangeReason::first_tariff:
-      return "anew: there was no tariff";
+      return "rebuild: there was no tariff";
     case ChangeReason::oversubscribed:
-      return "anew: the guarantees exceed a limit";
+      return "rebuild: the guarantees exceed a limit";
     case ChangeReason::unshaped:
-      return "anew: neither direction is shaped";
+      return "rebuild: neither direction is shaped";
     case ChangeReason::tree_comes_or_goes:
-      return "anew: a direction comes to be shaped, or no longer is";
+      return "rebuild: a direction comes to be shaped, or no longer is";
     case ChangeReason::blocked_imq:
-      return "anew: a direction of the IMQ device is blocked";
+      return "rebuild: a direction of the IMQ device is blocked";
     case ChangeReason::shared_address:
-      return "anew: two tariffs share an address on the IMQ device";
+      return "rebuild: two tariffs share an address on the IMQ device";
   }
   return "";
 }

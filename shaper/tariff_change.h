@@ -47,7 +47,7 @@ struct TariffChange {
   /// one address, the last by name has it.
   std::vector<AddressSetEntry> settled;
 
-  /// Whether everything has to be built anew, because more than the changed tariffs' own objects
+  /// Whether everything has to be rebuilt, because more than the changed tariffs' own objects
   /// would differ.
   bool rebuild() const {
     return reason != ChangeReason::in_place && reason != ChangeReason::last_tariff;

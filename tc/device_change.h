@@ -48,7 +48,7 @@ struct TariffDifference {
 DeviceChange branch_changes(const Side& side, const GlobalSettings& g, bool has_tree,
                             const TariffDifference& tariffs, const U32Inventory& standing);
 
-/// Whether how packets come to a direction's classes has to be made anew after a change.
+/// Whether how packets come to a direction's classes has to be remade after a change.
 /// `configured` is the direction's speed as configured, `previous` and `next` its speeds after rate
 /// resolution before and after the change, all in bytes per second.
 bool path_changes(bool any_added, bool any_removed, std::int64_t configured, std::int64_t previous,

@@ -160,7 +160,7 @@ class HtbIntf {
 
   // Statistics.
 
-  /// Prints one line a class: direction and tariff, packets, bytes, bytes/s, packets/s, drops and
+  /// Prints one line per class: direction and tariff, packets, bytes, bytes/s, packets/s, drops and
   /// overlimits. Nothing when the device does not exist. `cfg` has its numbers in ascending order.
   void class_stat(const TariffConfig& cfg) const;
   /// Prints the classes of `cache` that concern an operator; `filter` is an empty class object of
@@ -192,7 +192,7 @@ class HtbIntf {
                         htb_action action);
   /// The fq_codel leaf under one of those classes.
   void default_leaf_op(const BandwidthSettings& def, unsigned number, htb_action action);
-  /// Makes how packets come to the classes anew.
+  /// Remakes how packets come to the classes.
   virtual void change_path(const MarkPath& path) = 0;
 
  private:

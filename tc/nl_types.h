@@ -11,7 +11,7 @@
 
 #include <memory>
 
-/// One owner a libnl type. Nothing else releases a libnl object.
+/// One owner per libnl type. Nothing else releases a libnl object.
 namespace quenby {
 
 /// Closes and frees a socket; a null pointer is skipped.

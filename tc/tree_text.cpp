@@ -8,7 +8,7 @@
 namespace quenby {
 namespace {
 
-// Writes objects of one device, each line behind the same words.
+// Writes objects of one device, each line after the same words.
 class Writer {
  public:
   Writer(std::ostream& out, const std::string& words) : out_(out), words_(words) {}

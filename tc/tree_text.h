@@ -7,8 +7,8 @@
 #include "tc/device_change.h"
 #include "tc/device_tree.h"
 
-/// Values as text, one line an object, with handles as tc prints them. The same tree always has the
-/// same text.
+/// Values as text, one line per object, with handles as tc prints them. The same tree always has
+/// the same text.
 namespace quenby {
 
 /// "8000:4"; "root" and "ingress" for the two parents that have names.
@@ -16,7 +16,7 @@ std::string handle_text(std::uint32_t handle);
 
 /// Every object of a tree in the order in which it is made.
 void write_tree(std::ostream& out, const std::string& device, const DeviceTree& tree);
-/// Every request of a change in order, behind the word "replace", "delete" or "create".
+/// Every request of a change in order, after the word "replace", "delete" or "create".
 void write_change(std::ostream& out, const std::string& device, const DeviceChange& change);
 
 }  // namespace quenby

@@ -4,7 +4,7 @@ process: it makes each socket inside the right network namespace and keeps it.
 One loop moves the data of all connections and takes their counts at the same
 moment, so the rates of several connections add up to their class's rate. It
 wakes up every TICK only: the kernel's socket buffers carry the traffic in
-between, which costs an emulated machine far less than one wake-up a packet.
+between, which costs an emulated machine far less than one wake-up per packet.
 """
 
 import ctypes

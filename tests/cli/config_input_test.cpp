@@ -76,18 +76,18 @@ TEST(NumberingAnew, GivesNumbersThatFitAndValuesAsTheyAreStored) {
   TariffConfig tariffs = with_burst_size(1'500);
   tariffs.addTariff(test::tariff("b", 4));
   tariffs.addTariff(test::tariff("b", 3));
-  number_anew(tariffs);
+  renumber(tariffs);
   EXPECT_EQ(test::ids(tariffs), (std::vector<int>{4, 5, 6}));
   EXPECT_EQ(tariffs.tariffs()[0].download.speed, 125);
 }
 
 TEST(NumberingAnew, EndsWhereItCannotSucceed) {
   TariffConfig unstorable = with_burst_size(3'000'000'000);
-  EXPECT_EXIT(number_anew(unstorable), testing::ExitedWithCode(1),
+  EXPECT_EXIT(renumber(unstorable), testing::ExitedWithCode(1),
               testing::StrEq("Error: wrong current tariff configuration\n"));
   TariffConfig many;
   for (int i = 0; i < 15'997; ++i) many.addTariff(test::tariff(std::to_string(i)));
-  EXPECT_EXIT(number_anew(many), testing::ExitedWithCode(1),
+  EXPECT_EXIT(renumber(many), testing::ExitedWithCode(1),
               testing::StrEq("Error: wrong tariff configuration\n"));
 }
 

@@ -24,7 +24,7 @@ firewall() {
   ipset -n list
 }
 
-# Classes with their rates, one a line. A queue shows those that packets wait in as
+# Classes with their rates, one per line. A queue shows those that packets wait in as
 # classes of its own.
 classes() {
   local device
