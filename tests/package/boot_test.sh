@@ -84,6 +84,8 @@ test_boot() {
   udevadm settle
   soon settled
   expect "a device event of a shaped line builds nothing" 1 "$(builds)"
+  expect "the timer's period" "OnUnitInactiveUSec=1min" \
+    "$(state_of TimersMonotonic quenby-check.timer | grep -o 'OnUnitInactiveUSec=[^ ]*')"
 }
 
 # What the units said, and what was said about commands that they ran.
@@ -149,8 +151,6 @@ test_timer() {
   mkdir -p /run/systemd/system/quenby-check.timer.d
   printf '[Timer]\nOnActiveSec=\nOnActiveSec=1\nOnUnitInactiveSec=2\nAccuracySec=1ms\n' \
     >/run/systemd/system/quenby-check.timer.d/often.conf
-  expect "the timer's period" "OnUnitInactiveUSec=1min" \
-    "$(state_of TimersMonotonic quenby-check.timer | grep -o 'OnUnitInactiveUSec=[^ ]*')"
   with_timer
   systemctl daemon-reload
   flock --no-fork /run/quenby.lock sleep 600 &
