@@ -22,7 +22,7 @@ class Interrupted(q.ProgramTest):
 
 
 class Order(Interrupted):
-    """Without the address set its first message ends the run."""
+    """Without the address set the first message about what leaves it ends the run."""
 
     def setUp(self):
         super().setUp()
@@ -38,13 +38,30 @@ class Order(Interrupted):
                   q.given(IRON.replace("1000", "1500")))
         self.assertEqual(self.before, q.kernel_state())
 
-    def test_addresses_come_after_their_classes(self):
-        self.ends("failed to add ipset ip ack(Object not found)", "--tariff-add", q.given(TIN))
-        self.assertTrue(self.has_class("eth1", 6) and self.has_class("ifb_ingr", 6))
+    def test_a_set_that_nothing_leaves_is_made_again(self):
+        self.succeeds("--tariff-add", q.given(TIN))
+        self.assertEqual(3, len(q.set_entries()))
 
     def test_addresses_of_the_last_tariff_leave_before_the_line_is_built(self):
         self.ends("failed to del ipset ip ack(Object not found)", "--update", q.given(""))
         self.assertEqual(self.before, q.kernel_state())
+
+
+class FullSet(Interrupted):
+    """There is no room for another address."""
+
+    def setUp(self):
+        super().setUp()
+        entries = q.set_entries()
+        q.command("ipset", "destroy", "kavo_opt_shaper")
+        q.command("ipset", "create", "kavo_opt_shaper", "hash:ip", "skbinfo", "maxelem",
+                  str(len(entries)))
+        for entry in entries:
+            q.command("ipset", *entry.split())
+
+    def test_addresses_come_after_their_classes(self):
+        self.ends("failed to add ipset ip ack(Unspecific failure)", "--tariff-add", q.given(TIN))
+        self.assertTrue(self.has_class("eth1", 6) and self.has_class("ifb_ingr", 6))
 
 
 class BusyClass(Interrupted):
