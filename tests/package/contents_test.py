@@ -146,7 +146,7 @@ class Places(Contents):
         folder = self.unit_folder()
         for unit in (TREE / "platform/systemd").glob("quenby*.[st]*"):
             self.assertIn(f"{folder}/{unit.name}", self.files())
-        for unit in ("quenby.service", "quenby-if@.service"):
+        for unit in ("quenby.service", "quenby-restore.service"):
             self.assertIn(f"{folder}/{unit}.d/sandbox.conf", self.files())
 
     def test_udev_rule(self):
