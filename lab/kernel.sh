@@ -35,10 +35,13 @@ _kernel_package() {
     awk '$1 == "Depends:" && $2 ~ /^linux-image-[0-9]/ { print $2; exit }'
 }
 
-# Downloads and unpacks the kernel package. The folder gets its final name only
-# when it is complete.
+_kernel_arrange() {
+  depmod -b "$1" "$(ls "$1/lib/modules")"
+}
+
+# Puts the kernel package into the cache folder.
 _kernel_fetch() {
-  local package scratch version
+  local package version
   package=$(_kernel_package)
   if [ -z "$package" ]; then
     _apt_get update >/dev/null
@@ -46,21 +49,29 @@ _kernel_fetch() {
   fi
   [ -n "$package" ] || { echo "lab: no linux-image-amd64 in the package lists" >&2; return 1; }
   version=${package#linux-image-}
+  lab_unpack "$package" "$LAB_CACHE/kernel-$version" _kernel_arrange
+}
+
+# Downloads and unpacks a package. The folder gets its final name only when it is
+# complete, which ARRANGE, called with the folder's first name, makes it.
+# Call: lab_unpack PACKAGE FOLDER ARRANGE
+lab_unpack() {
+  local package=$1 folder=$2 arrange=$3 scratch
   echo "lab: fetching $package into $LAB_CACHE" >&2
   scratch=$(mktemp -d "$LAB_CACHE/fetch.XXXXXX")
-  if ! _kernel_download "$package" "$scratch" ||
+  if ! _lab_download "$package" "$scratch" ||
     ! dpkg -x "$scratch"/*.deb "$scratch/root" ||
-    ! depmod -b "$scratch/root" "$version"; then
+    ! "$arrange" "$scratch/root"; then
     rm -rf "$scratch"
     echo "lab: cannot fetch and unpack $package" >&2
     return 1
   fi
   chmod 755 "$scratch/root"
-  mv -T "$scratch/root" "$LAB_CACHE/kernel-$version"
+  mv -T "$scratch/root" "$folder"
   rm -rf "$scratch"
 }
 
-_kernel_download() {
+_lab_download() {
   local package=$1 folder=$2
   # apt's own download user may not write into our folder.
   (cd "$folder" && apt-get -q -o APT::Sandbox::User="$(id -un)" download "$package" >&2) ||

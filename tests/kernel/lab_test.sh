@@ -27,6 +27,8 @@ test_usage() {
   expect "no command: 2" 2 "$(status_of "$LAB")"
   expect "unknown option: 2" 2 "$(status_of "$LAB" --no-such true)"
   expect "time of 0: 2" 2 "$(status_of "$LAB" --timeout 0 true)"
+  expect "a kernel without a machine has no devices: 2" 2 \
+    "$(status_of "$LAB" --user-mode --device rtl8139 true)"
 }
 
 # What the guest of test_run does. It leaves a process behind and ends by a signal.
@@ -110,10 +112,30 @@ test_timeout() {
   expect "time-out: message" "lab: timed out after 45 s" "$(cat "$scratch/stderr")"
 }
 
+# The kernel that is a program: the same from the outside, and nothing of it is left.
+test_user_mode() {
+  local folder="$scratch/a folder of its" mark=quenby-lab-$$
+  mkdir "$folder"
+  expect "user mode: killed by signal 9: 137" 137 "$(cd "$folder" &&
+    QUENBY_TEST='a b' QUENBY_MARK=$mark QUENBY_TREE=${LAB%/scripts/lab} \
+      status_of "$LAB" --user-mode --out "$scratch/out 2" bash -c "here() { :; }; $RUN_SCRIPT" name "it's")"
+  expect "user mode: arguments, folder and QUENBY_ variables arrive" \
+    "$(printf '<%s>' "$folder" "it's" 'a b')" "$(cat "$scratch/out 2/arguments")"
+  expect "user mode: stdout alone" "$(printf 'out %d\n' {1..20})" "$(cat "$scratch/stdout")"
+  expect "user mode: --out: the file came back" "$(seq 100000 | md5sum)" "$(md5sum <"$scratch/out 2/d/f")"
+  expect "user mode: root" 0 "$(cat "$scratch/out 2/root_status")"
+  expect "user mode: everything is writable" all "$(cat "$scratch/out 2/written")"
+  fails "user mode: nothing of it reaches the machine" ls -d "/config/$mark" "/etc/$mark" "/tmp/$mark" 2>/dev/null
+  expect "user mode: time-out: 124" 124 \
+    "$(status_of "$LAB" --user-mode --timeout 15 sh -c 'echo begun; sleep 300')"
+  expect "user mode: time-out: output so far" begun "$(cat "$scratch/stdout")"
+  holds "user mode: its processes are gone" guest_gone
+}
+
 # A guest that is being ended takes a moment.
 guest_gone() {
   local tries=0
-  while pgrep -f "mount_tag=lab.*$TMPDIR|$TMPDIR.*mount_tag=lab" >/dev/null; do
+  while pgrep -f "mount_tag=lab.*$TMPDIR|$TMPDIR.*mount_tag=lab|uml_dir=$TMPDIR" >/dev/null; do
     tries=$((tries + 1))
     [ "$tries" -lt 50 ] || return 1
     sleep 0.2
@@ -167,11 +189,23 @@ test_shell() {
   holds "the status of the shell" grep -q 'status 3$' <<<"$printed"
 }
 
+# Ended from the outside, the kernel that is a program leaves nothing behind either.
+test_user_mode_interrupt() {
+  local pid status=0
+  "$LAB" --user-mode sh -c 'echo begun; sleep 300' >"$scratch/stdout" 2>&1 &
+  pid=$!
+  until grep -q begun "$scratch/stdout"; do sleep 0.2; done
+  kill -TERM "$pid"
+  wait "$pid" || status=$?
+  expect "user mode: ended by SIGTERM: 143" 143 "$status"
+  holds "user mode: its processes are gone" guest_gone
+}
+
 # Two runs that find the kernel unpacked but no initramfs, at the same time.
 test_cache_race() {
   local cache=$scratch/cache first status=0
   mkdir -p "$cache/lab"
-  ln -s "$(realpath "${QUENBY_CACHE:-.cache}")"/lab/kernel-* "$cache/lab/"
+  ln -s "$(realpath "${QUENBY_CACHE:-.cache}")"/lab/{kernel-*,user-mode} "$cache/lab/"
   QUENBY_CACHE=$cache "$LAB" --prepare &
   first=$!
   expect "the second to prepare the cache" 0 "$(QUENBY_CACHE=$cache status_of "$LAB" --prepare)"
@@ -204,7 +238,8 @@ as_nobody_in() {
 }
 
 # private_clone_test.sh runs test_user, where the tree itself is closed to others.
-[ $# -gt 0 ] || set -- test_usage test_run test_timeout test_interrupt test_shell test_cache_race
+[ $# -gt 0 ] || set -- test_usage test_run test_timeout test_interrupt test_shell \
+  test_user_mode test_user_mode_interrupt test_cache_race
 for test in "$@"; do "$test"; done
 expect "no temporary files are left" "" "$(ls -A "$TMPDIR")"
 finish
