@@ -31,8 +31,8 @@ std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool
 std::string imq_egress_rules();
 std::string imq_ingress_rules(const std::string& wan);
 
-/// Whether some direction is blocked, so that rules of ours go into the drop chain. `set` after
-/// rate resolution.
+/// Whether some direction is blocked, so that rules of ours go into the drop chain. `set` is
+/// resolved.
 bool needs_drop_chain(const GlobalSet& set);
 
 /// Empties the drop chain, or makes it where it is missing.

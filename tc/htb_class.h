@@ -34,7 +34,7 @@ HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_
                    std::int64_t burst, int hz);
 
 // The classes of a direction, by the scheduler clock that the shaper read (tc/psched.h). Rates and
-// speeds after rate resolution.
+// speeds as the settings have them.
 
 /// The root class of a line, whose burst also covers `largest_burst` bytes.
 HtbClass root_class(HandleScheme scheme, const BandwidthSettings& line, std::int64_t largest_burst);

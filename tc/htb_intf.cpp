@@ -38,7 +38,9 @@ void HtbIntf::change(const DeviceChange& change) {
   if (change.path) change_path(*change.path);
 }
 
-bool HtbIntf::has_tree(const GlobalSettings& g) const { return has_link() && wants_tree(side_, g); }
+bool HtbIntf::has_tree(const GlobalSettings& line) const {
+  return has_link() && wants_tree(side_, line);
+}
 
 void HtbIntf::update_leaves(const GlobalSettings& g, const TariffSet& removed,
                             const TariffSet& added, bool remove) {

@@ -36,13 +36,6 @@ TEST_F(DeviceTest, CreatesTheRootClassAndTellsItsBurst) {
   EXPECT_EQ(kernel.requests(), kRootClass);
 }
 
-TEST_F(DeviceTest, TheRootBurstIsComputedWhateverTheRecordHolds) {
-  auto root = line_direction(false, kTenMbit);
-  root.burst = 5;
-  EXPECT_EQ(eth().create_root_leaf(root), 300'000);
-  EXPECT_EQ(kernel.requests(), kRootClass);
-}
-
 TEST_F(DeviceTest, ALineWithoutSpeedGetsNoRootClass) {
   auto root = line_direction(false, -2);
   EXPECT_EQ(eth().create_root_leaf(root), -1);

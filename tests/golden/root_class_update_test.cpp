@@ -50,14 +50,6 @@ RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:8001 parent 8000:0
 )");
 }
 
-// 900,000 bytes would take 360 ms.
-TEST_F(DeviceTest, TheReplacedRootsBurstIsComputedWhateverTheRecordHolds) {
-  auto root = line_direction(true, kTwentyMbit);
-  root.burst = 900'000;
-  ifb().update_root_leaf(root);
-  EXPECT_THAT(kernel.requests(), HasSubstr("      buffer 3750000 ticks\n"));
-}
-
 TEST_F(DeviceTest, AReplacedRootBelowNineBytesASecondGetsEight) {
   for (const std::int64_t speed : {-1, 0, 5, 8}) {
     auto root = line_direction(false, speed);
