@@ -1,12 +1,6 @@
 #include "model/bandwidth_settings.h"
 
 namespace quenby {
-namespace {
-
-constexpr std::int64_t kBitsPerByte = 8;
-constexpr std::int64_t kBytesPerKbit = 125;
-
-}  // namespace
 
 void BandwidthSettings::clear() { speed = kNeverSet; }
 

@@ -75,13 +75,13 @@ class HtbShaper {
 
  private:
   struct Devices {
-    std::unique_ptr<HtbIntf> egress;
-    std::unique_ptr<HtbIntf> ingress;
+    std::unique_ptr<HtbIntf> upload;
+    std::unique_ptr<HtbIntf> download;
 
-    HtbIntf& at(Direction way) const { return way == Direction::download ? *ingress : *egress; }
+    HtbIntf& at(Direction way) const { return way == Direction::download ? *download : *upload; }
   };
 
-  std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, bool ingress);
+  std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, Direction way);
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
   static void clean_rules(const Devices& devices, bool drop_chain);

@@ -71,7 +71,7 @@ bool HtbShaper::everything_stands(const ResolvedSettings& settings) {
   const Devices both = devices(settings.line.global);
   const DesiredState standing = desired_state(settings, {true, ""});
   const bool has_trees =
-      both.egress->stands(standing.upload) && both.ingress->stands(standing.download);
+      both.upload->stands(standing.upload) && both.download->stands(standing.download);
   if (!has_trees || standing.addresses.empty()) return has_trees;
   return has_address(netfilter_, standing.addresses.back().address);
 }
@@ -104,7 +104,7 @@ void HtbShaper::update_intf(bool ingress, const GlobalSettings& settings, const 
                             const TariffSet& removed, const BandwidthSettings& previous,
                             std::int64_t configured, bool remove, std::int64_t /*link_speed*/,
                             std::int64_t burst) {
-  const std::unique_ptr<HtbIntf> intf = device(settings, ingress);
+  const std::unique_ptr<HtbIntf> intf = device(settings, direction_of(ingress));
   intf->change(device_change(intf->side(), {settings, previous.speed, configured, burst},
                              intf->has_tree(settings), {removed, added, remove},
                              intf->standing_filters()));

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tc/redirect.h"
+#include "tc/redirection.h"
 
 namespace quenby {
 namespace {

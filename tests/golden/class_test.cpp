@@ -1,7 +1,7 @@
 #include <csignal>
 #include <gmock/gmock.h>
 
-#include "tc/psched.h"
+#include "tc/htb_class.h"
 #include "tests/golden/device_test.h"
 
 // The root, default and default-tariff classes. A buffer holds the time that the burst takes at its

@@ -31,7 +31,7 @@ class Device : public testing::Test {
   std::unique_ptr<HtbIntf> made(const std::string& wan, bool ingress) {
     GlobalSettings g;
     g.wan = wan;
-    return make_intf(g, ingress, sock, links);
+    return make_intf(g, direction_of(ingress), sock, links);
   }
 
   SocketPtr sock{nullptr, close_nl_socket};
