@@ -118,7 +118,7 @@ std::int64_t largest_burst(Direction way, const TariffSet& t) {
 }
 
 std::int64_t ResolvedSettings::root_burst(Direction way) const {
-  return line.global.direction(way).speed == 0 ? 0 : largest_burst(way, tariffs);
+  return largest_burst(way, tariffs);
 }
 
 bool RateSummary::oversubscribed() const { return down_limit < down_sum || up_limit < up_sum; }

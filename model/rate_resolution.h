@@ -38,7 +38,7 @@ struct ResolvedSettings {
   RateSummary summary;
 
   /// The burst in bytes that a direction's root class has to cover: the largest one that a tariff
-  /// has. 0 where none has one or the line is blocked.
+  /// has. 0 where none has one, as on a blocked line, which cuts all tariffs to 0.
   std::int64_t root_burst(Direction way) const;
 };
 
