@@ -1,4 +1,4 @@
-"""The messages that the sources can print behind "Error: ", read from their calls.
+"""The messages that the sources can print after "Error: ", read from their calls.
 
 A message is a text in which "*" stands for what is known only at run time.
 """
