@@ -41,34 +41,25 @@ void rebuild_renumbered(const GlobalSet& global, TariffConfig& tariffs) {
 }
 
 void load_config() {
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig tariffs;
-  if (load_numbered_tariffs(tariffs)) TariffSystemConfig().cfgSave(tariffs);
-  if (!create_shaper(global, tariffs)) clear_shaper(global);
+  Stored stored = load_stored();
+  if (renumber_unfit(stored.tariffs)) TariffSystemConfig().cfgSave(stored.tariffs);
+  if (!create_shaper(stored.global, stored.tariffs)) clear_shaper(stored.global);
 }
 
 void reload_config() {
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig tariffs;
-  load_tariff_config(tariffs);
-  rebuild_renumbered(global, tariffs);
+  Stored stored = load_stored();
+  rebuild_renumbered(stored.global, stored.tariffs);
 }
 
 void restore_config(const std::string& interface) {
-  GlobalSet global;
-  load_global_config(global);
-  if (!global.global.wan.empty() && global.global.wan == interface) reload_config();
+  const std::string wan = load_line().global.wan;
+  if (!wan.empty() && wan == interface) reload_config();
 }
 
 void update_config(const std::string& path) {
   TariffSet list;
   if (!read_tariff_file(path, list)) _error("wrong tariff configuration");
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig current;
-  const bool stored = load_tariff_config(current);
+  auto [global, current, stored] = load_stored();
   if (!current.fillIDs(list, true)) _error("wrong new tariff configuration");
   if (stored && current.numbersFit()) return replace_differences(global, current, list);
   if (!current.refillIDs()) _error("wrong tariff configuration");
@@ -76,11 +67,7 @@ void update_config(const std::string& path) {
   rebuild_renumbered(global, current);
 }
 
-void stop_shaper() {
-  GlobalSet global;
-  load_global_config(global);
-  clear_shaper(global);
-}
+void stop_shaper() { clear_shaper(load_line()); }
 
 void clear_config() {
   stop_shaper();
@@ -89,11 +76,8 @@ void clear_config() {
 }
 
 void print_statistics() {
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig tariffs;
-  load_tariff_config(tariffs);
-  if (!tariffs.empty()) HtbShaper().class_stat(global, tariffs.orderedByID());
+  const Stored stored = load_stored();
+  if (!stored.tariffs.empty()) HtbShaper().class_stat(stored.global, stored.tariffs.orderedByID());
 }
 
 }  // namespace quenby

@@ -17,8 +17,21 @@ bool load_tariff_config(TariffConfig& tariffs) {
   return file.present;
 }
 
-bool load_numbered_tariffs(TariffConfig& tariffs) {
-  if (!load_tariff_config(tariffs) || tariffs.numbersFit()) return false;
+Stored load_stored() {
+  Stored stored;
+  stored.global = load_line();
+  stored.has_tariffs = load_tariff_config(stored.tariffs);
+  return stored;
+}
+
+GlobalSet load_line() {
+  GlobalSet global;
+  load_global_config(global);
+  return global;
+}
+
+bool renumber_unfit(TariffConfig& tariffs) {
+  if (tariffs.numbersFit()) return false;
   renumber(tariffs);
   return true;
 }

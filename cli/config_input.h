@@ -16,9 +16,21 @@ bool load_global_config(GlobalSet& global);
 /// does not parse ends the process.
 bool load_tariff_config(TariffConfig& tariffs);
 
-/// Reads the stored tariffs, for building them all. True when their numbers did not fit: they have
-/// new ones then, which are to be saved.
-bool load_numbered_tariffs(TariffConfig& tariffs);
+/// What an operation finds stored; defaults where there is no file.
+struct Stored {
+  GlobalSet global;
+  TariffConfig tariffs;
+  bool has_tariffs = false;
+};
+
+/// Opens an operation: reads both files as above, the global one first.
+Stored load_stored();
+/// The same for an operation that no tariff file keeps from its work.
+GlobalSet load_line();
+
+/// Gives the stored tariffs new numbers where theirs do not fit. True when it did: they are to be
+/// saved.
+bool renumber_unfit(TariffConfig& tariffs);
 
 /// Brings the stored tariffs to the form in which the whole list is written, which is what is to be
 /// applied too. A value that no reader would take back ends the process: call it before anything is

@@ -42,20 +42,14 @@ void start(const GlobalSet& global, TariffConfig& current, TariffSet& added) {
 void add_tariffs(const std::string& path) {
   TariffSet added;
   if (!read_tariff_file(path, added)) _error("wrong tariff configuration");
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig current;
-  const bool stored = load_tariff_config(current);
+  auto [global, current, stored] = load_stored();
   if (stored && current.numbersFit()) return extend(global, current, added);
   renumber(current);
   start(global, current, added);
 }
 
 void delete_tariff(const std::string& name) {
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig current;
-  load_tariff_config(current);
+  auto [global, current, stored] = load_stored();
   TariffSet removed;
   for (const TariffSettings& tariff : current.allOf(name)) removed.addTariff(tariff);
   if (removed.empty()) _error("tariff does not exist");
@@ -75,10 +69,7 @@ void delete_tariff(const std::string& name) {
 void update_tariff(const std::string& path) {
   TariffSet list;
   if (!read_tariff_file(path, list)) _error("wrong new tariff configuration");
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig current;
-  load_tariff_config(current);
+  auto [global, current, stored] = load_stored();
   if (!current.fillIDs(list, false)) _error("wrong new tariff configuration");
   if (global.global.enabled && !current.numbersFit()) {
     current.update(list, false, false);
@@ -92,8 +83,7 @@ void update_tariff(const std::string& path) {
 }
 
 void delete_tariffs() {
-  GlobalSet global;
-  load_global_config(global);
+  const GlobalSet global = load_line();
   clear_shaper(global);
   create_shaper(global, TariffSet());
   TariffSystemConfig::remove();
@@ -103,7 +93,8 @@ void update_global(const std::string& path) {
   GlobalSet global;
   if (!read_global_file(path, global)) _error("wrong new global configuration");
   TariffConfig current;
-  const bool renumbered = load_numbered_tariffs(current);
+  load_tariff_config(current);
+  const bool renumbered = renumber_unfit(current);
   stop_shaper();
   create_shaper(global, current);
   if (renumbered) TariffSystemConfig().cfgSave(current);
@@ -111,12 +102,10 @@ void update_global(const std::string& path) {
 }
 
 void delete_global() {
-  GlobalSet global;
-  load_global_config(global);
-  TariffConfig current;
-  const bool renumbered = load_numbered_tariffs(current);
-  HtbShaper().del_global(global, current);
-  if (renumbered) TariffSystemConfig().cfgSave(current);
+  Stored stored = load_stored();
+  const bool renumbered = renumber_unfit(stored.tariffs);
+  HtbShaper().del_global(stored.global, stored.tariffs);
+  if (renumbered) TariffSystemConfig().cfgSave(stored.tariffs);
   GlobalSystemConfig::remove();
 }
 

@@ -11,7 +11,7 @@ namespace quenby {
 
 void print_version() {
   std::cout << "Copyright (C) 2026 The Quenby authors" << std::endl;
-  std::cout << "Quenby version 0.7" << std::endl;
+  std::cout << "Quenby version " << QUENBY_VERSION << std::endl;
   libnl_version();
 }
 

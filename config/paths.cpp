@@ -5,9 +5,10 @@
 
 namespace quenby {
 
-void make_config_directory() {
-  if (!boost::filesystem::create_directories(kConfigDirectory)) return;
-  for (const char* made : {kConfigDirectory, kConfigParent}) {
+void make_config_directory(const std::string& folder) {
+  if (!boost::filesystem::create_directories(folder)) return;
+  const std::string parent = boost::filesystem::path(folder).parent_path().string();
+  for (const std::string& made : {folder, parent}) {
     if (!sync_folder_of(made)) throw_file_error("cannot sync folder", made);
   }
 }

@@ -4,7 +4,6 @@
 
 #include "cli/error.h"
 #include "config/durable_file.h"
-#include "config/paths.h"
 #include "config/temporary_file.h"
 
 namespace quenby {
@@ -14,17 +13,17 @@ namespace fs = boost::filesystem;
 
 constexpr const char* kTemporaryPattern = "/tmp/kavo-qos-shaper-%%%%";
 
-bool present(const char* path) {
+bool present(const std::string& path) {
   boost::system::error_code error;
   return fs::exists(fs::status(path, error)) && !error;
 }
 
-bool absent(const char* path) {
+bool absent(const std::string& path) {
   boost::system::error_code error;
   return fs::status(path, error).type() == fs::file_not_found;
 }
 
-bool removed(const char* path) {
+bool removed(const std::string& path) {
   try {
     return remove_file(path);
   } catch (const fs::filesystem_error&) {
@@ -32,7 +31,7 @@ bool removed(const char* path) {
   }
 }
 
-void remove_or_exit(const char* path) {
+void remove_or_exit(const std::string& path) {
   try {
     remove_file(path);
   } catch (const fs::filesystem_error& e) {
@@ -40,40 +39,42 @@ void remove_or_exit(const char* path) {
   }
 }
 
-// A copy beside the tariff file can take its place in one step; `from` may be on another disk.
-void replace_tariffs(const std::string& from) {
-  TemporaryFile copy = TemporaryFile::create(std::string(kTariffFile) + "-%%%%");
+// A copy beside the file can take its place in one step; `from` may be on another disk.
+void replace_by_copy(const std::string& file, const std::string& from) {
+  TemporaryFile copy = TemporaryFile::create(file + "-%%%%");
   copy_contents(from, copy.path());
-  copy.replace(kTariffFile);
+  copy.replace(file);
 }
 
 }  // namespace
 
-GlobalSystemConfig::GlobalSystemConfig() : TariffIniFile(kGlobalFile, false) {}
+GlobalSystemConfig::GlobalSystemConfig(const std::string& folder)
+    : TariffIniFile(folder + kGlobalName, false, folder) {}
 
-bool GlobalSystemConfig::exists() { return present(kGlobalFile); }
+bool GlobalSystemConfig::exists(const std::string& folder) { return present(folder + kGlobalName); }
 
-bool GlobalSystemConfig::missing() { return absent(kGlobalFile); }
+bool GlobalSystemConfig::missing(const std::string& folder) { return absent(folder + kGlobalName); }
 
-bool GlobalSystemConfig::clean() { return removed(kGlobalFile); }
+bool GlobalSystemConfig::clean(const std::string& folder) { return removed(folder + kGlobalName); }
 
-void GlobalSystemConfig::remove() { remove_or_exit(kGlobalFile); }
+void GlobalSystemConfig::remove(const std::string& folder) { remove_or_exit(folder + kGlobalName); }
 
 void GlobalSystemConfig::cfgSave(const GlobalSet& set) { TariffIniFile::cfgSave(set); }
 
-TariffSystemConfig::TariffSystemConfig() : TariffIniFile(kTariffFile, false) {}
+TariffSystemConfig::TariffSystemConfig(const std::string& folder)
+    : TariffIniFile(folder + kTariffName, false, folder) {}
 
-bool TariffSystemConfig::exists() { return present(kTariffFile); }
+bool TariffSystemConfig::exists(const std::string& folder) { return present(folder + kTariffName); }
 
-bool TariffSystemConfig::missing() { return absent(kTariffFile); }
+bool TariffSystemConfig::missing(const std::string& folder) { return absent(folder + kTariffName); }
 
-bool TariffSystemConfig::clean() { return removed(kTariffFile); }
+bool TariffSystemConfig::clean(const std::string& folder) { return removed(folder + kTariffName); }
 
-void TariffSystemConfig::remove() { remove_or_exit(kTariffFile); }
+void TariffSystemConfig::remove(const std::string& folder) { remove_or_exit(folder + kTariffName); }
 
 void TariffSystemConfig::cfgSave(const TariffSet& set) {
   if (set.empty()) {
-    remove();
+    remove_or_exit(path());
   } else {
     TariffIniFile::cfgSave(set);
   }
@@ -82,8 +83,8 @@ void TariffSystemConfig::cfgSave(const TariffSet& set) {
 void TariffSystemConfig::addSave(const TariffSet& set) {
   bool written = false;
   try {
-    make_config_directory();
-    written = append_text(kTariffFile, set.text());
+    make_config_directory(folder());
+    written = append_text(path(), set.text());
   } catch (const fs::filesystem_error& e) {
     _error("failed to save configuration", e);
   }
@@ -96,9 +97,9 @@ void TariffSystemConfig::delSave(const TariffSet& set) {
     const TemporaryFile temporary = TemporaryFile::create(kTemporaryPattern);
     copied = modify_ini(set, temporary.path());
     if (copied && fs::file_size(temporary.path()) == 0) {
-      remove_file(kTariffFile);
+      remove_file(path());
     } else if (copied) {
-      replace_tariffs(temporary.path());
+      replace_by_copy(path(), temporary.path());
     }
   } catch (const fs::filesystem_error& e) {
     _error("failed to update configuration", e);

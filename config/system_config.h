@@ -1,24 +1,29 @@
 #pragma once
 
+#include <string>
+
+#include "config/paths.h"
 #include "config/tariff_ini_file.h"
 #include "model/global_set.h"
 #include "model/tariff_set.h"
 
 namespace quenby {
 
+// Both files stand in `folder`.
+
 /// The stored global file. Every save ends the process through `_error` when it fails.
 class GlobalSystemConfig : public TariffIniFile {
  public:
-  GlobalSystemConfig();
+  explicit GlobalSystemConfig(const std::string& folder = kConfigDirectory);
 
   /// True when something, of any type, stands at the path.
-  static bool exists();
+  static bool exists(const std::string& folder = kConfigDirectory);
   /// True when nothing stands there. Neither is true when a bad disk does not tell.
-  static bool missing();
+  static bool missing(const std::string& folder = kConfigDirectory);
   /// Removes the file; false when that was not possible or there was none.
-  static bool clean();
+  static bool clean(const std::string& folder = kConfigDirectory);
   /// Removes the file if there is one; ends the process when that fails.
-  static void remove();
+  static void remove(const std::string& folder = kConfigDirectory);
 
   /// Replaces the file.
   void cfgSave(const GlobalSet& set);
@@ -27,12 +32,12 @@ class GlobalSystemConfig : public TariffIniFile {
 /// The stored tariff file. Every save ends the process through `_error` when it fails.
 class TariffSystemConfig : public TariffIniFile {
  public:
-  TariffSystemConfig();
+  explicit TariffSystemConfig(const std::string& folder = kConfigDirectory);
 
-  static bool exists();
-  static bool missing();
-  static bool clean();
-  static void remove();
+  static bool exists(const std::string& folder = kConfigDirectory);
+  static bool missing(const std::string& folder = kConfigDirectory);
+  static bool clean(const std::string& folder = kConfigDirectory);
+  static void remove(const std::string& folder = kConfigDirectory);
 
   /// Replaces the file; an empty set removes it.
   void cfgSave(const TariffSet& set);

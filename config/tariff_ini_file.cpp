@@ -9,7 +9,6 @@
 #include "cli/error.h"
 #include "config/ini_parser.h"
 #include "config/line_reader.h"
-#include "config/paths.h"
 #include "config/temporary_file.h"
 
 namespace quenby {
@@ -49,8 +48,8 @@ void put_in_place(TemporaryFile& file, const std::string& target) {
 
 }  // namespace
 
-TariffIniFile::TariffIniFile(const std::string& path, bool command_line)
-    : path_(path), command_line_(command_line) {}
+TariffIniFile::TariffIniFile(const std::string& path, bool command_line, const std::string& folder)
+    : path_(path), command_line_(command_line), folder_(folder) {}
 
 bool TariffIniFile::parse_ini(ShaperConfigInterface& cfg) { return !read_ini(cfg); }
 
@@ -108,7 +107,7 @@ bool TariffIniFile::modify_ini(const TariffSet& set, const std::string& out_path
 void TariffIniFile::cfgSave(const ShaperConfigInterface& cfg) {
   bool written = false;
   try {
-    make_config_directory();
+    make_config_directory(folder_);
     TemporaryFile temporary(path_ + ".tmp");
     if (temporary.make()) {
       std::ofstream out(temporary.path());

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "config/parse_error.h"
+#include "config/paths.h"
 #include "model/shaper_config_interface.h"
 #include "model/tariff_set.h"
 
@@ -17,8 +18,10 @@ namespace quenby {
 /// process through `_error`.
 class TariffIniFile {
  public:
-  /// `command_line` tells a file that the operator names from a stored one.
-  TariffIniFile(const std::string& path, bool command_line);
+  /// `command_line` tells a file that the operator names from a stored one. `folder` is the one of
+  /// the stored files, which a whole save makes where it is missing.
+  TariffIniFile(const std::string& path, bool command_line,
+                const std::string& folder = kConfigDirectory);
   virtual ~TariffIniFile() = default;
   TariffIniFile(const TariffIniFile&) = default;
   TariffIniFile& operator=(const TariffIniFile&) = default;
@@ -58,11 +61,13 @@ class TariffIniFile {
 
  protected:
   const std::string& path() const { return path_; }
+  const std::string& folder() const { return folder_; }
   bool command_line() const { return command_line_; }
 
  private:
   std::string path_;
   bool command_line_;
+  std::string folder_;
 };
 
 }  // namespace quenby

@@ -1,20 +1,11 @@
 #include "model/bandwidth_settings.h"
 
 namespace quenby {
-namespace {
 
-constexpr std::int64_t kBitsPerByte = 8;
-constexpr std::int64_t kBytesPerKbit = 125;
-
-}  // namespace
-
-void BandwidthSettings::clear() {
-  speed = kNeverSet;
-  burst = 0;
-}
+void BandwidthSettings::clear() { speed = kNeverSet; }
 
 bool BandwidthSettings::operator==(const BandwidthSettings& other) const {
-  return speed == other.speed && burst == other.burst && download_ == other.download_;
+  return speed == other.speed && download_ == other.download_;
 }
 
 bool BandwidthSettings::setSpeed(const std::string& text) { return _tobps(text, speed); }

@@ -36,9 +36,6 @@ class BandwidthSettings {
 
   /// Bytes per second, `kNeverSet` or `kEmptyValue`. The ceiling of the direction's class.
   std::int64_t speed = kNeverSet;
-  /// The burst in bytes that the direction's class has to cover beside its own: the largest one
-  /// that is configured for a tariff. Rate resolution finds it; no configuration key reaches it.
-  std::int32_t burst = 0;
 
  protected:
   /// `_set_rate`, converted to bytes per second; -1 stays -1.

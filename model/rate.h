@@ -6,6 +6,12 @@
 /// How the text of a configuration value becomes a number.
 namespace quenby {
 
+// Speeds are kbit/s in files, of 1000 bit each, and bytes per second everywhere else.
+inline constexpr std::int64_t kBitsPerByte = 8;
+inline constexpr std::int64_t kBitsPerKbit = 1000;
+inline constexpr std::int64_t kBytesPerKbit = kBitsPerKbit / kBitsPerByte;
+inline constexpr std::int64_t kBytesPerMbit = 1000 * kBytesPerKbit;
+
 /// A speed that no file has set.
 inline constexpr std::int64_t kNeverSet = -2;
 /// A speed or burst rate whose text was empty, negative or not a number.

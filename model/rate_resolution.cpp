@@ -56,20 +56,19 @@ void resolve(TariffDirSettings& direction, const Share& s) {
 struct Need {
   std::int64_t sum = 0;
   std::int64_t ceiling = 0;
-  std::int32_t burst = 0;
 };
 
 Need resolve_default(DefaultDirSettings& direction, const Share& s) {
   if (direction.speed > s.limit) {
     direction.speed = s.limit;
     direction.ceiling = 0;
-    return {0, s.limit, 0};
+    return {0, s.limit};
   }
   if (s.limit < s.sum) {
     direction.ceiling = 0;
-    return {0, direction.speed, 0};
+    return {0, direction.speed};
   }
-  return {direction.speed, direction.speed, 0};
+  return {direction.speed, direction.speed};
 }
 
 void resolve_global(GlobalSet& g, const TariffSet& t, const Share& s, Direction way) {
@@ -80,13 +79,11 @@ void resolve_global(GlobalSet& g, const TariffSet& t, const Share& s, Direction 
     const TariffDirSettings& direction = tariff.direction(way);
     need.sum = wrapping_add(need.sum, direction.rateBps());
     need.ceiling = std::max(need.ceiling, direction.speed);
-    need.burst = std::max(need.burst, direction.burstSize());
   }
   GlobalDirSettings& line = g.global.direction(way);
   if (line.speed == 0) return;
   const std::int64_t covering = std::max(need.sum, need.ceiling);
   if (covering != 0) line.speed = std::max(line.speed, covering);
-  if (need.burst != 0) line.burst = need.burst;
 }
 
 }  // namespace
@@ -109,6 +106,19 @@ RateSummary resolve_tariff_rates(const GlobalSet& g, TariffSet& t, std::int64_t 
 
 void resolve_global_rates(GlobalSet& g, const TariffSet& t, const RateSummary& r) {
   for (const Direction way : kDirections) resolve_global(g, t, share(r, way), way);
+}
+
+std::int64_t largest_burst(Direction way, const TariffSet& t) {
+  std::int64_t largest = 0;
+  for (const TariffSettings& tariff : t.tariffs()) {
+    if (tariff.takes_part(way))
+      largest = std::max<std::int64_t>(largest, tariff.direction(way).burstSize());
+  }
+  return largest;
+}
+
+std::int64_t ResolvedSettings::root_burst(Direction way) const {
+  return largest_burst(way, tariffs);
 }
 
 bool RateSummary::oversubscribed() const { return down_limit < down_sum || up_limit < up_sum; }

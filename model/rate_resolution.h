@@ -36,6 +36,10 @@ struct ResolvedSettings {
   TariffSet tariffs;
   /// From before the rates were changed.
   RateSummary summary;
+
+  /// The burst in bytes that a direction's root class has to cover: the largest one that a tariff
+  /// has. 0 where none has one, as on a blocked line, which cuts all tariffs to 0.
+  std::int64_t root_burst(Direction way) const;
 };
 
 /// All steps in their order.
@@ -49,7 +53,10 @@ RateSummary summarize_rates(const GlobalSet& g, const TariffSet& t, std::int64_t
 RateSummary resolve_tariff_rates(const GlobalSet& g, TariffSet& t, std::int64_t link_speed);
 
 /// Takes the default tariff's guarantee away where it no longer fits, and raises the global speed
-/// and burst to cover the tariffs. `t` and `r` are what `resolve_tariff_rates` left and returned.
+/// to cover the tariffs. `t` and `r` are what `resolve_tariff_rates` left and returned.
 void resolve_global_rates(GlobalSet& g, const TariffSet& t, const RateSummary& r);
+
+/// The largest burst in bytes that a tariff asks for in this direction; 0 for none.
+std::int64_t largest_burst(Direction way, const TariffSet& t);
 
 }  // namespace quenby

@@ -35,7 +35,10 @@ class ShaperConfigInterface {
 
  protected:
   /// Keeps the reason. Always false.
-  bool refuse(Refusal::Of of, const std::string& reason);
+  bool refuse(Refusal::Of of, const std::string& reason) {
+    refusal_ = {of, reason};
+    return false;
+  }
 
  private:
   Refusal refusal_;

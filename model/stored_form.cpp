@@ -9,8 +9,6 @@
 namespace quenby {
 namespace {
 
-constexpr std::int64_t kBitsPerKbit = 1000;
-
 // Replaces `value` by what is read back for it until that changes nothing. Once is enough for any
 // real number; beyond 2^56 bit/s doubles have gaps, and what is written can come back as one less.
 template <typename ReadBack>

@@ -4,12 +4,6 @@
 #include <set>
 
 namespace quenby {
-namespace {
-
-constexpr std::int32_t kFirstTariffID = 4;
-constexpr std::int32_t kLastTariffID = 15000;
-
-}  // namespace
 
 bool TariffConfig::addIDs(TariffSet& set) {
   return std::all_of(set.tariffs().begin(), set.tariffs().end(), [this](TariffSettings& tariff) {
@@ -27,15 +21,15 @@ bool TariffConfig::fillIDs(TariffSet& set, bool allow_new) {
 }
 
 bool TariffConfig::refillIDs() {
-  counter_ = kLastReservedID;
+  counter_ = kFirstTariffNumber - 1;
   return std::all_of(tariffs_.begin(), tariffs_.end(),
                      [this](TariffSettings& tariff) { return _addID(tariff); });
 }
 
 bool TariffConfig::checkID() const {
-  return counter_ <= kLastTariffID &&
+  return counter_ <= kLastTariffNumber &&
          std::all_of(tariffs_.begin(), tariffs_.end(),
-                     [](const TariffSettings& tariff) { return tariff.id >= kFirstTariffID; });
+                     [](const TariffSettings& tariff) { return tariff.id >= kFirstTariffNumber; });
 }
 
 bool TariffConfig::numbersFit() const {

@@ -48,8 +48,7 @@ class TariffConfig : public TariffSet {
   bool _addID(TariffSettings& tariff);
 
   /// The last number handed out or read.
-  std::int32_t counter_ = kLastReservedID;
-  static constexpr std::int32_t kLastReservedID = 3;
+  std::int32_t counter_ = kFirstTariffNumber - 1;
 };
 
 }  // namespace quenby

@@ -3,12 +3,9 @@
 #include <cstdint>
 
 #include "model/bandwidth_settings.h"
+#include "model/class_numbers.h"
 
 namespace quenby {
-
-/// Class numbers that a tariff may hold.
-inline constexpr int kMinTariffId = 1;
-inline constexpr int kMaxTariffId = 15999;
 
 /// Leaf queueing discipline kinds. Any other number means no leaf qdisc.
 inline constexpr int kQdiscNone = 0;
@@ -27,7 +24,7 @@ class TariffDirSettings : public BandwidthSettings {
   bool operator==(const BandwidthSettings& other) const override;
   bool operator==(const TariffDirSettings& other) const;
 
-  /// Takes a class number; false, with nothing changed, outside 1..15999.
+  /// Takes a class number; false, with nothing changed, outside `kMinTariffId` to `kMaxTariffId`.
   bool setID(int number);
 
   /// The burst in bytes to give the kernel; 0 asks the class engine to compute one. With a burst

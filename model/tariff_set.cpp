@@ -10,7 +10,8 @@ namespace quenby {
 namespace {
 
 constexpr std::size_t kUsualTariffs = 256;
-constexpr std::int64_t kBitsPerKbit = 1000;
+const std::string kWantedNumber =
+    "a class number from " + std::to_string(kMinTariffId) + " to " + std::to_string(kMaxTariffId);
 constexpr const char* kWantedSize = "a number of bytes, 0 or more";
 
 void write_direction(std::ostream& out, const std::string& prefix,
@@ -39,7 +40,7 @@ const KeyTable<TariffSettings>& tariff_keys() {
   using T = TariffSettings;
   using S = const std::string;
   static const KeyTable<T> kKeys = {
-      {"id", {[](T& t, S& v) { return t.setID(v); }, "a class number from 1 to 15999"}},
+      {"id", {[](T& t, S& v) { return t.setID(v); }, kWantedNumber.c_str()}},
       {"ip", {[](T& t, S& v) { return t.addCIDR(v); }, "an IPv4 address"}},
       {"download_speed", {[](T& t, S& v) { return t.download.setSpeed(v); }, kWantedRate}},
       {"upload_speed", {[](T& t, S& v) { return t.upload.setSpeed(v); }, kWantedRate}},

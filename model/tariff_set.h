@@ -11,7 +11,7 @@ namespace quenby {
 /// The keys of a tariff section.
 const KeyTable<TariffSettings>& tariff_keys();
 
-/// The contents of a tariff file: one section a tariff, its name the section's.
+/// The contents of a tariff file: one section per tariff, its name the section's.
 class TariffSet : public TariffConfigBase, public ShaperConfigInterface {
  public:
   /// Appends a tariff. False, with nothing added, when it has no name. Neither sorts nor looks for

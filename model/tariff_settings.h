@@ -19,7 +19,7 @@ class TariffSettings : public BandwidthSettingsInterface<TariffDirSettings> {
   /// length are shaped alike and are equal.
   bool operator==(const TariffSettings& other) const;
 
-  /// Stores a class number in the tariff and in both directions; refused outside 1..15999.
+  /// Stores a class number in the tariff and in both directions; refused like there.
   bool setID(int number);
   /// The same from text; a fraction is dropped.
   bool setID(const std::string& text);

@@ -11,13 +11,13 @@
 #include <string>
 
 #include "cli/error.h"
+#include "tc/firewall_rules.h"
 #include "tc/handles.h"
 #include "tc/nl_error.h"
 
 namespace quenby {
 namespace {
 
-constexpr const char* kSetName = "kavo_opt_shaper";
 constexpr const char* kSetType = "hash:ip";
 // The first protocol revision of hash:ip whose entries carry packet-mark data.
 constexpr std::uint8_t kSetRevision = 4;
@@ -31,7 +31,7 @@ MsgPtr new_message(int command) {
                                   NLM_F_REQUEST, AF_INET, 0));
   if (msg == nullptr) _error("Msg allocation failed");
   check_nl_result("set ipset protocol", nla_put_u8(msg.get(), IPSET_ATTR_PROTOCOL, kProtocol));
-  check_nl_result("set ipset name", nla_put_string(msg.get(), IPSET_ATTR_SETNAME, kSetName));
+  check_nl_result("set ipset name", nla_put_string(msg.get(), IPSET_ATTR_SETNAME, kAddressSet));
   return msg;
 }
 

@@ -6,20 +6,18 @@
 
 #include "shaper/packet_steering.h"
 #include "tc/firewall_rules.h"
-#include "tc/redirect.h"
-#include "tc/text.h"
+#include "tc/handles.h"
+#include "tc/links.h"
 #include "tc/tree_text.h"
 
 namespace quenby {
 namespace {
 
-constexpr const char* kImqName = "imq0";
-
 void add_imq_trees(const ResolvedSettings& settings, DesiredState& state) {
   state.upload_device = state.download_device = kImqName;
   state.upload = device_tree(imq_side(Direction::upload), settings);
   state.download = device_tree(imq_side(Direction::download), settings);
-  state.firewall = imq_egress_rules();
+  state.firewall = imq_upload_rules();
 }
 
 void add_mark_trees(const ResolvedSettings& settings, bool has_wan, DesiredState& state) {
@@ -31,8 +29,8 @@ void add_mark_trees(const ResolvedSettings& settings, bool has_wan, DesiredState
   }
   state.addresses = address_set_entries(settings.tariffs);
   const std::uint32_t default_mark = class_mark(kDefaultTariffClass);
-  state.firewall = ingress_rules(settings.line, default_mark, has_wan);
-  if (has_wan) append_commands(state.firewall, egress_rules(settings.line, default_mark));
+  state.firewall = download_rules(settings.line, default_mark, has_wan);
+  if (has_wan) append_commands(state.firewall, upload_rules(settings.line, default_mark));
 }
 
 void write_commands(std::ostream& out, const std::string& subject, const std::string& list) {

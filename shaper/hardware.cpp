@@ -10,9 +10,8 @@ namespace quenby {
 namespace {
 
 constexpr const char* kTool = "/usr/sbin/kavo-hal";
-constexpr std::int64_t kGigabit = 125'000'000;
-constexpr std::int64_t kTenGigabit = 1'250'000'000;
-constexpr double kBytesPerMbit = 125'000.0;
+constexpr std::int64_t kGigabit = 1000 * kBytesPerMbit;
+constexpr std::int64_t kTenGigabit = 10 * kGigabit;
 
 }  // namespace
 
@@ -37,7 +36,7 @@ std::int64_t link_speed(const std::string& interface) {
 
 std::int64_t sfp_plus_speed(const std::string& field) {
   // No number reads as -1, and one that is too large or none converts to the smallest.
-  const std::int64_t speed = to_int64(get_num(field) * kBytesPerMbit);
+  const std::int64_t speed = to_int64(get_num(field) * static_cast<double>(kBytesPerMbit));
   return speed > 0 ? speed : kTenGigabit;
 }
 

@@ -13,9 +13,9 @@
 #include "shaper/packet_steering.h"
 #include "shaper/session.h"
 #include "tc/firewall_rules.h"
+#include "tc/htb_class.h"
 #include "tc/links.h"
 #include "tc/make_intf.h"
-#include "tc/psched.h"
 
 namespace quenby {
 
@@ -53,8 +53,8 @@ bool HtbShaper::link_exists(const GlobalSet& set) const {
 void HtbShaper::clear(const GlobalSet& set) {
   const Devices both = devices(set.global);
   std::string commands = firewall_start_command();
-  both.ingress->fill_clean_fw_rules(commands);
-  both.egress->fill_clean_fw_rules(commands);
+  both.download->fill_clean_fw_rules(commands);
+  both.upload->fill_clean_fw_rules(commands);
   append_commands(commands, firewall_end_commands());
   run_or_exit(commands);
 
@@ -62,8 +62,8 @@ void HtbShaper::clear(const GlobalSet& set) {
     delete_ipset();
     clean_rps(set);
   }
-  both.ingress->teardown(set);
-  both.egress->teardown(set);
+  both.download->teardown(set);
+  both.upload->teardown(set);
 }
 
 void HtbShaper::del_global(const GlobalSet& set, const TariffConfig& tariffs) {
@@ -75,8 +75,7 @@ void HtbShaper::del_global(const GlobalSet& set, const TariffConfig& tariffs) {
 }
 
 void HtbShaper::class_stat(const GlobalSet& set, const TariffConfig& tariffs) {
-  device(set.global, false)->class_stat(tariffs);
-  device(set.global, true)->class_stat(tariffs);
+  for (const Direction way : kDirections) device(set.global, way)->class_stat(tariffs);
 }
 
 void HtbShaper::create_ipset() { create_address_set(netfilter_); }
@@ -113,18 +112,18 @@ void HtbShaper::clean_rps(const GlobalSet& set) {
   run_list(steering_reset_command(board_name(), set.global.wan));
 }
 
-std::unique_ptr<HtbIntf> HtbShaper::device(const GlobalSettings& settings, bool ingress) {
-  return make_intf(settings, ingress, route_, links_);
+std::unique_ptr<HtbIntf> HtbShaper::device(const GlobalSettings& settings, Direction way) {
+  return make_intf(settings, way, route_, links_);
 }
 
 HtbShaper::Devices HtbShaper::devices(const GlobalSettings& settings) {
-  return {device(settings, false), device(settings, true)};
+  return {device(settings, Direction::upload), device(settings, Direction::download)};
 }
 
 void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
   std::string commands;
-  devices.egress->fill_clean_fw_rules(commands);
-  devices.ingress->fill_clean_fw_rules(commands);
+  devices.upload->fill_clean_fw_rules(commands);
+  devices.download->fill_clean_fw_rules(commands);
   if (drop_chain) append_commands(commands, drop_chain_commands());
   run_list(commands);
 }

@@ -47,13 +47,15 @@ class HtbShaper {
   void add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added);
   void del_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed);
 
-  /// One direction of such a change. `settings` and `added` after rate resolution, `previous` the
-  /// direction's settings before the change, `configured` its speed as configured; `remove` is
-  /// false when there is nothing to delete. Speeds in bytes per second. The link's speed never
-  /// matters: packets carry marks wherever there are tariffs.
+  /// One direction of such a change. `settings`, `added` and `previous`, the direction's settings
+  /// before the change, are resolved; `configured` is its speed as configured; `remove` is false
+  /// when there is nothing to delete. `burst` in bytes is what the root class has to cover. Speeds
+  /// in bytes per second. The link's speed never matters: packets carry marks wherever there are
+  /// tariffs.
   void update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
                    const TariffSet& removed, const BandwidthSettings& previous,
-                   std::int64_t configured, bool remove, std::int64_t link_speed);
+                   std::int64_t configured, bool remove, std::int64_t link_speed,
+                   std::int64_t burst = 0);
 
   // The address set.
 
@@ -73,13 +75,13 @@ class HtbShaper {
 
  private:
   struct Devices {
-    std::unique_ptr<HtbIntf> egress;
-    std::unique_ptr<HtbIntf> ingress;
+    std::unique_ptr<HtbIntf> upload;
+    std::unique_ptr<HtbIntf> download;
 
-    HtbIntf& at(Direction way) const { return way == Direction::download ? *ingress : *egress; }
+    HtbIntf& at(Direction way) const { return way == Direction::download ? *download : *upload; }
   };
 
-  std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, bool ingress);
+  std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, Direction way);
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
   static void clean_rules(const Devices& devices, bool drop_chain);

@@ -39,7 +39,7 @@ struct TariffChange {
   ResolvedSettings after;
   /// All tariffs after the change, as configured.
   TariffSet tariffs;
-  /// Those of the added tariffs, after rate resolution.
+  /// The added tariffs, resolved.
   TariffSet created;
   /// Entries of the address set for addresses that removed tariffs share with tariffs that stay.
   std::vector<AddressSetEntry> kept;

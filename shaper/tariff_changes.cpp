@@ -71,7 +71,7 @@ bool HtbShaper::everything_stands(const ResolvedSettings& settings) {
   const Devices both = devices(settings.line.global);
   const DesiredState standing = desired_state(settings, {true, ""});
   const bool has_trees =
-      both.egress->stands(standing.upload) && both.ingress->stands(standing.download);
+      both.upload->stands(standing.upload) && both.download->stands(standing.download);
   if (!has_trees || standing.addresses.empty()) return has_trees;
   return has_address(netfilter_, standing.addresses.back().address);
 }
@@ -95,15 +95,17 @@ void HtbShaper::change_in_place(const TariffChange& change, const TariffSet& rem
     const GlobalDirSettings& previous = change.before.line.global.direction(way);
     const bool remove = configured != kNeverSet || previous.speed != kNeverSet;
     update_intf(way == Direction::download, change.after.line.global, change.created, removed,
-                previous, configured, remove, change.after.summary.link_speed);
+                previous, configured, remove, change.after.summary.link_speed,
+                change.after.root_burst(way));
   }
 }
 
 void HtbShaper::update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
                             const TariffSet& removed, const BandwidthSettings& previous,
-                            std::int64_t configured, bool remove, std::int64_t /*link_speed*/) {
-  const std::unique_ptr<HtbIntf> intf = device(settings, ingress);
-  intf->change(device_change(intf->side(), {settings, previous.speed, configured},
+                            std::int64_t configured, bool remove, std::int64_t /*link_speed*/,
+                            std::int64_t burst) {
+  const std::unique_ptr<HtbIntf> intf = device(settings, direction_of(ingress));
+  intf->change(device_change(intf->side(), {settings, previous.speed, configured, burst},
                              intf->has_tree(settings), {removed, added, remove},
                              intf->standing_filters()));
 }

@@ -1,6 +1,7 @@
 #include "tc/address_tree.h"
 
 #include <arpa/inet.h>
+#include <linux/pkt_cls.h>
 
 namespace quenby {
 namespace {
@@ -30,15 +31,15 @@ U32Filter base_link(HandleScheme scheme) {
 }
 
 void AddressTree::note(std::uint32_t handle) {
-  const unsigned table = handle >> 20;
-  const unsigned bucket = handle >> 12 & 0xff;
+  const unsigned table = TC_U32_USERHTID(handle);
+  const unsigned bucket = TC_U32_HASH(handle);
   const bool base = table == base_id(scheme_);
   has_base_ = has_base_ || base;
   // A handle with neither bucket nor node is the table itself.
-  if ((handle & 0xfffff) == 0) return;
+  if (TC_U32_KEY(handle) == 0) return;
   // Whatever node the kernel gave a link, its bucket has one.
   if (base) used_[static_cast<int>(bucket)] = true;
-  if ((handle & 0xfff) == 0) taken_.insert(handle);
+  if (TC_U32_NODE(handle) == 0) taken_.insert(handle);
 }
 
 AddressFilters AddressTree::add(std::uint32_t address, unsigned number) {

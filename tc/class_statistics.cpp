@@ -8,7 +8,6 @@
 namespace quenby {
 namespace {
 
-constexpr std::uint32_t kMinorMask = 0xffff;
 // On the IMQ device the upload classes have this bit of the minor set.
 constexpr std::uint32_t kUploadBit = 0x8000;
 
@@ -33,8 +32,8 @@ std::string mark_class_name(unsigned number, const TariffConfig& cfg) {
 
 std::string imq_class_name(std::uint32_t handle, std::uint32_t parent, const TariffConfig& cfg) {
   // Leaf qdiscs list flows as classes of their own majors.
-  if ((handle & ~kMinorMask) != kHtbHandle) return "";
-  const unsigned minor = handle & kMinorMask;
+  if (TC_H_MAJ(handle) != kHtbHandle) return "";
+  const unsigned minor = TC_H_MIN(handle);
   if (minor == kDefaultClass) return DefaultSettings::printName();
   if ((parent & ~kUploadBit) != class_handle(kRootClass)) return "";
   if (minor <= kUploadBit) return "download " + class_name(minor, cfg);

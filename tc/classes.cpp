@@ -25,12 +25,12 @@ void send_class(const Device& device, const HtbClass& values, int flags) {
   const std::string what = number_of(values) + " cls";
   const ClassPtr object = new_class(device, values);
   rtnl_class* const cls = object.get();
-  device.check("set ceil " + what, rtnl_htb_set_ceil(cls, values.ceil));
-  device.check("set cburst " + what, rtnl_htb_set_cbuffer(cls, values.cburst));
-  device.check("set rate " + what, rtnl_htb_set_rate(cls, values.rate));
-  device.check("set burst " + what, rtnl_htb_set_rbuffer(cls, values.burst));
-  device.check("set quantum " + what, rtnl_htb_set_quantum(cls, values.quantum));
-  device.check("add " + what, rtnl_class_add(device.sock, cls, flags));
+  device.chk_nl_error("set ceil " + what, rtnl_htb_set_ceil(cls, values.ceil));
+  device.chk_nl_error("set cburst " + what, rtnl_htb_set_cbuffer(cls, values.cburst));
+  device.chk_nl_error("set rate " + what, rtnl_htb_set_rate(cls, values.rate));
+  device.chk_nl_error("set burst " + what, rtnl_htb_set_rbuffer(cls, values.burst));
+  device.chk_nl_error("set quantum " + what, rtnl_htb_set_quantum(cls, values.quantum));
+  device.chk_nl_error("add " + what, rtnl_class_add(device.sock, cls, flags));
 }
 
 }  // namespace
@@ -47,7 +47,7 @@ void delete_class(const Device& device, const HtbClass& values) {
   if (!device.exists()) return;
   const ClassPtr object = new_class(device, values);
   const int result = rtnl_class_delete(device.sock, object.get());
-  device.check_deleted("delete " + number_of(values) + " cls", result, false);
+  device.chk_deleted("delete " + number_of(values) + " cls", result);
 }
 
 bool class_stands(const Device& device, const HtbClass& values) {

@@ -7,17 +7,16 @@
 
 namespace quenby {
 
-void Device::fail(const std::string& what, int code) const {
+void Device::nl_error(const std::string& what, int code) const {
   nl_fatal(name + " failed to " + what, code);
 }
 
-void Device::check(const std::string& what, int code) const {
-  if (code < 0) fail(what, code);
+void Device::chk_nl_error(const std::string& what, int code) const {
+  if (code < 0) nl_error(what, code);
 }
 
-void Device::check_deleted(const std::string& what, int code, bool invalid_is_gone) const {
-  const bool gone = code == -NLE_OBJ_NOTFOUND || (invalid_is_gone && code == -NLE_INVAL);
-  if (!gone) check(what, code);
+void Device::chk_deleted(const std::string& what, int code) const {
+  if (code != -NLE_OBJ_NOTFOUND) chk_nl_error(what, code);
 }
 
 void Device::attach(rtnl_tc* object, const char* kind) const {

@@ -23,12 +23,11 @@ struct Device {
   bool exists() const { return ifindex != 0; }
 
   /// Ends the process with "Error: ", the name, " failed to ", `what` and libnl's text for `code`.
-  [[noreturn]] void fail(const std::string& what, int code) const;
+  [[noreturn]] void nl_error(const std::string& what, int code) const;
   /// The same, when `code` is negative.
-  void check(const std::string& what, int code) const;
-  /// The same for a deletion, where what is gone already is no failure. Some qdiscs and classifiers
-  /// answer a request about what they do not have with "invalid".
-  void check_deleted(const std::string& what, int code, bool invalid_is_gone) const;
+  void chk_nl_error(const std::string& what, int code) const;
+  /// The same for a deletion, where what is gone already is no failure.
+  void chk_deleted(const std::string& what, int code) const;
 
   /// Names this device, and unless null the kind, in a request's object.
   void attach(rtnl_tc* object, const char* kind) const;

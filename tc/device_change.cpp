@@ -53,16 +53,16 @@ std::optional<RemovedBranch> left_over(const ClassBranch& branch, const U32Inven
 
 }  // namespace
 
-DeviceChange branch_changes(const Side& side, const GlobalSettings& g, bool has_tree,
+DeviceChange branch_changes(const Side& side, const GlobalSettings& line, bool has_tree,
                             const TariffDifference& tariffs, const U32Inventory& standing) {
   DeviceChange change;
   if (!side.by_mark() && !has_tree) return change;
   std::vector<ClassBranch> created;
-  if (has_tree && g.direction(side.way).speed != 0) {
+  if (has_tree && line.direction(side.way).speed != 0) {
     AddressTree known(side.scheme);
     for (const std::uint32_t handle : standing.handles()) known.note(handle);
-    if (!side.by_mark() && !known.has_base()) change.base = address_base(side, g, tariffs.added);
-    created = tariff_branches(side, g, tariffs.added, known);
+    if (!side.by_mark() && !known.has_base()) change.base = address_base(side, line, tariffs.added);
+    created = tariff_branches(side, line, tariffs.added, known);
   }
   Waiting waiting(std::move(created));
   for (const TariffSettings& tariff : tariffs.removed.tariffs()) {
@@ -89,7 +89,7 @@ DeviceChange device_change(const Side& side, const LineChange& line, bool has_tr
   DeviceChange change = branch_changes(side, line.settings, has_tree, tariffs, standing);
   if (!has_tree) return change;
   const GlobalDirSettings& next = line.settings.direction(side.way);
-  change.root = root_class(side.scheme, next, next.burst);
+  change.root = root_class(side.scheme, next, line.burst);
   if (path_changes(!tariffs.added.empty(), !tariffs.removed.empty(), line.configured, line.previous,
                    next.speed))
     change.path = mark_path(side, line.settings, true);

@@ -34,34 +34,36 @@ struct DeviceChange {
   std::optional<MarkPath> path;
 };
 
-/// The tariffs that go and come. Rates of `added` after resolution; `removed` as the kernel has
-/// them, of which nothing goes without `remove`.
+/// The tariffs that go and come. `added` are resolved; `removed` as the kernel has them, of which
+/// nothing goes without `remove`.
 struct TariffDifference {
   const TariffSet& removed;
   const TariffSet& added;
   bool remove = true;
 };
 
-/// Base and branches of a change. `g` after rate resolution; `standing` are the filters that the
-/// device has. `has_tree` is false where there is no device to make a wanted tree on: a device that
+/// Base and branches of a change. `line` is resolved; `standing` are the filters that the device
+/// has. `has_tree` is false where there is no device to make a wanted tree on: a device that
 /// classifies by mark then loses branches all the same.
-DeviceChange branch_changes(const Side& side, const GlobalSettings& g, bool has_tree,
+DeviceChange branch_changes(const Side& side, const GlobalSettings& line, bool has_tree,
                             const TariffDifference& tariffs, const U32Inventory& standing);
 
 /// Whether how packets come to a direction's classes has to be remade after a change.
-/// `configured` is the direction's speed as configured, `previous` and `next` its speeds after rate
-/// resolution before and after the change, all in bytes per second.
+/// `configured` is the direction's speed as configured, `previous` and `next` its resolved speeds
+/// before and after the change, all in bytes per second.
 bool path_changes(bool any_added, bool any_removed, std::int64_t configured, std::int64_t previous,
                   std::int64_t next);
 
 /// The line before and after a change of tariffs. Speeds in bytes per second.
 struct LineChange {
-  /// After the change, after rate resolution.
+  /// Resolved for the tariffs after the change.
   const GlobalSettings& settings;
-  /// The direction's speed before it, after rate resolution.
+  /// The direction's speed as it was resolved for those before it.
   std::int64_t previous = 0;
   /// The direction's speed as configured.
   std::int64_t configured = 0;
+  /// The burst in bytes that the root class has to cover after the change.
+  std::int64_t burst = 0;
 };
 
 /// All of a change: branches, and what of the line changes with them.

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "tc/redirect.h"
+#include "tc/redirection.h"
 
 namespace quenby {
 namespace {
@@ -20,13 +20,13 @@ ClassBranch default_branch(const Side& side, unsigned number, const BandwidthSet
           default_leaf(side.scheme, number, def)};
 }
 
-ClassBranch root_branch(const Side& side, const GlobalSettings& g) {
-  const GlobalDirSettings& line = g.direction(side.way);
-  return {root_class(side.scheme, line, line.burst), {}, {}};
+ClassBranch root_branch(const Side& side, const ResolvedSettings& s) {
+  const GlobalDirSettings& line = s.line.global.direction(side.way);
+  return {root_class(side.scheme, line, s.root_burst(side.way)), {}, {}};
 }
 
 std::vector<ClassBranch> mark_line(const Side& side, const ResolvedSettings& s) {
-  std::vector<ClassBranch> line = {root_branch(side, s.line.global)};
+  std::vector<ClassBranch> line = {root_branch(side, s)};
   if (has_default_class(s.configured, side.way))
     line.push_back(default_branch(side, kDefaultClass, s.configured.global.direction(side.way), 0));
   const DefaultDirSettings& def = s.line.defaults.direction(side.way);
@@ -38,7 +38,7 @@ std::vector<ClassBranch> mark_line(const Side& side, const ResolvedSettings& s) 
 // The default class takes the default tariff's place, in the download direction alone.
 std::vector<ClassBranch> imq_line(const Side& side, const ResolvedSettings& s) {
   if (!wants_tree(side, s.line.global)) return {};
-  std::vector<ClassBranch> line = {root_branch(side, s.line.global)};
+  std::vector<ClassBranch> line = {root_branch(side, s)};
   const DefaultDirSettings& def = s.line.defaults.direction(side.way);
   if (side.way == Direction::download && def.speed != kNeverSet)
     line.push_back(default_branch(side, kDefaultClass, def, 0));
@@ -135,15 +135,6 @@ std::vector<ClassBranch> tariff_branches(const Side& side, const GlobalSettings&
         address_matches(side, static_cast<unsigned>(direction.id), tariff.addresses, known);
   }
   return branches;
-}
-
-std::int64_t largest_burst(Direction way, const TariffSet& set) {
-  std::int64_t largest = 0;
-  for (const TariffSettings& tariff : set.tariffs()) {
-    if (tariff.takes_part(way))
-      largest = std::max<std::int64_t>(largest, tariff.direction(way).burstSize());
-  }
-  return largest;
 }
 
 }  // namespace quenby

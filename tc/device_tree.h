@@ -67,14 +67,14 @@ struct DeviceTree {
 /// The whole tree of one direction of a device that exists or will be made.
 DeviceTree device_tree(const Side& side, const ResolvedSettings& settings);
 
-// Its parts. `g` and tariffs after rate resolution.
+// Its parts. `line` and `set` are those of resolved settings.
 
 /// Whether the configuration gives this direction an HTB tree, whatever the kernel holds.
-bool wants_tree(const Side& side, const GlobalSettings& g);
+bool wants_tree(const Side& side, const GlobalSettings& line);
 /// How packets come to the classes. `marked` tells that packets carry marks.
-MarkPath mark_path(const Side& side, const GlobalSettings& g, bool marked);
+MarkPath mark_path(const Side& side, const GlobalSettings& line, bool marked);
 /// The first level of the address tree, where some tariff or the line itself is shaped.
-std::optional<AddressBase> address_base(const Side& side, const GlobalSettings& g,
+std::optional<AddressBase> address_base(const Side& side, const GlobalSettings& line,
                                         const TariffSet& set);
 /// One tariff's branch, without its addresses.
 ClassBranch tariff_branch(const Side& side, const TariffDirSettings& t);
@@ -84,9 +84,7 @@ std::vector<AddressFilters> address_matches(const Side& side, unsigned number,
                                             const std::vector<std::uint32_t>& addresses,
                                             AddressTree& known);
 /// The branches of all tariffs that take part in a direction; none where it has no tree.
-std::vector<ClassBranch> tariff_branches(const Side& side, const GlobalSettings& g,
+std::vector<ClassBranch> tariff_branches(const Side& side, const GlobalSettings& line,
                                          const TariffSet& set, AddressTree& known);
-/// The largest burst in bytes that is configured for a tariff of this direction; 0 for none.
-std::int64_t largest_burst(Direction way, const TariffSet& set);
 
 }  // namespace quenby

@@ -9,6 +9,11 @@
 /// Requests about the IPv4 classifiers of a device.
 namespace quenby {
 
+/// The priority of every classifier of ours under an HTB root, and the one at which older versions
+/// put a classifier by mark.
+inline constexpr unsigned kClassifierPrio = 1;
+inline constexpr unsigned kFormerPrio = 2;
+
 /// Adds a u32 hash table under the HTB root; with `tolerate` one that exists already is no failure.
 void add_u32_table(const Device& device, const U32Table& table, unsigned prio, bool tolerate);
 /// Adds a u32 filter under the HTB root. Mainline kernels refuse a handle whose bucket and node are

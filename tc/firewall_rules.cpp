@@ -3,16 +3,24 @@
 #include "cli/system.h"
 #include "model/rate.h"
 #include "tc/handles.h"
-#include "tc/text.h"
 
 namespace quenby {
 namespace {
 
 const std::string kIptables = "sudo iptables -t ";
-const std::string kFilterAppend = kIptables + "filter -A KAVO_OPT_QOS_HOOK";
-const std::string kMarking = kIptables + "mangle -A KAVO_QOS_FW_OUT_HOOK";
-const std::string kTrackAll = kIptables + "raw -R QOS_CONNTRACK 1 -j ACCEPT";
-const std::string kTrackAsBefore = kIptables + "raw -R QOS_CONNTRACK 1 -j RETURN";
+// The platform's chains and, in the third line, the one that we make.
+const std::string kMarkOut = "KAVO_QOS_FW_OUT_HOOK";
+const std::string kMarkIn = "KAVO_QOS_FW_IN_HOOK";
+const std::string kDrop = "KAVO_OPT_QOS_HOOK";
+const std::string kForwardOut = "OSTREA_FW_OUT_HOOK";
+const std::string kForwardIn = "OSTREA_FW_IN_HOOK";
+const std::string kTracking = "QOS_CONNTRACK";
+
+const std::string kQuiet = ">/dev/null 2>&1";
+const std::string kFilterAppend = kIptables + "filter -A " + kDrop;
+const std::string kMarking = kIptables + "mangle -A " + kMarkOut;
+const std::string kTrackAll = kIptables + "raw -R " + kTracking + " 1 -j ACCEPT";
+const std::string kTrackAsBefore = kIptables + "raw -R " + kTracking + " 1 -j RETURN";
 
 std::string mask() { return "0x" + hex(kMarkMask); }
 
@@ -21,7 +29,7 @@ std::string restore_mark() {
 }
 
 std::string jump_from(const std::string& hook) {
-  return kIptables + "filter -I " + hook + " 1 -j KAVO_OPT_QOS_HOOK;";
+  return kIptables + "filter -I " + hook + " 1 -j " + kDrop + ";";
 }
 
 // Drops what belongs to no tariff. `device` names the direction and the device, as in " -o eth1".
@@ -38,7 +46,7 @@ std::string marking_rules(const std::string& wan, std::uint32_t default_mark) {
          kMarking + restore_mark() + ";" +                             //
          kMarking + " -m mark ! --mark 0/" + mask() + " -j RETURN;" +  //
          kMarking + " -j MARK --set-xmark 0x" + hex(default_mark) + "/" + mask() + ";" + kMarking +
-         " -j SET --map-set kavo_opt_shaper src --map-mark;" +  //
+         " -j SET --map-set " + kAddressSet + " src --map-mark;" +  //
          kMarking + " -j CONNMARK --save-mark --nfmask " + mask() + " --ctmask " + mask();
 }
 
@@ -55,25 +63,25 @@ bool default_blocked(const GlobalSet& set, Direction way) {
 }
 
 std::string clean_rules() {
-  return kIptables + "mangle -F KAVO_QOS_FW_OUT_HOOK;" +                                    //
-         kIptables + "mangle -F KAVO_QOS_FW_IN_HOOK;" +                                     //
-         kIptables + "filter -D OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1;" +  //
-         kIptables + "filter -D OSTREA_FW_IN_HOOK -j KAVO_OPT_QOS_HOOK>/dev/null 2>&1 || true";
+  return kIptables + "mangle -F " + kMarkOut + ";" +                               //
+         kIptables + "mangle -F " + kMarkIn + ";" +                                //
+         kIptables + "filter -D " + kForwardOut + " -j " + kDrop + kQuiet + ";" +  //
+         kIptables + "filter -D " + kForwardIn + " -j " + kDrop + kQuiet + " || true";
 }
 
-std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark) {
+std::string upload_rules(const GlobalSet& set, std::uint32_t default_mark) {
   const std::string wan = shell_word(set.global.wan);
   const std::string device = " -o " + wan;
-  const std::string jump = jump_from("OSTREA_FW_OUT_HOOK");
+  const std::string jump = jump_from(kForwardOut);
   if (set.global.upload.speed == 0) return jump + kFilterAppend + device + " -j DROP";
   std::string rules;
   if (default_blocked(set, Direction::upload)) rules = jump + drop_default(device, default_mark);
   return rules + marking_rules(wan, default_mark);
 }
 
-std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found) {
+std::string download_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found) {
   const std::string device = " -i " + shell_word(set.global.wan);
-  const std::string jump = jump_from("OSTREA_FW_IN_HOOK");
+  const std::string jump = jump_from(kForwardIn);
   if (set.global.download.speed == 0)
     return jump + kFilterAppend + device + " -j DROP;" + kTrackAsBefore;
   if (default_blocked(set, Direction::download))
@@ -81,13 +89,13 @@ std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool
   return wan_found ? kTrackAll : kTrackAsBefore;
 }
 
-std::string imq_egress_rules() {
+std::string imq_upload_rules() {
   return kMarking + " -m addrtype --src-type=LOCAL -j RETURN;" + kMarking + " -j IMQ --todev 0;" +
          kTrackAsBefore;
 }
 
-std::string imq_ingress_rules(const std::string& wan) {
-  return kIptables + "mangle -A KAVO_QOS_FW_IN_HOOK -i " + shell_word(wan) + " -j IMQ --todev 0";
+std::string imq_download_rules(const std::string& wan) {
+  return kIptables + "mangle -A " + kMarkIn + " -i " + shell_word(wan) + " -j IMQ --todev 0";
 }
 
 bool needs_drop_chain(const GlobalSet& set) {
@@ -96,15 +104,14 @@ bool needs_drop_chain(const GlobalSet& set) {
 }
 
 std::string drop_chain_commands() {
-  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1 || "
-         "sudo iptables -t filter -N KAVO_OPT_QOS_HOOK>/dev/null 2>&1";
+  return kIptables + "filter -F " + kDrop + kQuiet + " || " +  //
+         kIptables + "filter -N " + kDrop + kQuiet;
 }
 
 std::string firewall_start_command() { return "sudo /opt/ostrea/sbin/firewall.init start opt-qos"; }
 
 std::string firewall_end_commands() {
-  return "sudo iptables -t filter -F KAVO_OPT_QOS_HOOK>/dev/null 2>&1;"
-         "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
+  return kIptables + "filter -F " + kDrop + kQuiet + ";" + kTrackAsBefore;
 }
 
 }  // namespace quenby

@@ -10,6 +10,9 @@
 /// alone.
 namespace quenby {
 
+/// The address set by which the marking rules find a packet's mark.
+inline constexpr const char* kAddressSet = "kavo_opt_shaper";
+
 /// Appends `commands` to `list`, with ";" between the two. Empty commands append nothing.
 void append_commands(std::string& list, const std::string& commands);
 
@@ -21,18 +24,18 @@ std::string clean_rules();
 
 /// Rules for upload through the WAN device: drop everything (speed 0), or mark every forwarded
 /// packet with its tariff's class. `default_mark` marks the packets that belong to no tariff.
-std::string egress_rules(const GlobalSet& set, std::uint32_t default_mark);
+std::string upload_rules(const GlobalSet& set, std::uint32_t default_mark);
 
 /// Rules for download through the IFB device. `wan_found` tells whether the WAN device exists.
-std::string ingress_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found);
+std::string download_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found);
 
 /// Rules that send forwarded packets through the IMQ device, on their way out and on their way in
 /// from `wan`.
-std::string imq_egress_rules();
-std::string imq_ingress_rules(const std::string& wan);
+std::string imq_upload_rules();
+std::string imq_download_rules(const std::string& wan);
 
-/// Whether some direction is blocked, so that rules of ours go into the drop chain. `set` after
-/// rate resolution.
+/// Whether some direction is blocked, so that rules of ours go into the drop chain. `set` is
+/// resolved.
 bool needs_drop_chain(const GlobalSet& set);
 
 /// Empties the drop chain, or makes it where it is missing.

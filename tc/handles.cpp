@@ -1,11 +1,15 @@
 #include "tc/handles.h"
 
+#include <linux/pkt_sched.h>
+
+#include <array>
+#include <charconv>
+
 namespace quenby {
 namespace {
 
 constexpr std::uint32_t kUploadClassOffset = 0x8000;
 constexpr std::uint32_t kUploadLeafOffset = 20000;
-constexpr std::uint32_t kMinorMask = 0xffff;
 
 }  // namespace
 
@@ -21,7 +25,7 @@ std::uint32_t class_minor(HandleScheme scheme, unsigned number) {
   return number;
 }
 
-std::uint32_t class_handle(std::uint32_t minor) { return kHtbHandle | (minor & kMinorMask); }
+std::uint32_t class_handle(std::uint32_t minor) { return kHtbHandle | TC_H_MIN(minor); }
 
 std::uint32_t leaf_handle(HandleScheme scheme, unsigned number) {
   const std::uint32_t offset = scheme == HandleScheme::imq_upload ? kUploadLeafOffset : 0;
@@ -32,6 +36,19 @@ std::uint32_t leaf_handle(HandleScheme scheme, unsigned number) {
 
 std::uint32_t class_mark(std::uint64_t number) {
   return kMarkFlag | (static_cast<std::uint32_t>(number) & kClassMask);
+}
+
+std::string hex(std::uint32_t number) {
+  std::array<char, 8> digits{};
+  char* const end = digits.data() + digits.size();
+  return {digits.data(), std::to_chars(digits.data(), end, number, 16).ptr};
+}
+
+std::string handle_text(std::uint32_t handle) {
+  if (handle == TC_H_ROOT) return "root";
+  if (handle == TC_H_INGRESS) return "ingress";
+  const std::uint32_t minor = TC_H_MIN(handle);
+  return hex(TC_H_MAJ(handle) >> 16) + ":" + (minor == 0 ? "" : hex(minor));
 }
 
 }  // namespace quenby

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+
+#include "model/class_numbers.h"
 
 /// The numbers of every qdisc, class and packet mark. A handle is major << 16 | minor, written
 /// M:m in hexadecimal by tc.
@@ -24,10 +27,6 @@ inline constexpr std::uint32_t kIngressHandle = kIngressMajor << 16;
 /// Handle of the plain fair queue that takes the place of HTB on a blocked line.
 inline constexpr std::uint32_t kPlainRootHandle = 1 << 16;
 
-inline constexpr unsigned kRootClass = 1;
-inline constexpr unsigned kDefaultClass = 2;
-inline constexpr unsigned kDefaultTariffClass = 3;
-
 /// The bits of a class number that fit into a packet mark.
 inline constexpr std::uint32_t kClassMask = 0x3fff;
 /// Set in the mark of every packet that the shaper has classified.
@@ -47,5 +46,10 @@ std::uint32_t leaf_handle(HandleScheme scheme, unsigned number);
 
 /// The packet mark of class number `number`.
 std::uint32_t class_mark(std::uint64_t number);
+
+/// `number` in lower-case hexadecimal, without leading zeros or a prefix.
+std::string hex(std::uint32_t number);
+/// A handle as tc prints it, "8000:4"; "root" and "ingress" for the two parents that have names.
+std::string handle_text(std::uint32_t handle);
 
 }  // namespace quenby

@@ -4,7 +4,6 @@
 #include <limits>
 
 #include "model/number.h"
-#include "tc/psched.h"
 
 namespace quenby {
 namespace {
@@ -23,6 +22,8 @@ constexpr std::uint32_t kRateToQuantum = 10;
 constexpr std::uint32_t kLeastQuantum = 1000;
 constexpr std::uint32_t kLargestQuantum = 200'000;
 
+int current_hz = 1'000'000'000;
+
 bool is_tiny(std::int64_t rate) { return rate <= kLeast || low32(rate) <= kLeast; }
 
 // `burst`, or less where libnl or the kernel would take another one for it: they wrap.
@@ -36,6 +37,10 @@ std::uint32_t computed_burst(std::uint32_t rate, int hz) {
 }
 
 }  // namespace
+
+int psched_hz() { return current_hz; }
+
+void set_psched_hz(int hz) { current_hz = hz; }
 
 std::int32_t class_burst(double rate, int hz) {
   const std::int32_t tick = to_int32_saturated(rate / static_cast<double>(hz) + 1600.0);

@@ -33,8 +33,12 @@ std::int32_t class_burst(double rate, int hz);
 HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_t rate,
                    std::int64_t burst, int hz);
 
-// The classes of a direction, by the scheduler clock that the shaper read (tc/psched.h). Rates and
-// speeds after rate resolution.
+/// Ticks per second of the kernel's packet scheduler clock, which the smallest burst of a class is
+/// computed from. The shaper reads it once when it starts; 1,000,000,000 on today's kernels.
+int psched_hz();
+void set_psched_hz(int hz);
+
+// The classes of a direction, by that clock. Rates and speeds as the settings have them.
 
 /// The root class of a line, whose burst also covers `largest_burst` bytes.
 HtbClass root_class(HandleScheme scheme, const BandwidthSettings& line, std::int64_t largest_burst);

@@ -1,6 +1,7 @@
 #include "tc/htb_eth_intf.h"
 
 #include "tc/assert.h"
+#include "tc/filters.h"
 #include "tc/firewall_rules.h"
 #include "tc/qdiscs.h"
 #include "tc/tree_walk.h"
@@ -25,13 +26,13 @@ void HtbEthIntf::teardown(const GlobalSet& set) {
 }
 
 void HtbEthIntf::change_path(const MarkPath& path) {
-  del_filter(name(), kHtbMajor, 1, nullptr);
-  del_filter(name(), kHtbMajor, 2, "fw");
-  if (path.classifier) add_fw_filter(1);
+  del_filter(name(), kHtbMajor, kClassifierPrio, nullptr);
+  del_filter(name(), kHtbMajor, kFormerPrio, "fw");
+  if (path.classifier) add_fw_filter(kClassifierPrio);
 }
 
 std::string& HtbEthIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
-  if (has_link()) append_commands(list, egress_rules(set, chandle(kDefaultTariffClass)));
+  if (has_link()) append_commands(list, upload_rules(set, chandle(kDefaultTariffClass)));
   return list;
 }
 

@@ -8,7 +8,6 @@
 #include "tc/firewall_rules.h"
 #include "tc/links.h"
 #include "tc/qdiscs.h"
-#include "tc/redirect.h"
 #include "tc/redirection.h"
 #include "tc/tree_walk.h"
 
@@ -57,15 +56,15 @@ bool HtbIfbIntf::stands(const DeviceTree& tree) const {
 }
 
 void HtbIfbIntf::change_path(const MarkPath& path) {
-  del_filter(name(), kHtbMajor, 1, nullptr);
+  del_filter(name(), kHtbMajor, kClassifierPrio, nullptr);
   del_filter(path.feeder, kIngressMajor, kRedirectionPrio, nullptr);
-  if (path.classifier) add_fw_filter(1);
+  if (path.classifier) add_fw_filter(kClassifierPrio);
   if (!path.feed.empty()) run_or_exit(path.feed);
 }
 
 std::string& HtbIfbIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
   append_commands(list,
-                  ingress_rules(set, chandle(kDefaultTariffClass), link_exists(set.global.wan)));
+                  download_rules(set, chandle(kDefaultTariffClass), link_exists(set.global.wan)));
   return list;
 }
 

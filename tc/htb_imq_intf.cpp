@@ -3,14 +3,10 @@
 #include "tc/assert.h"
 #include "tc/filters.h"
 #include "tc/firewall_rules.h"
+#include "tc/links.h"
 #include "tc/tree_walk.h"
 
 namespace quenby {
-namespace {
-
-constexpr const char* kImqName = "imq0";
-
-}  // namespace
 
 HtbImqIntf::HtbImqIntf(bool ingress, SocketPtr& sock, CachePtr& link_cache)
     : HtbIntf(kImqName, imq_side(direction_of(ingress)), sock, link_cache) {}
@@ -39,7 +35,7 @@ void HtbImqIntf::update_filter(const GlobalSettings& /*g*/, std::int64_t /*speed
 void HtbImqIntf::change_path(const MarkPath& /*path*/) {}
 
 std::string& HtbImqIntf::fill_fw_rules(const GlobalSet& /*set*/, std::string& list) const {
-  if (!ingress()) append_commands(list, imq_egress_rules());
+  if (!ingress()) append_commands(list, imq_upload_rules());
   return list;
 }
 
@@ -102,7 +98,7 @@ U32Inventory HtbImqIntf::standing_filters() const {
 }
 
 std::string& HtbIngrImqIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
-  if (ingress()) append_commands(list, imq_ingress_rules(set.global.wan));
+  if (ingress()) append_commands(list, imq_download_rules(set.global.wan));
   return list;
 }
 

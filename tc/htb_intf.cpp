@@ -5,8 +5,8 @@
 #include "tc/classes.h"
 #include "tc/filters.h"
 #include "tc/firewall_rules.h"
+#include "tc/htb_class.h"
 #include "tc/links.h"
-#include "tc/psched.h"
 #include "tc/qdiscs.h"
 #include "tc/tree_walk.h"
 
@@ -38,7 +38,9 @@ void HtbIntf::change(const DeviceChange& change) {
   if (change.path) change_path(*change.path);
 }
 
-bool HtbIntf::has_tree(const GlobalSettings& g) const { return has_link() && wants_tree(side_, g); }
+bool HtbIntf::has_tree(const GlobalSettings& line) const {
+  return has_link() && wants_tree(side_, line);
+}
 
 void HtbIntf::update_leaves(const GlobalSettings& g, const TariffSet& removed,
                             const TariffSet& added, bool remove) {
@@ -209,10 +211,10 @@ void HtbIntf::del_filter(const std::string& dev, std::uint32_t parent_major, uns
   delete_filters(device(index_of(links(), dev)), parent_major << 16, prio, kind);
 }
 
-void HtbIntf::nl_error(const std::string& what, int code) const { device().fail(what, code); }
+void HtbIntf::nl_error(const std::string& what, int code) const { device().nl_error(what, code); }
 
 void HtbIntf::chk_nl_error(const std::string& what, int code, bool ignore) const {
-  if (!ignore) device().check(what, code);
+  if (!ignore) device().chk_nl_error(what, code);
 }
 
 }  // namespace quenby

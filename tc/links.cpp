@@ -43,18 +43,18 @@ std::vector<int> link_indexes(nl_cache* links) {
 
 void add_link(const Device& device, const char* kind, nl_cache* links) {
   const LinkPtr wanted = named(device.name);
-  device.check(std::string("set ") + kind + " type", rtnl_link_set_type(wanted.get(), kind));
+  device.chk_nl_error(std::string("set ") + kind + " type", rtnl_link_set_type(wanted.get(), kind));
   rtnl_link_set_flags(wanted.get(), IFF_UP);
   rtnl_link_set_mtu(wanted.get(), kVirtualMtu);
   rtnl_link_set_txqlen(wanted.get(), kVirtualQueueLength);
-  device.check("add interface", rtnl_link_add(device.sock, wanted.get(), NLM_F_CREATE));
+  device.chk_nl_error("add interface", rtnl_link_add(device.sock, wanted.get(), NLM_F_CREATE));
   nl_cache_refill(device.sock, links);
 }
 
 void delete_link(const Device& device, nl_cache* links) {
   if (!device.exists()) return;
   const LinkPtr link = named(device.name);
-  device.check("delete interface", rtnl_link_delete(device.sock, link.get()));
+  device.chk_nl_error("delete interface", rtnl_link_delete(device.sock, link.get()));
   nl_cache_refill(device.sock, links);
 }
 

@@ -9,6 +9,11 @@
 /// Network devices: what the link cache knows, and requests that make and delete virtual ones.
 namespace quenby {
 
+/// The devices that the program makes itself: the one that the WAN device's incoming traffic is
+/// shaped on, and the one for both directions where no WAN device is named.
+inline constexpr const char* kIfbName = "ifb_ingr";
+inline constexpr const char* kImqName = "imq0";
+
 /// The link of this name; null when the cache knows none, or is null itself.
 LinkPtr find_link(nl_cache* links, const std::string& name);
 /// The interface index of the link of this name; 0 when there is none.

@@ -6,10 +6,11 @@
 
 namespace quenby {
 
-std::unique_ptr<HtbIntf> make_intf(const GlobalSettings& g, bool ingress, SocketPtr& sock,
+std::unique_ptr<HtbIntf> make_intf(const GlobalSettings& g, Direction way, SocketPtr& sock,
                                    CachePtr& link_cache) {
-  if (g.wan.empty()) return std::make_unique<HtbImqIntf>(ingress, sock, link_cache);
-  if (ingress) return std::make_unique<HtbIfbIntf>(sock, link_cache);
+  const bool download = way == Direction::download;
+  if (g.wan.empty()) return std::make_unique<HtbImqIntf>(download, sock, link_cache);
+  if (download) return std::make_unique<HtbIfbIntf>(sock, link_cache);
   return std::make_unique<HtbEthIntf>(g.wan, sock, link_cache);
 }
 

@@ -15,7 +15,11 @@
 namespace quenby {
 
 /// Closes and frees a socket; a null pointer is skipped.
-void close_nl_socket(nl_sock* sock);
+inline void close_nl_socket(nl_sock* sock) {
+  if (sock == nullptr) return;
+  nl_close(sock);
+  nl_socket_free(sock);
+}
 
 // The session's objects, which the shaper owns and the devices borrow.
 using SocketPtr = std::unique_ptr<nl_sock, void (*)(nl_sock*)>;

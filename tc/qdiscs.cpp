@@ -80,9 +80,9 @@ void add_qdisc(const Device& device, const Qdisc& values) {
   set_parameters(values, qdisc.get());
   const int result = send_qdisc(device, qdisc.get());
   if (values.kind == QdiscKind::htb) {
-    device.check("add qdisc", result);
+    device.chk_nl_error("add qdisc", result);
   } else {
-    device.check("add " + kind + " qdisc", result);
+    device.chk_nl_error("add " + kind + " qdisc", result);
   }
 }
 
@@ -90,7 +90,7 @@ void add_qdisc(const Device& device, const std::string& kind, std::uint32_t hand
                std::uint32_t parent, const std::function<void(rtnl_qdisc*)>& setup) {
   const QdiscPtr qdisc = new_qdisc(device, kind.c_str(), handle, parent);
   setup(qdisc.get());
-  device.check("add " + kind + " qdisc", send_qdisc(device, qdisc.get()));
+  device.chk_nl_error("add " + kind + " qdisc", send_qdisc(device, qdisc.get()));
 }
 
 void delete_qdisc(const Device& device, const Qdisc& values) {
@@ -102,7 +102,9 @@ void delete_qdisc(const Device& device, const std::string& kind, std::uint32_t h
   if (!device.exists()) return;
   const QdiscPtr qdisc = new_qdisc(device, kind.c_str(), handle, parent);
   const int result = rtnl_qdisc_delete(device.sock, qdisc.get());
-  if (result != -NLE_NODEV) device.check_deleted("delete " + kind + " qdisc", result, true);
+  // "Invalid" is the answer where another qdisc, or none, stands at the parent.
+  const bool gone = result == -NLE_NODEV || result == -NLE_INVAL;
+  if (!gone) device.chk_deleted("delete " + kind + " qdisc", result);
 }
 
 void delete_root_qdisc(const Device& device) {

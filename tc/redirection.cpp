@@ -12,13 +12,13 @@
 #include <netinet/in.h>
 #include <optional>
 
+#include "cli/system.h"
 #include "tc/handles.h"
+#include "tc/links.h"
 #include "tc/nl_error.h"
 
 namespace quenby {
 namespace {
-
-constexpr std::uint32_t kNodeMask = 0xfffff;
 
 // The start of an attribute as a plain value; nothing when it is missing or shorter.
 template <typename T>
@@ -77,7 +77,7 @@ std::optional<int> target_of_actions(nlattr* attribute) {
 
 // The device that a filter of our own shape redirects to.
 std::optional<int> target_of_filter(const tcmsg& header, nlattr* kind, nlattr* attribute) {
-  const std::uint32_t ours = TC_H_MAKE(1U << 16, htons(ETH_P_IP));
+  const std::uint32_t ours = TC_H_MAKE(kRedirectionPrio << 16, htons(ETH_P_IP));
   if (header.tcm_info != ours || !has_kind(kind, "u32")) return {};
   const Nest<TCA_U32_MAX> options(attribute);
   if (!matches_all(options[TCA_U32_SEL])) return {};
@@ -87,7 +87,7 @@ std::optional<int> target_of_filter(const tcmsg& header, nlattr* kind, nlattr* a
 // u32 lists its hash tables too, and every kind lists itself once without a handle.
 bool is_filter(const tcmsg& header, nlattr* kind) {
   if (header.tcm_handle == 0) return false;
-  return !has_kind(kind, "u32") || (header.tcm_handle & kNodeMask) != 0;
+  return !has_kind(kind, "u32") || TC_U32_KEY(header.tcm_handle) != 0;
 }
 
 struct Listing {
@@ -110,6 +110,12 @@ int receive(nl_sock* sock, Listing& listing) {
 }
 
 }  // namespace
+
+std::string redirect_command(const std::string& wan, bool restore_mark) {
+  return "/sbin/tc filter add dev " + shell_word(wan) + " parent " + hex(kIngressMajor) +
+         ": protocol ip pref " + std::to_string(kRedirectionPrio) + " u32 match u32 0 0 " +
+         (restore_mark ? "action connmark " : "") + "action mirred egress redirect dev " + kIfbName;
+}
 
 std::vector<std::uint32_t> IngressFilters::handles_for(int ifindex) const {
   std::vector<std::uint32_t> handles;

@@ -1,18 +1,23 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "tc/nl_types.h"
 
-/// What stands in the ingress qdisc of a device, as far as it concerns the redirection that
-/// tc/redirect.h makes there.
+/// The redirection by which the WAN device's incoming traffic is shaped on another device: a filter
+/// in its ingress qdisc.
 namespace quenby {
 
 /// The priority at which we put ours.
 inline constexpr unsigned kRedirectionPrio = 1;
 
-/// A u32 filter of priority 1 that redirects every IPv4 packet.
+/// The shell command that redirects the incoming traffic of `wan` to the IFB device, after bringing
+/// back each packet's mark from its connection when `restore_mark` is set.
+std::string redirect_command(const std::string& wan, bool restore_mark);
+
+/// A u32 filter of that priority that redirects every IPv4 packet.
 struct Redirection {
   std::uint32_t handle = 0;
   /// Interface index of the device that it feeds; 0 when that was deleted, and then the filter

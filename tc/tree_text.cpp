@@ -1,9 +1,8 @@
 #include "tc/tree_text.h"
 
 #include <arpa/inet.h>
-#include <linux/pkt_sched.h>
 
-#include "tc/text.h"
+#include "tc/handles.h"
 
 namespace quenby {
 namespace {
@@ -97,13 +96,6 @@ void Writer::write(const MarkPath& path) const {
 }
 
 }  // namespace
-
-std::string handle_text(std::uint32_t handle) {
-  if (handle == TC_H_ROOT) return "root";
-  if (handle == TC_H_INGRESS) return "ingress";
-  const std::uint32_t minor = TC_H_MIN(handle);
-  return hex(TC_H_MAJ(handle) >> 16) + ":" + (minor == 0 ? "" : hex(minor));
-}
 
 void write_tree(std::ostream& out, const std::string& device, const DeviceTree& tree) {
   const Writer writer(out, device);

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <ostream>
 #include <string>
 
@@ -10,9 +9,6 @@
 /// Values as text, one line per object, with handles as tc prints them. The same tree always has
 /// the same text.
 namespace quenby {
-
-/// "8000:4"; "root" and "ingress" for the two parents that have names.
-std::string handle_text(std::uint32_t handle);
 
 /// Every object of a tree in the order in which it is made.
 void write_tree(std::ostream& out, const std::string& device, const DeviceTree& tree);

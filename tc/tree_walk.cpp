@@ -5,12 +5,6 @@
 #include "tc/qdiscs.h"
 
 namespace quenby {
-namespace {
-
-// Of the address tree's filters.
-constexpr unsigned kPrio = 1;
-
-}  // namespace
 
 void install_line(const Device& device, const DeviceTree& tree) {
   if (tree.root) add_qdisc(device, *tree.root);
@@ -23,16 +17,16 @@ void install_tariffs(const Device& device, const DeviceTree& tree) {
 }
 
 void install_base(const Device& device, const AddressBase& base) {
-  add_u32_table(device, base.table, kPrio, false);
-  add_u32_filter(device, base.link, kPrio);
+  add_u32_table(device, base.table, kClassifierPrio, false);
+  add_u32_filter(device, base.link, kClassifierPrio);
 }
 
 void install_branch(const Device& device, const ClassBranch& branch, bool tolerate) {
   add_class(device, branch.htb);
   for (const AddressFilters& match : branch.matches) {
-    if (match.table) add_u32_table(device, *match.table, kPrio, tolerate);
-    if (match.link) add_u32_filter(device, *match.link, kPrio);
-    add_u32_filter(device, match.address, kPrio);
+    if (match.table) add_u32_table(device, *match.table, kClassifierPrio, tolerate);
+    if (match.link) add_u32_filter(device, *match.link, kClassifierPrio);
+    add_u32_filter(device, match.address, kClassifierPrio);
   }
   if (branch.leaf) add_qdisc(device, *branch.leaf);
 }
@@ -40,7 +34,7 @@ void install_branch(const Device& device, const ClassBranch& branch, bool tolera
 void remove_branch(const Device& device, const RemovedBranch& branch) {
   if (branch.leaf) delete_qdisc(device, *branch.leaf);
   for (const std::uint32_t handle : branch.filters)
-    delete_u32_filter(device, kHtbHandle, handle, kPrio);
+    delete_u32_filter(device, kHtbHandle, handle, kClassifierPrio);
   delete_class(device, branch.htb);
 }
 

@@ -1,5 +1,6 @@
 #include "tc/u32_filter.h"
 
+#include <linux/pkt_cls.h>
 #include <netlink/route/cls/u32.h>
 
 #include "tc/nl_error.h"
@@ -12,7 +13,7 @@ void set_link(const U32Filter& filter, rtnl_cls* cls) {
     check_nl_result("set hashmask cls",
                     rtnl_u32_set_hashmask(cls, filter.hash_mask, filter.hash_offset));
   }
-  check_nl_result("set link cls", rtnl_u32_set_link(cls, filter.link_table << 20));
+  check_nl_result("set link cls", rtnl_u32_set_link(cls, u32_handle(filter.link_table)));
 }
 
 void set_class(const U32Filter& filter, rtnl_cls* cls) {
@@ -23,8 +24,8 @@ void set_class(const U32Filter& filter, rtnl_cls* cls) {
 }  // namespace
 
 void set_u32_handle(std::uint32_t handle, rtnl_cls* cls) {
-  rtnl_u32_set_handle(cls, static_cast<int>(handle >> 20), static_cast<int>(handle >> 12 & 0xff),
-                      static_cast<int>(handle & 0xfff));
+  rtnl_u32_set_handle(cls, static_cast<int>(TC_U32_USERHTID(handle)),
+                      static_cast<int>(TC_U32_HASH(handle)), static_cast<int>(TC_U32_NODE(handle)));
 }
 
 void set_u32_filter(const U32Filter& filter, rtnl_cls* cls) {

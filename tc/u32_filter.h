@@ -6,8 +6,13 @@
 
 namespace quenby {
 
+/// A u32 handle; without bucket and node it names the table itself.
+constexpr std::uint32_t u32_handle(unsigned table, unsigned bucket = 0, unsigned node = 0) {
+  return table << 20 | bucket << 12 | node;
+}
+
 /// A u32 filter: an exact match of one 32-bit word of the IPv4 header that either goes on in
-/// another hash table or ends in a class. A u32 handle is table << 20 | bucket << 12 | node.
+/// another hash table or ends in a class.
 struct U32Filter {
   /// Host order; `offset` in bytes from the start of the IPv4 header.
   std::uint32_t value = 0;
@@ -31,7 +36,7 @@ struct U32Filter {
   std::uint32_t classid = 0;
 
   bool in_root_table() const { return table == 0 && bucket == 0; }
-  std::uint32_t handle() const { return table << 20 | bucket << 12 | node; }
+  std::uint32_t handle() const { return u32_handle(table, bucket, node); }
 };
 
 /// A u32 hash table of `buckets` buckets.

@@ -2,7 +2,7 @@
 
 Call: python3 docs/pictures/rates.py JSON-FILE >docs/pictures/rates.dat
 
-The first block has one line a sample: seconds, then Mbit/s that arrived at each
+The first block has one line per sample: seconds, then Mbit/s that arrived at each
 subscriber since the sample before. The second is the command's begin and end.
 The third has the changed tariff's speed, before and after, and the other one's, in Mbit/s.
 """

@@ -90,12 +90,11 @@ TEST(Differences, StandInTheOrderOfNames) {
 
 using Change = void (*)(TariffSettings&);
 
-// One direction's fields, which configuration keys reach or the program works out.
+// One direction's fields.
 template <Direction Way>
 std::vector<Change> direction_changes() {
   return {
       [](TariffSettings& t) { t.direction(Way).speed += 1; },
-      [](TariffSettings& t) { t.direction(Way).burst += 1; },
       [](TariffSettings& t) { t.direction(Way).aggregation = 2.5; },
       [](TariffSettings& t) { t.direction(Way).burst_rate += 1; },
       [](TariffSettings& t) { t.direction(Way).burst_size += 1; },

@@ -71,7 +71,7 @@ class Options(Completion):
         self.assertEqual(self.offers("--ta"), ["--tariff-add", "--tariff-del", "--tariff-update",
                                                "--tariffs-del"])
 
-    def test_behind_others(self):
+    def test_after_others(self):
         self.assertEqual(self.offers("--stat", "--l"), ["--load"])
         self.assertEqual(self.offers("--if-name", "eth1", "--res"), ["--restore-if-cfg"])
         self.assertEqual(self.offers("--stat", ""), OPTIONS)
@@ -82,7 +82,7 @@ class Options(Completion):
         self.assertEqual(self.offers("--stat", "e"), [])
         self.assertEqual(self.offers("--if-name", "eth1", "/"), [])
 
-    def test_none_behind_two_dashes(self):
+    def test_none_after_two_dashes(self):
         self.assertEqual(self.offers("--load", "--", "--st"), [])
 
 
@@ -156,7 +156,7 @@ class KeyPress(Completion):
                 self.assertEqual(self.typed("quenby --tariff-del %s\t\n" % start),
                                  ["--tariff-del", "gold 4711"])
 
-    def test_name_behind_an_equals_sign(self):
+    def test_name_after_an_equals_sign(self):
         self.assertEqual(self.typed("quenby --tariff-del=go\t\n"), ["--tariff-del=gold 4711"])
 
     def test_name_that_is_a_command(self):

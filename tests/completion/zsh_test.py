@@ -50,7 +50,7 @@ class KeyPress(unittest.TestCase):
                 self.given("quenby --tariff-del %s\t" % start, "--tariff-del", name)
         self.assertFalse((self.folder / "x").exists())
 
-    def test_tariff_behind_an_equals_sign(self):
+    def test_tariff_after_an_equals_sign(self):
         self.given("quenby --tariff-del=go\t", "--tariff-del=gold 4711")
 
     def test_missing_file(self):

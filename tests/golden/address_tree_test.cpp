@@ -83,55 +83,14 @@ RTM_NEWTFILTER REQUEST|ACK|CREATE
 
 TEST_F(AddressTreeTest, OneAddressOfTheUpload) {
   add(false, {"10.0.0.5"});
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle 8000:8005
-  parent 8000:8001
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 1250000 bytes/s
-      ceil 1250000 bytes/s
-      buffer 3750000 ticks
-      cbuffer 3750000 ticks
-      quantum 125000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
-RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle table 20 bucket 0 node 0
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_DIVISOR 256
-RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle table 19 bucket 0 node 0
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_HASH table 19 bucket 0 node 0
-    TCA_U32_LINK table 20 bucket 0 node 0
-    TCA_U32_SEL
-      flags 0
-      hash mask ff at 12
-      key 0/0 at 12 offmask 0
-RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle table 20 bucket 5 node 0
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_CLASSID 8000:8005
-    TCA_U32_HASH table 20 bucket 5 node 0
-    TCA_U32_SEL
-      flags TERMINAL
-      hash mask 0 at 0
-      key a000005/ffffffff at 12 offmask 0
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8005 parent 8000:8001
+  rate 1250000 ceil 1250000 buffer 3750000 cbuffer 3750000 quantum 125000
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 20 bucket 0 node 0 parent 8000:0 prio 1
+  DIVISOR 256
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 0 node 0 parent 8000:0 prio 1
+  HASH table 19 bucket 0 node 0 LINK table 20 bucket 0 node 0 flags 0 hash mask ff at 12 key 0/0 at 12 offmask 0
+RTM_NEWTFILTER CREATE ifindex 9 u32 table 20 bucket 5 node 0 parent 8000:0 prio 1
+  CLASSID 8000:8005 HASH table 20 bucket 5 node 0 flags TERMINAL hash mask 0 at 0 key a000005/ffffffff at 12 offmask 0
 )");
 }
 

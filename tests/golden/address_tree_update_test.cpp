@@ -169,20 +169,10 @@ TEST_F(AddressTreeUpdateTest, AnAddressOfATableThatIsLinkedNeedsItsFilterAlone) 
 TEST_F(AddressTreeUpdateTest, AnAddressWhoseNodeIsTakenIsNumberedByTheKernel) {
   list({at(4, 7, 0)}, 0x80000004);
   imq(true).update_leaves(kLine, {}, tariffs({tariff("zed", 6, kTenMbit, {"10.0.17.7"})}), true);
-  const std::string requests = kernel.requests();
-  EXPECT_EQ(requests.substr(requests.find("RTM_NEWTFILTER")), R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle none
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_CLASSID 8000:6
-    TCA_U32_HASH table 4 bucket 7 node 0
-    TCA_U32_SEL
-      flags TERMINAL
-      hash mask 0 at 0
-      key a001107/ffffffff at 16 offmask 0
+  const std::string requests = kernel.values();
+  EXPECT_EQ(requests.substr(requests.find("RTM_NEWTFILTER")),
+            R"(RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+  CLASSID 8000:6 HASH table 4 bucket 7 node 0 flags TERMINAL hash mask 0 at 0 key a001107/ffffffff at 16 offmask 0
 )");
 }
 

@@ -37,26 +37,11 @@ RTM_NEWTFILTER REQUEST|ACK|CREATE
 
 TEST_F(DeviceTest, TheBaseTableOfTheUpload) {
   imq(false).create_base_ht(line(kTenMbit, kTenMbit), {});
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle table 19 bucket 0 node 0
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_DIVISOR 16
-RTM_NEWTFILTER REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle none
-  parent 8000:0
-  info prio 1 protocol ip
-  TCA_KIND "u32"
-  TCA_OPTIONS
-    TCA_U32_LINK table 19 bucket 0 node 0
-    TCA_U32_SEL
-      flags 0
-      hash mask ff00 at 12
-      key 0/0 at 12 offmask 0
+  EXPECT_EQ(kernel.values(),
+            R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 0 node 0 parent 8000:0 prio 1
+  DIVISOR 16
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+  LINK table 19 bucket 0 node 0 flags 0 hash mask ff00 at 12 key 0/0 at 12 offmask 0
 )");
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <sstream>
 
 namespace golden {
 namespace {
@@ -41,6 +42,25 @@ void take_flags(unsigned& flags, const Flags& known, std::string_view separator,
 constexpr std::size_t kHeadLength = sizeof(nlattr);
 
 constexpr std::size_t aligned(std::size_t length) { return (length + 3) / 4 * 4; }
+
+// Whether a decoded line only opens a nest, or is the same in every message.
+bool says_nothing(std::string_view line) {
+  constexpr std::array<std::string_view, 5> kLines = {"TCA_HTB_PARMS", "TCA_HTB_INIT",
+                                                      "TCA_U32_SEL", "TCA_HTB_CTAB 1024 bytes",
+                                                      "TCA_HTB_RTAB 1024 bytes"};
+  return std::find(kLines.begin(), kLines.end(), line) != kLines.end();
+}
+
+// A decoded line without the words that a value can do without.
+std::string short_form(std::string_view line) {
+  for (const std::string_view prefix : {"TCA_HTB_", "TCA_U32_", "TCA_FQ_CODEL_"}) {
+    if (line.starts_with(prefix)) line.remove_prefix(prefix.size());
+  }
+  for (const std::string_view suffix : {" bytes/s", " ticks", " level 0 prio 0"}) {
+    if (line.ends_with(suffix)) line.remove_suffix(suffix.size());
+  }
+  return std::string(line);
+}
 
 }  // namespace
 
@@ -130,6 +150,18 @@ std::string summary(const nlmsghdr& message, int protocol) {
     return is_conntrack(message.nlmsg_type) ? summarize_conntrack(message)
                                             : summarize_ipset(message);
   return is_tc(message.nlmsg_type) ? summarize_tc(message) : summarize_link(message);
+}
+
+std::string values(const nlmsghdr& message, int protocol) {
+  constexpr std::string_view kOption = "    ";
+  std::string found;
+  std::istringstream lines(decode(message, protocol));
+  for (std::string line; std::getline(lines, line);) {
+    if (!line.starts_with(kOption)) continue;
+    line.erase(0, line.find_first_not_of(' '));
+    if (!says_nothing(line)) append(found, short_form(line), " ");
+  }
+  return summary(message, protocol) + (found.empty() ? "" : "\n  " + found);
 }
 
 }  // namespace golden

@@ -20,6 +20,9 @@ std::string decode(const nlmsghdr& message, int protocol);
 
 /// The same in one line: type, flags other than REQUEST and ACK, and what it is about.
 std::string summary(const nlmsghdr& message, int protocol);
+/// The same and, on a second line, the values of its kind's own attributes. Of a request about a
+/// qdisc, class or classifier.
+std::string values(const nlmsghdr& message, int protocol);
 
 // Helpers of the decoders.
 
@@ -45,7 +48,7 @@ struct Attribute {
 
 std::vector<Attribute> attributes_in_order(std::string_view stream);
 std::vector<Attribute> attributes_by_number(std::string_view stream);
-/// The payload behind a family header of `header` bytes.
+/// The payload after a family header of `header` bytes.
 std::string_view attribute_stream(const nlmsghdr& message, std::size_t header);
 
 /// The start of a payload as a plain value; zeros stand for what is missing.
@@ -75,7 +78,7 @@ std::string flag_names(unsigned flags, Request request, std::string_view separat
 /// One line for an attribute that no decoder knows.
 void unknown(const Text& text, const Attribute& attribute);
 
-// One decoder a family.
+// One decoder per family.
 bool is_tc(int type);
 void decode_tc(const nlmsghdr& message, const Text& text);
 std::string summarize_tc(const nlmsghdr& message);

@@ -12,61 +12,19 @@ using quenby::htb_action;
 
 TEST_F(DeviceTest, TheDefaultClassWithItsLeaf) {
   eth().create_def_leaf(line_direction(false, 12'500'000));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8000:2
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 8 bytes/s
-      ceil 12500000 bytes/s
-      buffer 15625000 ticks
-      cbuffer 3750000 ticks
-      quantum 1000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
-RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8002:0
-  parent 8000:2
-  info 0
-  TCA_KIND "fq_codel"
-  TCA_OPTIONS
-    TCA_FQ_CODEL_LIMIT 800
-    TCA_FQ_CODEL_ECN 0
-    TCA_FQ_CODEL_QUANTUM 300
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:2 parent 8000:1
+  rate 8 ceil 12500000 buffer 15625000 cbuffer 3750000 quantum 1000
+RTM_NEWQDISC CREATE ifindex 3 fq_codel 8002:0 parent 8000:2
+  LIMIT 800 ECN 0 QUANTUM 300
 )");
 }
 
 TEST_F(DeviceTest, TheDefaultTariffsClassWithItsLeaf) {
   ifb().create_def_tar_leaf(default_direction(true, kTenMbit, 0));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8000:3
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 8 bytes/s
-      ceil 1250000 bytes/s
-      buffer 15625000 ticks
-      cbuffer 3750000 ticks
-      quantum 1000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
-RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8003:0
-  parent 8000:3
-  info 0
-  TCA_KIND "fq_codel"
-  TCA_OPTIONS
-    TCA_FQ_CODEL_LIMIT 600
-    TCA_FQ_CODEL_ECN 0
-    TCA_FQ_CODEL_QUANTUM 300
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 7 htb 8000:3 parent 8000:1
+  rate 8 ceil 1250000 buffer 15625000 cbuffer 3750000 quantum 1000
+RTM_NEWQDISC CREATE ifindex 7 fq_codel 8003:0 parent 8000:3
+  LIMIT 600 ECN 0 QUANTUM 300
 )");
 }
 

@@ -1,6 +1,6 @@
 #include "tests/golden/device_test.h"
 
-#include "tc/psched.h"
+#include "tc/htb_class.h"
 
 namespace golden {
 

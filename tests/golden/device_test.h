@@ -47,7 +47,7 @@ class BareRouterTest : public DeviceTest {
   BareRouterTest();
 };
 
-/// The tree of a direction after rate resolution (`set`) of the configuration `given`, with or
+/// The tree of a direction whose configuration `given` was resolved to `set`, with or
 /// without tariffs. They have no addresses and so no classes.
 quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set,
                         const quenby::GlobalSet& given, bool tariffs);

@@ -41,7 +41,7 @@ class EthSetupTest : public DeviceTest {
  protected:
   EthSetupTest() { kernel.has_root_qdisc(kWanIndex, kHtb); }
 
-  // `set` stands for the configuration before and after rate resolution.
+  // `set` stands for the settings as configured and as resolved.
   std::string setup(const GlobalSet& set, bool tariffs) { return setup(set, set, tariffs); }
   std::string setup(const GlobalSet& set, const GlobalSet& given, bool tariffs) {
     eth().setup(tree(kUpload, set, given, tariffs));

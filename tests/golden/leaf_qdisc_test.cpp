@@ -19,14 +19,8 @@ constexpr std::int64_t kbps(std::int64_t kbit) { return kbit * 125; }
 
 TEST_F(DeviceTest, APfifoLeaf) {
   eth().create_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscPfifo));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "pfifo"
-  TCA_OPTIONS
-    limit 11000
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 3 pfifo 8005:0 parent 8000:5
+  limit 11000
 )");
 }
 
@@ -45,16 +39,8 @@ TEST_F(DeviceTest, APfifoLeafOfABlockedTariff) {
 
 TEST_F(DeviceTest, AnSfqLeaf) {
   ifb().create_qdisc(direction(true, 5, kTenMbit, quenby::kQdiscSfq));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "sfq"
-  TCA_OPTIONS
-    quantum 0 perturb 0
-    limit 127
-    divisor 0 flows 0
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 7 sfq 8005:0 parent 8000:5
+  quantum 0 perturb 0 limit 127 divisor 0 flows 0
 )");
 }
 
@@ -76,16 +62,8 @@ TEST_F(DeviceTest, AnSfqLeafOfABlockedTariff) {
 TEST_F(DeviceTest, AnFqCodelLeafOfTheImqUpload) {
   imq(false).create_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscFqCodel));
   // Major 0x8000 + 20000 + 5.
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle ce25:0
-  parent 8000:8005
-  info 0
-  TCA_KIND "fq_codel"
-  TCA_OPTIONS
-    TCA_FQ_CODEL_LIMIT 600
-    TCA_FQ_CODEL_ECN 0
-    TCA_FQ_CODEL_QUANTUM 300
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 9 fq_codel ce25:0 parent 8000:8005
+  LIMIT 600 ECN 0 QUANTUM 300
 )");
 }
 

@@ -27,82 +27,24 @@ TariffSet gold(std::int64_t speed, int qdisc) {
 // The burst of 240 ms at 200,000 bytes/s is 48,000 bytes, which take 3,750,000 ticks of 64 ns.
 TEST_F(DeviceTest, AChangedRateIsANewClassUnderANewLeaf) {
   eth().update_leaves(kLine, gold(100'000, kQdiscPfifo), gold(200'000, kQdiscPfifo), true);
-  EXPECT_EQ(kernel.requests(), R"(RTM_DELQDISC REQUEST|ACK
-  family 0 ifindex 3
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "pfifo"
-RTM_DELTCLASS REQUEST|ACK
-  family 0 ifindex 3
-  handle 8000:5
-  parent 8000:1
-  info 0
-RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8000:5
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 200000 bytes/s
-      ceil 200000 bytes/s
-      buffer 3750000 ticks
-      cbuffer 3750000 ticks
-      quantum 20000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
-RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "pfifo"
-  TCA_OPTIONS
-    limit 11000
+  EXPECT_EQ(kernel.values(), R"(RTM_DELQDISC ifindex 3 pfifo 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+  rate 200000 ceil 200000 buffer 3750000 cbuffer 3750000 quantum 20000
+RTM_NEWQDISC CREATE ifindex 3 pfifo 8005:0 parent 8000:5
+  limit 11000
 )");
 }
 
 // 1,250,000 bytes/s are 10,000 kbit/s, the fastest of the shortest queues.
 TEST_F(DeviceTest, AChangedLeafKindIsDeletedAsTheOldAndMadeAsTheNew) {
   ifb().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(kTenMbit, kQdiscFqCodel), true);
-  EXPECT_EQ(kernel.requests(), R"(RTM_DELQDISC REQUEST|ACK
-  family 0 ifindex 7
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "sfq"
-RTM_DELTCLASS REQUEST|ACK
-  family 0 ifindex 7
-  handle 8000:5
-  parent 8000:1
-  info 0
-RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8000:5
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 1250000 bytes/s
-      ceil 1250000 bytes/s
-      buffer 3750000 ticks
-      cbuffer 3750000 ticks
-      quantum 125000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
-RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "fq_codel"
-  TCA_OPTIONS
-    TCA_FQ_CODEL_LIMIT 600
-    TCA_FQ_CODEL_ECN 0
-    TCA_FQ_CODEL_QUANTUM 300
+  EXPECT_EQ(kernel.values(), R"(RTM_DELQDISC ifindex 7 sfq 8005:0 parent 8000:5
+RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:5 parent 8000:1
+  rate 1250000 ceil 1250000 buffer 3750000 cbuffer 3750000 quantum 125000
+RTM_NEWQDISC CREATE ifindex 7 fq_codel 8005:0 parent 8000:5
+  LIMIT 600 ECN 0 QUANTUM 300
 )");
 }
 
@@ -192,22 +134,10 @@ TEST_F(DeviceTest, TheRootClassCoversTheLargestBurstAfterTheChange) {
   auto large = tariff("b", 5, kTenMbit, {"10.0.1.5"});
   large.download.burst_size = 375'000;
   ifb().update_leaves(kLine, {}, tariffs({large, small}), true);
-  const std::string requests = kernel.requests();
-  EXPECT_EQ(requests.substr(requests.rfind("RTM_")), R"(RTM_NEWTCLASS REQUEST|ACK|REPLACE
-  family 0 ifindex 7
-  handle 8000:1
-  parent 8000:0
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 1250000 bytes/s
-      ceil 1250000 bytes/s
-      buffer 4687500 ticks
-      cbuffer 3750000 ticks
-      quantum 125000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  const std::string requests = kernel.values();
+  EXPECT_EQ(requests.substr(requests.rfind("RTM_")),
+            R"(RTM_NEWTCLASS REPLACE ifindex 7 htb 8000:1 parent 8000:0
+  rate 1250000 ceil 1250000 buffer 4687500 cbuffer 3750000 quantum 125000
 )");
 }
 

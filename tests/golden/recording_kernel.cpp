@@ -31,7 +31,7 @@ std::map<nl_sock*, RecordingKernel*>& kernels() {
   return all;
 }
 
-// 1000 ns a microsecond, 64 ns a tick. The library reads the file once.
+// 1000 ns per microsecond, 64 ns per tick. The library reads the file once.
 void pin_clock() {
   const std::string path = "/tmp/golden_psched." + std::to_string(getpid());
   std::ofstream(path) << "000003e8 00000040 000f4240 3b9aca00\n";
@@ -71,22 +71,32 @@ RecordingKernel::~RecordingKernel() { kernels().erase(socket_.get()); }
 quenby::CachePtr RecordingKernel::links() {
   const std::string requests = requests_;
   const std::string summaries = summaries_;
+  const std::string values = values_;
   nl_cache* cache = nullptr;
   if (rtnl_link_alloc_cache(socket_.get(), AF_UNSPEC, &cache) < 0)
     throw std::runtime_error("no link cache");
   requests_ = requests;
   summaries_ = summaries;
+  values_ = values;
   return {cache, nl_cache_free};
 }
 
 std::string RecordingKernel::requests() {
   summaries_.clear();
+  values_.clear();
   return std::exchange(requests_, "");
 }
 
 std::string RecordingKernel::summaries() {
   requests_.clear();
+  values_.clear();
   return std::exchange(summaries_, "");
+}
+
+std::string RecordingKernel::values() {
+  requests_.clear();
+  summaries_.clear();
+  return std::exchange(values_, "");
 }
 
 int RecordingKernel::on_send(nl_sock* sock, nl_msg* msg) {
@@ -114,6 +124,7 @@ int RecordingKernel::on_receive(nl_sock* sock, sockaddr_nl* from, unsigned char*
 void RecordingKernel::handle(const nlmsghdr& request) {
   requests_ += decode(request, protocol_);
   summaries_ += summary(request, protocol_) + "\n";
+  values_ += golden::values(request, protocol_) + "\n";
   const int error = refusal_of(request);
   if (error == 0) apply(request);
   if (error == 0 && is_dump(request)) {

@@ -56,9 +56,11 @@ class RecordingKernel {
   /// Acknowledges new links without making them.
   void forget_new_links() { forgets_links_ = true; }
 
-  /// The requests since the last call, decoded, or one line each.
+  /// The requests since the last call: decoded in full, in one line each, or in one line and, below
+  /// it, the values.
   std::string requests();
   std::string summaries();
+  std::string values();
 
  private:
   static int on_send(nl_sock* sock, nl_msg* msg);
@@ -91,6 +93,7 @@ class RecordingKernel {
   bool fails_to_send_ = false;
   std::string requests_;
   std::string summaries_;
+  std::string values_;
   std::deque<std::string> replies_;
 };
 

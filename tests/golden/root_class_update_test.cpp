@@ -20,21 +20,8 @@ constexpr std::int64_t kTwentyMbit = 2'500'000;
 TEST_F(DeviceTest, TheRootClassIsReplacedInPlace) {
   auto root = line_direction(false, kTwentyMbit);
   eth().update_root_leaf(root);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|REPLACE
-  family 0 ifindex 3
-  handle 8000:1
-  parent 8000:0
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 2500000 bytes/s
-      ceil 2500000 bytes/s
-      buffer 3750000 ticks
-      cbuffer 3750000 ticks
-      quantum 200000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS REPLACE ifindex 3 htb 8000:1 parent 8000:0
+  rate 2500000 ceil 2500000 buffer 3750000 cbuffer 3750000 quantum 200000
 )");
 }
 
@@ -50,12 +37,17 @@ RTM_NEWTCLASS REPLACE ifindex 9 htb 8000:8001 parent 8000:0
 )");
 }
 
-// 900,000 bytes would take 360 ms.
-TEST_F(DeviceTest, TheReplacedRootsBurstIsComputedWhateverTheRecordHolds) {
-  auto root = line_direction(true, kTwentyMbit);
-  root.burst = 900'000;
-  ifb().update_root_leaf(root);
-  EXPECT_THAT(kernel.requests(), HasSubstr("      buffer 3750000 ticks\n"));
+TEST_F(DeviceTest, AChangeBeginsWithTheRootClass) {
+  constexpr auto kDownload = quenby::Direction::download;
+  quenby::DeviceChange change;
+  change.root =
+      quenby::root_class(quenby::HandleScheme::mark, line_direction(true, kTwentyMbit), 0);
+  change.branches.push_back({std::nullopt, quenby::tariff_branch(quenby::mark_side(kDownload),
+                                                                 direction(true, 5, kTenMbit))});
+  ifb().change(change);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS REPLACE ifindex 7 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:5 parent 8000:1
+)");
 }
 
 TEST_F(DeviceTest, AReplacedRootBelowNineBytesASecondGetsEight) {

@@ -29,32 +29,16 @@ TEST_F(DeviceTest, AddsARootWithADefaultClass) {
 
 TEST_F(DeviceTest, AddsARootWithoutADefaultClass) {
   ifb().root_qdisc_add(false);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8000:0
-  parent root
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_INIT
-      version 3 rate2quantum 10
-      default class 0
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 7 htb 8000:0 parent root
+  version 3 rate2quantum 10 default class 0
 )");
 }
 
 TEST_F(DeviceTest, TheImqDefaultClassIsTwoInBothDirections) {
   for (const bool ingress : {false, true}) {
     imq(ingress).root_qdisc_add(true);
-    EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle 8000:0
-  parent root
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_INIT
-      version 3 rate2quantum 10
-      default class 2
+    EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
+  version 3 rate2quantum 10 default class 2
 )");
   }
 }
@@ -123,27 +107,10 @@ TEST_F(DeviceTest, InitReplacesTheRootOfADeviceThatExists) {
   quenby::GlobalSet set;
   set.defaults.upload.speed = kTenMbit;
   imq(false).init_qdisc(set);
-  EXPECT_EQ(kernel.requests(), R"(RTM_GETQDISC REQUEST|ACK|DUMP
-  family 0 ifindex 0
-  handle none
-  parent none
-  info 0
-RTM_DELQDISC REQUEST|ACK
-  family 0 ifindex 9
-  handle 8000:0
-  parent root
-  info 0
-  TCA_KIND "htb"
-RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle 8000:0
-  parent root
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_INIT
-      version 3 rate2quantum 10
-      default class 2
+  EXPECT_EQ(kernel.values(), R"(RTM_GETQDISC DUMP
+RTM_DELQDISC ifindex 9 htb 8000:0 parent root
+RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
+  version 3 rate2quantum 10 default class 2
 )");
 }
 

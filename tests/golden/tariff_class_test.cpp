@@ -19,21 +19,8 @@ TEST_F(DeviceTest, ATariffWithAggregationAndBurst) {
   t.aggregation = 2.0;
   t.burst_size = 1500;
   eth().class_op(t, htb_action::create);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8000:5
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 500000 bytes/s
-      ceil 1000000 bytes/s
-      buffer 46875 ticks
-      cbuffer 3750000 ticks
-      quantum 50000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
+  rate 500000 ceil 1000000 buffer 46875 cbuffer 3750000 quantum 50000
 )");
 }
 
@@ -42,21 +29,8 @@ TEST_F(DeviceTest, ATariffWithoutGuaranteeIgnoresItsBurst) {
   t.aggregation = 1e300;
   t.burst_size = 1500;
   ifb().class_op(t, htb_action::update);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|REPLACE
-  family 0 ifindex 7
-  handle 8000:3a98
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 8 bytes/s
-      ceil 1000000 bytes/s
-      buffer 15625000 ticks
-      cbuffer 3750000 ticks
-      quantum 1000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS REPLACE ifindex 7 htb 8000:3a98 parent 8000:1
+  rate 8 ceil 1000000 buffer 15625000 cbuffer 3750000 quantum 1000
 )");
 }
 
@@ -66,21 +40,8 @@ TEST_F(DeviceTest, ABurstBeyondTheKernelsClockIsCut) {
   auto t = direction(true, 5, 2500);
   t.burst_size = 700'000;
   ifb().class_op(t, htb_action::create);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8000:5
-  parent 8000:1
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 2500 bytes/s
-      ceil 2500 bytes/s
-      buffer 4294962500 ticks
-      cbuffer 10000000 ticks
-      quantum 1000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 7 htb 8000:5 parent 8000:1
+  rate 2500 ceil 2500 buffer 4294962500 cbuffer 10000000 quantum 1000
 )");
 }
 
@@ -109,21 +70,8 @@ TEST_F(DeviceTest, TheLargestBurstWrapsAtNoRate) {
 
 TEST_F(DeviceTest, ATariffOfTheImqUpload) {
   imq(false).class_op(direction(false, 5, kTenMbit), htb_action::create);
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWTCLASS REQUEST|ACK|CREATE
-  family 0 ifindex 9
-  handle 8000:8005
-  parent 8000:8001
-  info 0
-  TCA_KIND "htb"
-  TCA_OPTIONS
-    TCA_HTB_PARMS
-      rate 1250000 bytes/s
-      ceil 1250000 bytes/s
-      buffer 3750000 ticks
-      cbuffer 3750000 ticks
-      quantum 125000 level 0 prio 0
-    TCA_HTB_CTAB 1024 bytes
-    TCA_HTB_RTAB 1024 bytes
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8005 parent 8000:8001
+  rate 1250000 ceil 1250000 buffer 3750000 cbuffer 3750000 quantum 125000
 )");
 }
 

@@ -119,7 +119,7 @@ def filter_line(prefix, entry):
 
 
 def _filter_lines(device, parent, entries):
-    """One line a filter; the u32 filters without actions are an address tree."""
+    """One line per filter; the u32 filters without actions are an address tree."""
     entries = [entry for entry in entries if "options" in entry]
     tree = [e for e in entries if e["kind"] == "u32" and "actions" not in e["options"]]
     others = [e for e in entries if e not in tree]
@@ -162,7 +162,7 @@ def set_lines():
 
 
 def rule_lines():
-    """The rules as "iptables -S" shows them, behind the name of their table. The order of a
+    """The rules as "iptables -S" shows them, after the name of their table. The order of a
     chain's rules is kept. Built-in chains that accept are the same as none."""
     table = None
     for line in _run("iptables-save").splitlines():

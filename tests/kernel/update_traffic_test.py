@@ -90,7 +90,7 @@ class UpdateTraffic(unittest.TestCase):
                 self.assert_in_band(SPEEDS[name] / 1000, steady[start:start + WINDOW],
                                     f"{name} from second {SETTLE + start}")
             self.assertGreater(after[NUMBERS[name]], before[NUMBERS[name]])
-        # The changed class was made anew and counts from nothing; nobody used it meanwhile.
+        # The changed class was made again and counts from nothing; nobody used it meanwhile.
         self.assertEqual(0, after[NUMBERS["zed"]])
         self.assertEqual(before[2], after[2])
         self.measure("zed", 2)

@@ -39,8 +39,8 @@ class Reader(unittest.TestCase):
 
     def test_named_text(self):
         self.assertEqual(self.read('const std::string what = f(1) + " cls";\n'
-                                   'device.check_deleted("delete " + what, g(h(), 1), false);'),
-                         [("check_deleted", ["delete * cls", "*", "*"])])
+                                   'device.chk_deleted("delete " + what, g(h(), 1));'),
+                         [("chk_deleted", ["delete * cls", "*"])])
 
     def test_declarations_and_comments_are_no_calls(self):
         self.assertEqual(self.read('void _error(const std::string& msg, int code);\n'

@@ -1,4 +1,4 @@
-"""The messages that the sources can print behind "Error: ", read from their calls.
+"""The messages that the sources can print after "Error: ", read from their calls.
 
 A message is a text in which "*" stands for what is known only at run time.
 """
@@ -14,9 +14,9 @@ PRINTERS = {
     "_error": {1: ("{0}",), 2: ("{0}:*",)},
     "nl_fatal": {2: ("{0}(*)",)},
     "check_nl_result": {2: ("failed to {0}(*)",)},
-    "check": {2: ("* failed to {0}(*)",)},
-    "check_deleted": {3: ("* failed to {0}(*)",)},
-    "fail": {2: ("* failed to {0}(*)",)},
+    "chk_nl_error": {2: ("* failed to {0}(*)",)},
+    "chk_deleted": {2: ("* failed to {0}(*)",)},
+    "nl_error": {2: ("* failed to {0}(*)",)},
     "begin_nest": {3: ("{2}",)},
     "send": {4: ("failed to send {2} {3}(*)", "failed to {2} {3} ack(*)")},
 }
@@ -31,10 +31,10 @@ HANDED_ON = {
     ("shaper/address_set.cpp",
      'check_nl_result(subject + " " + object + " ack", nl_wait_for_ack(sock.get()))'),
     ("tc/device.cpp", 'nl_fatal(name + " failed to " + what, code)'),
-    ("tc/device.cpp", "fail(what, code)"),
-    ("tc/device.cpp", "check(what, code)"),
-    ("tc/htb_intf.cpp", "fail(what, code)"),
-    ("tc/htb_intf.cpp", "check(what, code)"),
+    ("tc/device.cpp", "nl_error(what, code)"),
+    ("tc/device.cpp", "chk_nl_error(what, code)"),
+    ("tc/htb_intf.cpp", "nl_error(what, code)"),
+    ("tc/htb_intf.cpp", "chk_nl_error(what, code)"),
     ("tc/nl_error.cpp", '_error(message + "(" + nl_geterror(code) + ")")'),
     ("tc/nl_error.cpp", 'nl_fatal("failed to " + what, code)'),
 }

@@ -17,7 +17,7 @@ inline std::vector<std::string> source_lines(const std::string& name) {
   return lines;
 }
 
-/// What stands behind the line `heading` of a manual page, up to the next line that begins with one
+/// What stands after the line `heading` of a manual page, up to the next line that begins with one
 /// of `ends`.
 inline std::vector<std::string> part_of_page(const std::string& page, const std::string& heading,
                                              const std::vector<std::string>& ends) {

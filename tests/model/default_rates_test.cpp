@@ -40,7 +40,9 @@ TEST(DefaultTariff, AboveTheLimitIsCutAndLosesItsGuarantee) {
 }
 
 TEST(DefaultTariff, AboveTheLinkGivesAnUnsetLineTheLinksSpeed) {
-  const GlobalSet set = resolved(with_default(line(-2), 2'000'000), TariffSet());
+  // Without a guarantee it adds nothing to what is left to the tariff.
+  const GlobalSet set =
+      resolved(with_default(line(-2), 2'000'000), set_of(downloads("a", 600'000)));
   EXPECT_EQ(set.defaults.download.speed, kLink);
   EXPECT_EQ(set.defaults.download.ceiling, 0);
   EXPECT_EQ(set.global.download.speed, kLink);

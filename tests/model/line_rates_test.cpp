@@ -2,7 +2,8 @@
 
 #include "tests/model/rates.h"
 
-// Raising the global speed and burst to cover the tariffs. All rates in bytes per second.
+// Raising the global speed to cover the tariffs, and the burst of the root class. All rates in
+// bytes per second.
 namespace quenby {
 namespace {
 
@@ -66,9 +67,10 @@ TEST(GlobalSpeed, OfZeroIsNeverRaisedAndGetsNoBurst) {
   // Tariffs as they stand, so that there is something to raise it to.
   resolve_global_rates(set, set_of(t), RateSummary{1000, 1000, 0, 0, kGigabit});
   EXPECT_EQ(set.global.download.speed, 0);
-  EXPECT_EQ(set.global.download.burst, 0);
   EXPECT_EQ(set.global.upload.speed, 0);
-  EXPECT_EQ(set.global.upload.burst, 0);
+  const ResolvedSettings settings = resolve(line(0, 0), set_of(t), kGigabit);
+  EXPECT_EQ(settings.root_burst(Direction::download), 0);
+  EXPECT_EQ(settings.root_burst(Direction::upload), 0);
 }
 
 TEST(GlobalSpeed, IsRaisedToTariffsThatExceedIt) {
@@ -90,39 +92,41 @@ TEST(GlobalSpeed, CountsGuaranteesModulo2To64) {
 TEST(GlobalSpeed, IgnoresTariffsWithoutAddresses) {
   TariffSettings no_address = with_burst(downloads("a", 2'000'000), 5000);
   no_address.addresses.clear();
-  const GlobalSet set = resolved(line(-2), set_of(no_address), kGigabit);
-  EXPECT_EQ(set.global.download.speed, -2);
-  EXPECT_EQ(set.global.download.burst, 0);
+  const ResolvedSettings settings = resolve(line(-2), set_of(no_address), kGigabit);
+  EXPECT_EQ(settings.line.global.download.speed, -2);
+  EXPECT_EQ(settings.root_burst(Direction::download), 0);
 }
 
-TEST(GlobalBurst, CoversTheLargestTariffBurst) {
+std::int64_t download_burst(const GlobalSet& set, const TariffSet& tariffs) {
+  return resolve(set, tariffs, kGigabit).root_burst(Direction::download);
+}
+
+TEST(RootBurst, CoversTheLargestTariffBurst) {
   const TariffSet tariffs =
       set_of(with_burst(downloads("a", 250'000), 1500), with_burst(downloads("b", 250'000), 3000));
-  EXPECT_EQ(resolved(line(1'000'000), tariffs, kGigabit).global.download.burst, 3000);
+  EXPECT_EQ(download_burst(line(1'000'000), tariffs), 3000);
 }
 
-TEST(GlobalBurst, IsKeptWithoutTariffBursts) {
-  GlobalSet set = line(1'000'000);
-  set.global.download.burst = 77;
-  EXPECT_EQ(resolved(set, set_of(downloads("a", 250'000)), kGigabit).global.download.burst, 77);
+TEST(RootBurst, HasNothingToCoverWithoutTariffBursts) {
+  EXPECT_EQ(download_burst(line(1'000'000), set_of(downloads("a", 250'000))), 0);
 }
 
-TEST(GlobalBurst, FollowsTheResolvedSpeed) {
+TEST(RootBurst, FollowsTheResolvedSpeed) {
   TariffSettings t = with_burst(downloads("a", 250'000), 3000);
   t.download.burst_rate = 1'000'000;
   // Cut to 100,000: 100,000 * 3000 / 1,000,000 = 300.
-  EXPECT_EQ(resolved(line(100'000), set_of(t), kGigabit).global.download.burst, 300);
+  EXPECT_EQ(download_burst(line(100'000), set_of(t)), 300);
 }
 
 TEST(LineRates, DirectionsDoNotInfluenceEachOther) {
   TariffSettings up = uploads("b", 300'000);
   up.upload.burst_size = 900;
   const TariffSet tariffs = set_of(with_burst(downloads("a", 200'000), 400), up);
-  const GlobalSet set = resolved(line(-2, 250'000), tariffs, kGigabit);
-  EXPECT_EQ(set.global.download.speed, 200'000);
-  EXPECT_EQ(set.global.download.burst, 400);
-  EXPECT_EQ(set.global.upload.speed, 250'000);
-  EXPECT_EQ(set.global.upload.burst, 900);
+  const ResolvedSettings settings = resolve(line(-2, 250'000), tariffs, kGigabit);
+  EXPECT_EQ(settings.line.global.download.speed, 200'000);
+  EXPECT_EQ(settings.root_burst(Direction::download), 400);
+  EXPECT_EQ(settings.line.global.upload.speed, 250'000);
+  EXPECT_EQ(settings.root_burst(Direction::upload), 900);
 }
 
 }  // namespace

@@ -36,7 +36,6 @@ TEST(GlobalSettings, StartWithNothingSetAndEnabled) {
   const GlobalSettings settings;
   EXPECT_EQ(settings.download.speed, -2);
   EXPECT_EQ(settings.upload.speed, -2);
-  EXPECT_EQ(settings.download.burst, 0);
   EXPECT_EQ(settings.wan, "");
   EXPECT_TRUE(settings.enabled);
   EXPECT_TRUE(settings.download.download());
@@ -46,7 +45,7 @@ TEST(GlobalSettings, StartWithNothingSetAndEnabled) {
 TEST(GlobalSettings, ClearGoesBackToTheStart) {
   GlobalSettings settings;
   settings.download.speed = 1;
-  settings.upload.burst = 2;
+  settings.upload.speed = 2;
   settings.wan = "eth1";
   settings.enabled = false;
   settings.clear();
@@ -67,7 +66,7 @@ TEST(GlobalSettings, DifferInEveryField) {
   other.download.speed = 0;
   EXPECT_FALSE(base == other);
   other = base;
-  other.upload.burst = 1;
+  other.upload.speed = 1;
   EXPECT_FALSE(base == other);
   EXPECT_TRUE(base == base);
 }
@@ -99,14 +98,11 @@ TEST(DefaultSettings, DifferInTheCeilingAlone) {
   EXPECT_TRUE(a == b);
 }
 
-TEST(DirectionEquality, LooksAtSpeedBurstAndDirection) {
+TEST(DirectionEquality, LooksAtSpeedAndDirection) {
   GlobalDirSettings a(true);
   GlobalDirSettings b(true);
   EXPECT_TRUE(a == b);
   b.speed = 5;
-  EXPECT_FALSE(a == b);
-  b = a;
-  b.burst = 5;
   EXPECT_FALSE(a == b);
   EXPECT_FALSE(a == GlobalDirSettings(false));
 }

@@ -25,7 +25,7 @@ WRONG_SYNTAX = {
     "a NUL before the equals sign": b"[global]\nwan\0=eth1\n",
     "a line of 100000 letters": "a" * 100000 + "\n",
     "a value that goes on in a second piece": "[global]\nwan=" + "a" * 5000 + "\n",
-    "a word behind good lines": "[global]\nwan=eth1\nenabled=true\nhello\n",
+    "a word after good lines": "[global]\nwan=eth1\nenabled=true\nhello\n",
 }
 
 WRONG_GLOBAL = {
@@ -224,7 +224,7 @@ class StrangeFile(q.ProgramTest):
         self.succeeds("--load")
         self.assertIn("/usr/sbin/kavo-hal isSfpPlus eth7 2>&1", q.shell_texts())
 
-    def test_keys_in_capitals_blanks_and_text_behind_a_header(self):
+    def test_keys_in_capitals_blanks_and_text_after_a_header(self):
         q.store("  [ global ] text\n\t Enabled =  true \r\n WAN\t=eth7")
         self.succeeds("--load")
         self.assertIn("/usr/sbin/kavo-hal isSfpPlus eth7 2>&1", q.shell_texts())

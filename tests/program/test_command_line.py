@@ -36,7 +36,7 @@ class VersionBlock(q.ProgramTest):
                          q.Result(1, self.version_block(),
                                   q.program + ": unrecognized option '--nothing'\n"))
 
-    def test_unknown_option_behind_it(self):
+    def test_unknown_option_after_it(self):
         self.assertEqual(q.run("--version", "--nothing"),
                          q.Result(1, self.version_block(),
                                   q.program + ": unrecognized option '--nothing'\n"))
@@ -147,7 +147,7 @@ class Order(q.ProgramTest):
                 self.succeeds(*arguments)
                 self.assertEqual(len(q.shell_texts()), 1)
 
-    def test_options_behind_other_words_whatever_the_environment_wants(self):
+    def test_options_after_other_words_whatever_the_environment_wants(self):
         q.store("[global]\n")
         wishes = dict(q.environment("succeed", ""), POSIXLY_CORRECT="1")
         for arguments in (("word", "--stop"), ("--stop", "word", "--nothing"),
@@ -160,7 +160,7 @@ class Order(q.ProgramTest):
         self.succeeds("word", "--", "--stop", variables=wishes)
         self.assertEqual(q.shell_texts(), [])
 
-    def test_each_operation_reads_the_files_anew(self):
+    def test_each_operation_reads_the_files_again(self):
         q.make_link("eth1")
         q.make_set()
         q.store(GLOBAL)
@@ -185,7 +185,7 @@ class Order(q.ProgramTest):
         self.assertTrue(q.TARIFF_FILE.exists())
         self.assertEqual(q.shell_texts(), [])
 
-    def test_fatal_error_behind_a_complaint(self):
+    def test_fatal_error_after_a_complaint(self):
         q.store("nonsense\n")
         self.assertEqual(q.run("--nothing", "--load"),
                          q.Result(1, "", q.program + ": unrecognized option '--nothing'\n"

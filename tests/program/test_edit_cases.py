@@ -40,7 +40,7 @@ class WithWan(EditCase):
 
 
 class NumbersThatDoNotFit(WithWan):
-    """Everything is numbered anew, in the order of names, and built anew."""
+    """Everything is numbered again, in the order of names, and built again."""
 
     def setUp(self):
         super().setUp()
@@ -163,7 +163,7 @@ class ShapingDisabled(WithWan):
         self.operates(CLEARED, "--tariffs-del")
         self.assertFalse(q.TARIFF_FILE.exists())
 
-    def test_reload_numbers_anew(self):
+    def test_reload_numbers_again(self):
         q.store(tariff_text=IRON + numbered(GOLD, 9))
         self.operates(CLEARED + ["sync"], "--reload")
         self.stored(GOLD + IRON)

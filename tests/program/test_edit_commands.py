@@ -91,7 +91,7 @@ class EditTexts(q.ProgramTest):
                        "--tariff-del", "iron", "--if-name", "eth1")
         self.assertEqual((0, ""), (result.status, result.err))
         self.assertEqual([SFP_QUERY, SFP_QUERY] + CLEARED + BUILT + ["sync"], q.shell_texts())
-        # The statistics came before the restore, which numbers anew and counts from nothing.
+        # The statistics came before the restore, which numbers again and counts from nothing.
         names = [line.split(",")[0] for line in result.out.splitlines()]
         self.assertEqual(["upload gold", "upload tin"],
                          sorted(name for name in names if name in

@@ -76,7 +76,7 @@ class Restore(q.ProgramTest):
         self.succeeds("--restore-if-cfg", "--restore-if-cfg", "--if-name", "eth1")
         self.assertEqual(len([t for t in q.shell_texts() if t.startswith(TEARDOWN)]), 1)
 
-    def test_after_an_operation_that_stands_behind_it(self):
+    def test_after_an_operation_that_stands_after_it(self):
         # Without the files nothing is left to be restored.
         self.succeeds("--restore-if-cfg", "--if-name", "eth1", "--clear")
         self.assertEqual(len([t for t in q.shell_texts() if t.startswith(TEARDOWN)]), 1)
@@ -92,7 +92,7 @@ class Restore(q.ProgramTest):
 
 
 class Statistics(q.ProgramTest):
-    def test_after_a_load_that_stands_behind_it(self):
+    def test_after_a_load_that_stands_after_it(self):
         q.make_link("eth1")
         q.store(GLOBAL, GOLD)
         result = q.run("--stat", "--load")

@@ -146,7 +146,7 @@ class NumbersRunOut(q.ProgramTest):
         self.assertEqual([], q.shell_texts())
         self.assertEqual(files, q.files_state())
 
-    def test_stored_tariffs_that_cannot_be_numbered_anew(self):
+    def test_stored_tariffs_that_cannot_be_numbered_again(self):
         numbers = ["id=1\n"] + ["id=7\n"] * 15996
         q.store(tariff_text="".join(map("".join, zip(self.NAMES, numbers))))
         for arguments in (("--load",), ("--reload",), ("--tariff-add", q.given(TIN)),

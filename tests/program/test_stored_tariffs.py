@@ -230,7 +230,7 @@ class Rounding(StoredTariffs):
     def test_restore(self):
         self.rounds((4, 5), "--restore-if-cfg", "--if-name", "eth1")
 
-    def test_load_that_numbers_anew(self):
+    def test_load_that_numbers_again(self):
         for numbers in ((3, 5), (9, 9), (4, 15001)):
             with self.subTest(numbers):
                 self.rounds(numbers, "--load")

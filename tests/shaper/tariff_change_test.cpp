@@ -79,8 +79,8 @@ TEST(TariffChange, LargestBurstIsThatOfTheWholeNewSet) {
   bursty.download.burst_size = 400'000;
   const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(bursty, kBob),
                                           TariffSet(), set_of(kZed), kLink);
-  EXPECT_EQ(change.after.line.global.download.burst, 400'000);
-  EXPECT_EQ(change.after.line.global.upload.burst, 0);
+  EXPECT_EQ(change.after.root_burst(Direction::download), 400'000);
+  EXPECT_EQ(change.after.root_burst(Direction::upload), 0);
 }
 
 TEST(TariffChange, UnsetDirectionGrowsWithTheTariffs) {

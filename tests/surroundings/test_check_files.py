@@ -22,7 +22,7 @@ GOOD_GLOBAL = ["", " \n\t\n", s.DISABLED, "[global]\nwan=eth9\nenabled=true\n",
 GOOD_TARIFF = ["", "\n", s.TARIFFS, "[a]\nid=1\n", "[b]\nid=9\n[a]\nid=9\n", "[a]\nid=15999\n",
                "[a]\nid=4\n[a]\nid=5\n", "[a]\nid=4\nupload_burst_size=3e9\n",
                "[a]\nid=4\nip=10.0.0.0/99\nqueuing_discipline=cake\n"]
-# Refused after they were read, when all are numbered anew.
+# Refused after they were read, when all are numbered again.
 LATE = ["".join("[%d]\nid=4\n" % i for i in range(15997)),
         "[a]\nid=1\nupload_burst_size=3e9\n", "[b]\nid=4\n[a]\nid=4\ndownload_burst_size=3e9\n"]
 

@@ -124,26 +124,23 @@ TEST(BranchChange, TheFirstLevelOfTheAddressTreeIsMadeWhereItIsMissing) {
             "create dev qdisc 8005: parent 8000:5 pfifo limit 11000\n");
 }
 
-DeviceChange change_of(const GlobalSettings& settings, std::int64_t previous,
-                       std::int64_t configured, bool has_tree = true) {
-  return device_change(mark_side(Direction::download), {settings, previous, configured}, has_tree,
-                       {TariffSet(), set_of(kBob)}, {});
+DeviceChange change_of(const LineChange& line, bool has_tree = true) {
+  return device_change(mark_side(Direction::download), line, has_tree, {TariffSet(), set_of(kBob)},
+                       {});
 }
 
 // 240 ms of 10 Mbit/s are 300,000 bytes.
 TEST(DeviceChange, ReplacesTheRootClassOnceWithTheLargestBurst) {
-  GlobalSettings settings = line(kTenMbit, kTenMbit);
-  settings.download.burst = 375'000;
-  ASSERT_TRUE(change_of(settings, kTenMbit, kTenMbit).root);
-  EXPECT_EQ(change_of(settings, kTenMbit, kTenMbit).root->burst, 375'000U);
-  settings.download.burst = 1500;
-  EXPECT_EQ(change_of(settings, kTenMbit, kTenMbit).root->burst, 300'000U);
+  const GlobalSettings settings = line(kTenMbit, kTenMbit);
+  ASSERT_TRUE(change_of({settings, kTenMbit, kTenMbit}).root);
+  EXPECT_EQ(change_of({settings, kTenMbit, kTenMbit, 375'000}).root->burst, 375'000U);
+  EXPECT_EQ(change_of({settings, kTenMbit, kTenMbit, 1500}).root->burst, 300'000U);
 }
 
 TEST(DeviceChange, RemakesThePathWhereTheLineGrows) {
   const GlobalSettings settings = line(kTenMbit, kTenMbit);
-  EXPECT_FALSE(change_of(settings, kTenMbit, kTenMbit).path);
-  const auto path = change_of(settings, 1'000'000, 1'000'000).path;
+  EXPECT_FALSE(change_of({settings, kTenMbit, kTenMbit}).path);
+  const auto path = change_of({settings, 1'000'000, 1'000'000}).path;
   ASSERT_TRUE(path);
   EXPECT_TRUE(path->classifier);
   EXPECT_EQ(path->feeder, "eth1");
@@ -151,7 +148,8 @@ TEST(DeviceChange, RemakesThePathWhereTheLineGrows) {
 }
 
 TEST(DeviceChange, LeavesTheLineOfAMissingDeviceAlone) {
-  const DeviceChange change = change_of(line(kTenMbit, kTenMbit), 1'000'000, 1'000'000, false);
+  const GlobalSettings settings = line(kTenMbit, kTenMbit);
+  const DeviceChange change = change_of({settings, 1'000'000, 1'000'000}, false);
   EXPECT_FALSE(change.root);
   EXPECT_FALSE(change.path);
 }

@@ -48,17 +48,17 @@ TEST(EgressRules, OfABlockedLineAreTwoFilterCommands) {
   const std::string expected =
       "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
       "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j DROP";
-  EXPECT_EQ(egress_rules(line("eth1", -2, 0), kDefaultMark), expected);
-  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, 0), 0, 0), kDefaultMark), expected);
+  EXPECT_EQ(upload_rules(line("eth1", -2, 0), kDefaultMark), expected);
+  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, 0), 0, 0), kDefaultMark), expected);
 }
 
 TEST(EgressRules, MarkForwardedPackets) {
   for (const std::int64_t upload : {-2, -1, 1, 125'000'000})
-    EXPECT_EQ(egress_rules(line("eth1", 0, upload), kDefaultMark), kMarkingOnEth1) << upload;
+    EXPECT_EQ(upload_rules(line("eth1", 0, upload), kDefaultMark), kMarkingOnEth1) << upload;
 }
 
 TEST(EgressRules, OfAnUnsetLineDropTheBlockedDefaultFirst) {
-  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), -2, 0), kDefaultMark),
+  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), -2, 0), kDefaultMark),
             "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
             "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j CONNMARK --restore-mark"
             " --nfmask 0x80003fff --ctmask 0x80003fff"
@@ -70,14 +70,14 @@ TEST(EgressRules, OfAnUnsetLineDropTheBlockedDefaultFirst) {
 TEST(EgressRules, DropNoDefaultThatIsNotBlocked) {
   GlobalSet unread = with_default(line("eth1", -2, -2), 0, 0);
   unread.has_default = false;
-  EXPECT_EQ(egress_rules(unread, kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), 0, 125), kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, -2), 0, -2), kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(egress_rules(with_default(line("eth1", -2, 125), 0, 0), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(unread, kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), 0, 125), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), 0, -2), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, 125), 0, 0), kDefaultMark), kMarkingOnEth1);
 }
 
 TEST(EgressRules, QuoteAStrangeDeviceName) {
-  EXPECT_EQ(egress_rules(line("a b", -2, 0), kDefaultMark),
+  EXPECT_EQ(upload_rules(line("a b", -2, 0), kDefaultMark),
             "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
             "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o 'a b' -j DROP");
 }
@@ -91,15 +91,15 @@ TEST(IngressRules, OfABlockedLineDropEverythingAndTrackAsBefore) {
       "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j DROP;"
       "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
   for (const bool wan_found : {true, false}) {
-    EXPECT_EQ(ingress_rules(line("eth1", 0, -2), kDefaultMark, wan_found), expected);
-    EXPECT_EQ(ingress_rules(with_default(line("eth1", 0, -2), 0, 0), kDefaultMark, wan_found),
+    EXPECT_EQ(download_rules(line("eth1", 0, -2), kDefaultMark, wan_found), expected);
+    EXPECT_EQ(download_rules(with_default(line("eth1", 0, -2), 0, 0), kDefaultMark, wan_found),
               expected);
   }
 }
 
 TEST(IngressRules, OfAnUnsetLineDropTheBlockedDefault) {
   for (const bool wan_found : {true, false}) {
-    EXPECT_EQ(ingress_rules(with_default(line("eth1", -2, 125), 0, -2), kDefaultMark, wan_found),
+    EXPECT_EQ(download_rules(with_default(line("eth1", -2, 125), 0, -2), kDefaultMark, wan_found),
               "sudo iptables -t filter -I OSTREA_FW_IN_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
               "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j CONNMARK --restore-mark"
               " --nfmask 0x80003fff --ctmask 0x80003fff"
@@ -110,20 +110,21 @@ TEST(IngressRules, OfAnUnsetLineDropTheBlockedDefault) {
 }
 
 TEST(IngressRules, TrackConnectionsWhereTheWanDeviceExists) {
-  EXPECT_EQ(ingress_rules(line("eth1", 125, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(ingress_rules(line("eth1", -2, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(ingress_rules(line("eth1", 125, 0), kDefaultMark, false), kReturn);
-  EXPECT_EQ(ingress_rules(with_default(line("eth1", 125, 0), 0, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(ingress_rules(with_default(line("eth1", -2, 0), 125, 0), kDefaultMark, false), kReturn);
+  EXPECT_EQ(download_rules(line("eth1", 125, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(line("eth1", -2, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(line("eth1", 125, 0), kDefaultMark, false), kReturn);
+  EXPECT_EQ(download_rules(with_default(line("eth1", 125, 0), 0, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(with_default(line("eth1", -2, 0), 125, 0), kDefaultMark, false),
+            kReturn);
 }
 
 TEST(ImqRules, SendForwardedPacketsThroughTheDevice) {
-  EXPECT_EQ(imq_egress_rules(),
+  EXPECT_EQ(imq_upload_rules(),
             "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -m addrtype --src-type=LOCAL"
             " -j RETURN;"
             "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j IMQ --todev 0;"
             "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN");
-  EXPECT_EQ(imq_ingress_rules("eth1"),
+  EXPECT_EQ(imq_download_rules("eth1"),
             "sudo iptables -t mangle -A KAVO_QOS_FW_IN_HOOK -i eth1 -j IMQ --todev 0");
 }
 

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "tc/redirect.h"
-#include "tc/text.h"
+#include "tc/handles.h"
+#include "tc/redirection.h"
 
 namespace quenby {
 namespace {
