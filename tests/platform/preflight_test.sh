@@ -1,6 +1,7 @@
 #!/bin/bash
-# What quenby-preflight makes of the texts that other programs print, with
-# stand-ins for these. Needs neither a guest nor root.
+# What quenby-preflight makes of other programs, with stand-ins for these: of the texts
+# that they print, of those that fail, of those that are missing. Needs neither a guest
+# nor root.
 #
 # Call: tests/platform/preflight_test.sh
 set -euo pipefail
