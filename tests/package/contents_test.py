@@ -157,8 +157,8 @@ class Places(Contents):
         for called in ("usr/bin/systemctl", "opt/ostrea/sbin/firewall.init"):
             (root / called).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy("/bin/true", root / called)
-        units = ("quenby.service", "quenby-if@eth1.service", "quenby-check.service", "quenby-check.timer",
-                 "quenby-restore.service", "quenby-follow@nftables.service")
+        units = ("quenby.service", "quenby-if@eth1.service", "quenby-check.service",
+                 "quenby-check.timer", "quenby-restore.service", "quenby-follow@nftables.service")
         return subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", *units],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
 
@@ -173,11 +173,12 @@ class Places(Contents):
             self.assertIn("shape is not executable", self.verified(pathlib.Path(folder) / "root"))
 
     def test_units_outlast_the_wait_for_other_runs(self):
-        for unit in ("quenby.service", "quenby-restore.service"):
-            text = (self.root / self.unit_folder() / unit).read_text(encoding="utf-8")
-            self.assertIn("\nTimeoutStartSec=10min\n", text)
-        self.assertIn("\nTimeoutStopSec=10min\n", (self.root / self.unit_folder() / "quenby.service")
-                      .read_text(encoding="utf-8"))
+        folder = self.root / self.unit_folder()
+        for unit, limit in (("quenby.service", "TimeoutStartSec"),
+                            ("quenby.service", "TimeoutStopSec"),
+                            ("quenby-restore.service", "TimeoutStartSec")):
+            lines = (folder / unit).read_text(encoding="utf-8").splitlines()
+            self.assertIn(f"{limit}=10min", lines, unit)
 
     def test_udev_rule(self):
         rules = [file for file in self.files() if file.endswith("/rules.d/90-quenby.rules")]
