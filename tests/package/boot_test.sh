@@ -243,8 +243,9 @@ test_broken_file() {
 
 # Neither a broken file nor a line that is away needs anybody's hand, once mended.
 test_retry() {
-  local before stored_before
+  local before stored_before shaped
   before=$(builds)
+  shaped=$(classes wan0; classes ifb_ingr)
   set_retry 3
   plug_out
   fails "the line is gone" test -e /sys/class/net/wan0
@@ -259,6 +260,7 @@ test_retry() {
   holds "shaped when the line is there" soon tree_stands
   soon settled
   holds "its rules too" marked
+  expect "the classes are back" "$shaped" "$(classes wan0; classes ifb_ingr)"
   expect "two builds" $((before + 2)) "$(builds)"
   expect "the files are as they were" "$stored_before" "$(stored)"
 }

@@ -1,7 +1,7 @@
 #!/bin/bash
-# The package's life on a router: set up as README.md says, traffic, an upgrade, a line
-# that goes and comes back, edits while a unit reloads, an image that is made on the
-# router, Debian's own test, loading by hand, purge.
+# The package's life on a router: set up as README.md says, traffic, an upgrade,
+# edits while a unit reloads, an image that is made on the router, Debian's own test,
+# loading by hand, purge.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab with the
 #       paths of the package and of a newer one)
@@ -39,7 +39,6 @@ classes() {
 }
 class_count() { tc class show dev "$1" 2>/dev/null | grep -c '^class htb' || true; }
 class_bytes() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
-shaped() { [ "$(class_count eth1)" -gt 0 ] && [ "$(class_count ifb_ingr)" -gt 0 ]; }
 unshaped() { [ "$(class_count eth1)" -eq 0 ] && ! ip link show ifb_ingr >/dev/null 2>&1; }
 state_of() { systemctl show --property "$1" --value "$2"; }
 
@@ -106,21 +105,6 @@ test_traffic() {
   network_iperf_start 5201 5202 5203
   rates_hold "download 10.0.2.10 5" "upload 10.0.1.10 2" "download 10.0.9.9 2"
 }
-
-# The line's device vanishes and comes back, as with PPP. Nobody acts.
-test_line_comes_back() {
-  local before
-  before=$(classes)
-  ip link delete eth1
-  holds "unshaped without the device" test "$(class_count eth1)" = 0
-  ip link add eth1 type dummy
-  ip link set eth1 up
-  holds "shaped again by itself" soon shaped
-  holds "quenby-if@eth1.service has ended" soon unit_has_ended quenby-if@eth1.service
-  expect "quenby-if@eth1.service" success "$(state_of Result quenby-if@eth1.service)"
-  expect "the classes are back" "$before" "$(classes)"
-}
-unit_has_ended() { [ "$(state_of ActiveState "$1")" = inactive ]; }
 
 # The class has counted the traffic of the test before; made anew it would be at 0.
 test_upgrade() {
@@ -248,7 +232,6 @@ firewall_before=$(firewall)
 test_set_up
 test_traffic
 test_upgrade
-test_line_comes_back
 test_edits_while_the_service_reloads
 test_image
 test_debian
