@@ -205,6 +205,7 @@ test_debian() {
 test_by_hand() {
   rm "$QUICK_SUDO"
   holds "loading by hand" quenby --load
+  install_quick_sudo
   holds "shaped again" ip link show ifb_ingr
 }
 
