@@ -11,8 +11,8 @@ source tests/kernel/checks.sh
 # shellcheck source=lab/network.sh
 source lab/network.sh
 network_require_lab
-
-results=$(mktemp -d)
+# shellcheck source=tests/kernel/rates.sh
+source tests/kernel/rates.sh
 
 write_configuration() {
   mkdir -p /config/tc
@@ -24,29 +24,6 @@ write_configuration() {
     >/config/tc/tc_tariff.ini
 }
 
-# A class starts with 240 ms of traffic at hand, so the first seconds are left out.
-# Call: measure DIRECTION ADDRESS PORT
-measure() { network_rate "$1" "$2" 6 3 "$3" >"$results/$1-$2"; }
-
-# Between 85 % and 103 % of a speed in Mbit/s. Headers make 94 to 97 % of it.
-in_band() { awk -v got="$1" -v speed="$2" 'BEGIN { exit !(got >= 0.85 * speed && got <= 1.03 * speed) }'; }
-
-# One direction, both subscribers at the same time.
-test_direction() {
-  local direction=$1 pids=() pid address speed got
-  measure "$direction" 10.0.0.4 5201 &
-  pids+=("$!")
-  measure "$direction" 10.0.0.5 5202 &
-  pids+=("$!")
-  for pid in "${pids[@]}"; do
-    holds "$direction: iperf3 ran" wait "$pid"
-  done
-  while read -r address speed; do
-    got=$(cat "$results/$direction-$address")
-    holds "$direction $address: $got of $speed Mbit/s" in_band "$got" "$speed"
-  done <<<$'10.0.0.4 10\n10.0.0.5 3'
-}
-
 network_up
 platform_install
 network_add_subscribers 10.0.0.4 10.0.0.5
@@ -54,6 +31,6 @@ sudo /opt/ostrea/sbin/firewall.init start opt-qos
 write_configuration
 holds "--load" "$program" --load
 network_iperf_start 5201 5202
-test_direction download
-test_direction upload
+rates_hold "download 10.0.0.4 10" "download 10.0.0.5 3"
+rates_hold "upload 10.0.0.4 10" "upload 10.0.0.5 3"
 finish

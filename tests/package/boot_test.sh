@@ -51,12 +51,15 @@ check() { systemctl start quenby-check.service; }
 without_timer() { systemctl mask --quiet --runtime --now quenby-check.timer; }
 with_timer() { systemctl unmask --quiet --runtime quenby-check.timer; }
 
+# Three packets of a kilobyte. A few packets are quicker than a stream, and a connection like it.
+amy_sends() { in_lan ping -q -c 3 -i 0.2 -s 1000 -I 10.0.1.10 "$NETWORK_INET_ADDRESS" >/dev/null; }
+
 # A connection that begins now is in its tariff's class and in no other.
 amy_is_shaped() {
   local amy default
   amy=$(bytes_of "$AMY") default=$(bytes_of "$DEFAULT")
-  network_rate upload 10.0.1.10 1 >/dev/null
-  holds "$1: a connection is in its class" test $(($(bytes_of "$AMY") - amy)) -gt 50000
+  amy_sends
+  holds "$1: a connection is in its class" test $(($(bytes_of "$AMY") - amy)) -gt 3000
   expect "$1: and not in the default one" "$default" "$(bytes_of "$DEFAULT")"
 }
 
@@ -107,40 +110,32 @@ test_firewall() {
     soon settled
     expect "$how: one build" $((before + 1)) "$(builds)"
     holds "$how: trees" tree_stands
-    amy_is_shaped "$how"
   done
+  amy_is_shaped "afterwards"
   holds "a firewall that is not there is not followed" idle quenby-follow@ufw.service
 }
 
-# Each thing that may be missing is seen.
+# Each thing that may be missing is seen, and nothing else is reported.
 test_damage() {
-  local command what seen
   fails "all is well" /usr/libexec/quenby/missing
-  while IFS='|' read -r command what; do
-    seen=$(/usr/libexec/quenby/missing || true)
-    fails "before: $command" grep -q "$what" <<<"$seen"
-    bash -c "$command" </dev/null
-    seen=$(/usr/libexec/quenby/missing || true)
-    holds "after: $command" grep -q "$what" <<<"$seen"
-  done <<'END'
-iptables -t mangle -D KAVO_QOS_FW_OUT_HOOK 6|rules of KAVO_QOS_FW_OUT_HOOK
-iptables -t mangle -F POSTROUTING|the jump to KAVO_QOS_FW_OUT_HOOK
-iptables -t raw -R QOS_CONNTRACK 1 -j RETURN|the rule of QOS_CONNTRACK
-iptables -t raw -F PREROUTING|the jump to QOS_CONNTRACK
-ipset flush kavo_opt_shaper|the addresses
-tc filter del dev wan0 parent ffff:|the redirection to ifb_ingr
-tc qdisc del dev wan0 root|the tree of wan0
-ip link del ifb_ingr|the tree of ifb_ingr
-END
+  iptables -w -t mangle -D KAVO_QOS_FW_OUT_HOOK 6
+  iptables -w -t mangle -F POSTROUTING
+  iptables -w -t raw -R QOS_CONNTRACK 1 -j RETURN
+  iptables -w -t raw -F PREROUTING
+  ipset flush kavo_opt_shaper
+  tc filter del dev wan0 parent ffff:
+  tc qdisc del dev wan0 root
+  ip link del ifb_ingr
+  expect "what is missing" "the addresses
+the jump to KAVO_QOS_FW_OUT_HOOK
+the jump to QOS_CONNTRACK
+the redirection to ifb_ingr
+the rule of QOS_CONNTRACK
+the tree of ifb_ingr
+the tree of wan0
+rules of KAVO_QOS_FW_OUT_HOOK" \
+    "$(/usr/libexec/quenby/missing | sed 's/^<5>missing: //; s/, /\n/g' | sort)"
   nft flush ruleset
-}
-
-test_cost() {
-  local begin end
-  begin=$(date +%s%N)
-  for _ in {1..5}; do /usr/libexec/quenby/missing || true; done
-  end=$(date +%s%N)
-  echo "a look takes $(((end - begin) / 5000000)) ms here"
 }
 
 # One restoration serves all damage.
@@ -173,7 +168,7 @@ test_timer() {
 
 stays_off() {
   check
-  holds "$1: stays off" unshaped
+  holds "$1: a look leaves it so" unshaped
   udevadm trigger --action add /sys/class/net/wan0
   udevadm settle
   soon settled
@@ -181,10 +176,10 @@ stays_off() {
 }
 test_stopped_on_purpose() {
   with_timer
-  quenby --stop
+  PATH=/usr/libexec/quenby/as-root:$PATH quenby --stop
   stays_off "quenby --stop"
   systemctl stop quenby.service
-  stays_off "systemctl stop"
+  holds "systemctl stop: stays off" unshaped
   systemctl reload nftables.service
   soon settled
   holds "stays off when the firewall is reloaded" unshaped
@@ -194,14 +189,18 @@ test_stopped_on_purpose() {
   without_timer
 }
 
-# No other interface starts a unit.
-test_many_interfaces() {
-  local number
-  for number in {1..20}; do ip link add "line$number" type dummy; done
+# No other interface starts a unit, or touches what stands.
+test_other_interfaces() {
+  local number before
+  amy_sends
+  before=$(bytes_of "$AMY")
+  holds "the tariff has traffic" test "$before" -gt 3000
+  for number in {1..5}; do echo "link add line$number type dummy"; done | ip -batch -
   udevadm settle
   expect "no unit for other interfaces" "" \
     "$(systemctl list-units --all --plain --no-legend 'quenby-if@line*')"
-  for number in {1..20}; do ip link delete "line$number"; done
+  expect "their appearance touches nothing" "$before" "$(bytes_of "$AMY")"
+  for number in {1..5}; do echo "link delete line$number"; done | ip -batch -
 }
 
 plug_out() { echo "$CARD" >/sys/bus/virtio/drivers/virtio_net/unbind; }
@@ -221,9 +220,8 @@ test_broken_file() {
   before=$(builds)
   expect "a failed start is repeated after" 30s "$(state_of RestartUSec quenby.service)"
   set_retry 600
-  network_rate upload 10.0.1.10 1 >/dev/null
   counted=$(bytes_of "$AMY")
-  holds "the tariff has traffic" test "$counted" -gt 50000
+  holds "the tariff has traffic" test "$counted" -gt 3000
   echo nonsense >>/config/tc/tc_tariff.ini
   fails "a reload with a broken file" systemctl reload quenby.service
   expect "leaves the service" active "$(systemctl is-active quenby.service)"
@@ -245,8 +243,9 @@ test_broken_file() {
 
 # Neither a broken file nor a line that is away needs anybody's hand, once mended.
 test_retry() {
-  local before stored_before
+  local before stored_before shaped
   before=$(builds)
+  shaped=$(classes wan0; classes ifb_ingr)
   set_retry 3
   plug_out
   fails "the line is gone" test -e /sys/class/net/wan0
@@ -261,6 +260,7 @@ test_retry() {
   holds "shaped when the line is there" soon tree_stands
   soon settled
   holds "its rules too" marked
+  expect "the classes are back" "$shaped" "$(classes wan0; classes ifb_ingr)"
   expect "two builds" $((before + 2)) "$(builds)"
   expect "the files are as they were" "$stored_before" "$(stored)"
 }
@@ -289,16 +289,14 @@ test_journal
 NETWORK_WAN=wan0 NETWORK_INET_CARD=far0
 network_up
 network_add_subscribers 10.0.1.10 10.0.2.10
-network_iperf_start 5201
 whole=$(marking)
 amy_is_shaped "boot"
 test_firewall
 without_timer
-test_cost
 test_damage
 test_timer
 test_stopped_on_purpose
-test_many_interfaces
+test_other_interfaces
 test_broken_file
 test_retry
 test_rights

@@ -149,6 +149,37 @@ class Places(Contents):
         for unit in ("quenby.service", "quenby-restore.service"):
             self.assertIn(f"{folder}/{unit}.d/sandbox.conf", self.files())
 
+    def verified(self, root):
+        """What systemd says about the package's units in a root folder with nothing but systemd."""
+        system = pathlib.Path("/") / self.unit_folder()
+        shutil.copytree(self.root, root, symlinks=True)
+        shutil.copytree(system, root / self.unit_folder(), symlinks=True, dirs_exist_ok=True)
+        for called in ("usr/bin/systemctl", "opt/ostrea/sbin/firewall.init"):
+            (root / called).parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy("/bin/true", root / called)
+        units = ("quenby.service", "quenby-if@eth1.service", "quenby-check.service",
+                 "quenby-check.timer", "quenby-restore.service", "quenby-follow@nftables.service")
+        return subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", *units],
+                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
+
+    def test_units_are_understood(self):
+        with tempfile.TemporaryDirectory() as folder:
+            self.assertEqual(self.verified(pathlib.Path(folder) / "root"), "")
+
+    def test_a_program_that_a_unit_lacks_is_seen(self):
+        with tempfile.TemporaryDirectory() as folder:
+            (self.root / "usr/libexec/quenby/shape").rename(self.root / "shape")
+            self.addCleanup((self.root / "shape").rename, self.root / "usr/libexec/quenby/shape")
+            self.assertIn("shape is not executable", self.verified(pathlib.Path(folder) / "root"))
+
+    def test_units_outlast_the_wait_for_other_runs(self):
+        folder = self.root / self.unit_folder()
+        for unit, limit in (("quenby.service", "TimeoutStartSec"),
+                            ("quenby.service", "TimeoutStopSec"),
+                            ("quenby-restore.service", "TimeoutStartSec")):
+            lines = (folder / unit).read_text(encoding="utf-8").splitlines()
+            self.assertIn(f"{limit}=10min", lines, unit)
+
     def test_udev_rule(self):
         rules = [file for file in self.files() if file.endswith("/rules.d/90-quenby.rules")]
         self.assertIn(rules, (["lib/udev/rules.d/90-quenby.rules"],

@@ -4,10 +4,26 @@
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER
 set -euo pipefail
-package=$(ls "${1:?Call: tests/package/in_lab.sh PACKAGE-FOLDER}"/quenby_*.deb)
+folder=$(realpath "${1:?Call: tests/package/in_lab.sh PACKAGE-FOLDER}")
+package=$(ls "$folder"/quenby_*.deb)
 cd "$(dirname "$0")/../.."
+
+# Makes a newer package, whose unit and firewall script differ, and prints its path. The guest
+# sees what is in this tree.
+newer_package() {
+  local files=$folder/newer
+  rm -rf "$files"
+  dpkg-deb -R "$package" "$files"
+  sed -i 's/^Version: .*/&+1/' "$files/DEBIAN/control"
+  sed -i 's/^Description=.*/Description=The newer one/' "$files"/*/systemd/system/quenby.service
+  echo "# the newer one" | tee -a "$files/usr/libexec/quenby/kavo-hal" \
+    >>"$files/usr/libexec/quenby/firewall.init"
+  dpkg-deb --root-owner-group -Znone -b "$files" "$files.deb" >/dev/null
+  rm -r "$files"
+  echo "$files.deb"
+}
 
 # Names alone, with commas.
 depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/|[^,]*//g; s/ //g')
 exec scripts/lab --debian "$depends" --cpus 1 --timeout 1200 \
-  tests/package/package_test.sh "$package"
+  tests/package/package_test.sh "$package" "$(newer_package)"

@@ -116,6 +116,18 @@ test_lock_file() {
   rm "$lock"
   "$quenby" --stat
   fails "a look needs none" test -e "$lock"
+  "$quenby" change
+}
+
+# At boot, and when the package comes. A lock that others could hold is shut.
+test_lock_at_boot() {
+  local made=(systemd-tmpfiles --create --boot "$PWD/platform/systemd/quenby.conf")
+  chmod 666 "$lock"
+  holds "what happens at boot" "${made[@]}"
+  expect "the lock after it" "600 0" "$(stat -c '%a %u' "$lock")"
+  rm "$lock"
+  holds "what happens at boot" "${made[@]}"
+  expect "a missing lock" "600 0" "$(stat -c '%a %u' "$lock")"
 }
 
 test_pairs() {
@@ -249,6 +261,7 @@ test_program
 install_stand_in
 test_arguments
 test_lock_file
+test_lock_at_boot
 test_pairs
 test_waiting
 test_looking

@@ -1,16 +1,20 @@
 #!/bin/bash
-# The package's life on a router: set up as README.md says, traffic, a line that
-# goes and comes back, reload, stop, an upgrade, edits while a unit reloads, images
-# that are made on the router, removal, Debian's own test, purge.
+# The package's life on a router: set up as README.md says, traffic, an upgrade,
+# edits while a unit reloads, an image that is made on the router, Debian's own test,
+# loading by hand, purge.
 #
-# Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
+# Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab with the
+#       paths of the package and of a newer one)
 set -euo pipefail
 package=$(realpath "${1:?Call: tests/package/in_lab.sh PACKAGE-FOLDER}")
+newer=$(realpath "${2:?Call: tests/package/in_lab.sh PACKAGE-FOLDER}")
 cd "$(dirname "$0")/../.."
 # shellcheck source=tests/kernel/checks.sh
 source tests/kernel/checks.sh
 # shellcheck source=lab/network.sh
 source lab/network.sh
+# shellcheck source=tests/kernel/rates.sh
+source tests/kernel/rates.sh
 network_require_lab
 export DEBIAN_FRONTEND=noninteractive
 
@@ -35,7 +39,6 @@ classes() {
 }
 class_count() { tc class show dev "$1" 2>/dev/null | grep -c '^class htb' || true; }
 class_bytes() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
-shaped() { [ "$(class_count eth1)" -gt 0 ] && [ "$(class_count ifb_ingr)" -gt 0 ]; }
 unshaped() { [ "$(class_count eth1)" -eq 0 ] && ! ip link show ifb_ingr >/dev/null 2>&1; }
 state_of() { systemctl show --property "$1" --value "$2"; }
 
@@ -63,12 +66,13 @@ END
   chmod 755 /usr/local/bin/editor
 }
 
-# Between 85 % and 103 % of SPEED. Call: runs_at DIRECTION ADDRESS SPEED (Mbit/s)
-runs_at() {
-  local got
-  got=$(network_rate "$1" "$2" 5 3)
-  holds "$1 $2: $got of $3 Mbit/s" \
-    awk -v got="$got" -v speed="$3" 'BEGIN { exit !(got >= 0.85 * speed && got <= 1.03 * speed) }'
+# The real one takes a second each time under emulation, and an edit calls it dozens of times.
+# One load by hand tries that one.
+QUICK_SUDO=/usr/local/sbin/sudo
+install_quick_sudo() {
+  # shellcheck disable=SC2016  # for the stand-in
+  printf '#!/bin/sh\n[ "$1" != -n ] || shift\nexec "$@"\n' >"$QUICK_SUDO"
+  chmod 755 "$QUICK_SUDO"
 }
 
 # Another firewall has one of the chains already, with a rule and a jump of its own.
@@ -98,91 +102,18 @@ test_set_up() {
 }
 
 test_traffic() {
-  network_iperf_start 5201
-  runs_at download 10.0.2.10 5
-  runs_at upload 10.0.1.10 2
-  runs_at download 10.0.9.9 2
+  network_iperf_start 5201 5202 5203
+  rates_hold "download 10.0.2.10 5" "upload 10.0.1.10 2" "download 10.0.9.9 2"
 }
 
-test_units() {
-  expect "systemd-analyze verify" "" \
-    "$(systemd-analyze verify --man=no quenby.service quenby-if@eth1.service \
-      quenby-check.service quenby-check.timer quenby-restore.service \
-      quenby-follow@nftables.service 2>&1)"
-  systemd-analyze security --no-pager quenby.service | tail -n 1
-  systemd-analyze security --no-pager quenby-restore.service | tail -n 1
-  local before unit
-  for unit in quenby.service quenby-restore.service; do
-    expect "$unit outlasts the wait for other runs" 10min "$(state_of TimeoutStartUSec "$unit")"
-  done
-  expect "so does its end" 10min "$(state_of TimeoutStopUSec quenby.service)"
-  before=$(classes)
-  holds "systemctl reload" systemctl reload quenby.service
-  expect "the classes after it" "$before" "$(classes)"
-}
-
-# The line's device vanishes and comes back, as with PPP. Nobody acts.
-test_line_comes_back() {
-  local before
-  before=$(classes)
-  network_down
-  holds "unshaped without the device" test "$(class_count eth1)" = 0
-  network_up
-  network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
-  holds "shaped again by itself" soon shaped
-  holds "quenby-if@eth1.service has ended" soon unit_has_ended quenby-if@eth1.service
-  expect "quenby-if@eth1.service" success "$(state_of Result quenby-if@eth1.service)"
-  expect "the classes are back" "$before" "$(classes)"
-  network_iperf_start 5201
-  runs_at download 10.0.2.10 5
-}
-unit_has_ended() { [ "$(state_of ActiveState "$1")" = inactive ]; }
 # The class has counted the traffic of the test before; made anew it would be at 0.
-test_other_interface() {
-  local before
-  before=$(class_bytes 8000:5)
-  holds "the tariff has traffic" test "$before" -gt 0
-  ip link add other0 type veth peer name other1
-  udevadm settle
-  expect "its appearance starts no unit" "" \
-    "$(systemctl list-units --all --plain --no-legend 'quenby-if@other*')"
-  expect "its appearance touches nothing" "$before" "$(class_bytes 8000:5)"
-  ip link delete other0
-}
-
-test_stop() {
-  holds "systemctl stop" systemctl stop quenby.service
-  holds "nothing is shaped" unshaped
-  network_up
-  udevadm settle
-  holds "quenby-if@eth1.service has ended" soon unit_has_ended quenby-if@eth1.service
-  holds "what an operator stopped stays off" unshaped
-  holds "systemctl start" systemctl start quenby.service
-  holds "shaped again" shaped
-}
-
-# Makes a newer package, whose unit and firewall script differ, and prints its path.
-newer_package() {
-  local files=/run/newer
-  dpkg-deb -R "$package" "$files"
-  sed -i 's/^Version: .*/&+1/' "$files/DEBIAN/control"
-  sed -i 's/^Description=.*/Description=The newer one/' "$files"/*/systemd/system/quenby.service
-  echo "# the newer one" | tee -a "$files/usr/libexec/quenby/kavo-hal" \
-    >>"$files/usr/libexec/quenby/firewall.init"
-  dpkg-deb -Znone -b "$files" /run/newer.deb >/dev/null
-  echo /run/newer.deb
-}
-
 test_upgrade() {
   local before
   expect "the hardware tool answers" Linux "$(/usr/sbin/kavo-hal getBoardShortName)"
   echo "# the operator's" >>/opt/ostrea/sbin/firewall.init
-  network_add_subscribers 10.0.1.10
-  network_iperf_start 5201
-  network_rate upload 10.0.1.10 1 >/dev/null
   before=$(class_bytes 8000:4)
   holds "the tariff has traffic" test "$before" -gt 0
-  holds "an upgrade" dpkg -i "$(newer_package)"
+  holds "an upgrade" dpkg -i "$newer"
   expect "it leaves the classes alone" "$before" "$(class_bytes 8000:4)"
   expect "quenby.service" active "$(systemctl is-active quenby.service)"
   expect "systemd has read the new unit" "The newer one, no" \
@@ -212,25 +143,12 @@ in_image() {
     ! test -e /srv/image/usr/sbin/quenby -o -e /srv/image/config' in_image "$@"
 }
 
-test_images() {
+# Its scripts find the router's systemd and its programs.
+test_image() {
   local before
   before=$(undisturbed)
   holds "purge in a chroot" in_image chroot /srv/image dpkg -P quenby
   expect "the router is as it was" "$before" "$(undisturbed)"
-  holds "purge from an image" in_image \
-    dpkg --root=/srv/image --force-script-chrootless -P quenby
-  expect "the router is as it was" "$before" "$(undisturbed)"
-}
-
-# At boot, and when the package comes. A lock that others could hold is shut.
-test_lock() {
-  expect "the lock is for root alone" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
-  chmod 666 /run/quenby.lock
-  holds "what happens at boot" systemd-tmpfiles --create --boot quenby.conf
-  expect "the lock after it" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
-  rm /run/quenby.lock
-  holds "what happens at boot" systemd-tmpfiles --create --boot quenby.conf
-  expect "a missing lock" "600 root root" "$(stat -c '%a %U %G' /run/quenby.lock)"
 }
 
 # A section for a new tariff. Call: new_tariff NAME ADDRESS
@@ -256,53 +174,38 @@ lock_is_held() { ! flock --nonblock /run/quenby.lock true; }
 # Two operators' edits, as README.md shows them, while the service reloads.
 # Nobody's work is lost.
 test_edits_while_the_service_reloads() {
-  local round folder tariff pids pid
+  local folder tariff pids=() pid
   folder=$(mktemp -d)
   grep -q '^    quenby --tariff-add new.ini ' README.md
-  for round in 1 2; do
-    pids=()
-    systemctl reload --no-block quenby.service
-    holds "round $round: the reload runs" soon lock_is_held
-    for tariff in 1 2; do
-      mkdir "$folder/$round-$tariff"
-      new_tariff "new-$round-$tariff" "10.0.7.$round$tariff" >"$folder/$round-$tariff/new.ini"
-      (cd "$folder/$round-$tariff" && quenby --tariff-add new.ini) &
-      pids+=("$!")
-    done
-    for pid in "${pids[@]}"; do holds "round $round: an edit" wait "$pid"; done
-    holds "round $round: the reload has ended" soon systemctl --quiet is-active quenby.service
-    expect "round $round: the reload" success "$(state_of ReloadResult quenby.service)"
-    for tariff in 1 2; do is_there "new-$round-$tariff" "10.0.7.$round$tariff"; done
+  systemctl reload --no-block quenby.service
+  holds "the reload runs" soon lock_is_held
+  for tariff in 1 2; do
+    mkdir "$folder/$tariff"
+    new_tariff "new-$tariff" "10.0.7.$tariff" >"$folder/$tariff/new.ini"
+    (cd "$folder/$tariff" && quenby --tariff-add new.ini) &
+    pids+=("$!")
   done
-}
-
-test_removal() {
-  local stored
-  stored=$(cat /config/tc/*.ini)
-  holds "removal" dpkg -r quenby
-  holds "nothing is shaped" unshaped
-  expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
-  expect "the configuration is kept" "$stored" "$(cat /config/tc/*.ini)"
-  fails "the command is gone" test -e /usr/sbin/quenby
-  fails "the program is gone" test -e /usr/libexec/quenby
-}
-
-# The kept files serve again, this time without the service.
-test_return() {
-  holds "installation after the removal" dpkg -i "$package"
-  /opt/ostrea/sbin/firewall.init start opt-qos
-  holds "loading by hand" quenby --load
-  holds "shaped again" shaped
+  for pid in "${pids[@]}"; do holds "an edit" wait "$pid"; done
+  holds "the reload has ended" soon systemctl --quiet is-active quenby.service
+  expect "the reload" success "$(state_of ReloadResult quenby.service)"
+  for tariff in 1 2; do is_there "new-$tariff" "10.0.7.$tariff"; done
 }
 
 # What autopkgtest runs. It begins with an empty router, and its line stays for the
 # shaping that a purge has to take down.
 test_debian() {
-  quenby --clear
   local status=0
+  holds "systemctl stop" systemctl stop quenby.service
+  rm /config/tc/*.ini
   debian/tests/shapes 2>&1 || status=$?
   expect "debian/tests/shapes" 0 "$status"
+}
+
+# With the real sudo, and without the service.
+test_by_hand() {
+  rm "$QUICK_SUDO"
   holds "loading by hand" quenby --load
+  install_quick_sudo
   holds "shaped again" ip link show ifb_ingr
 }
 
@@ -325,19 +228,14 @@ test_purge() {
 network_up
 network_add_subscribers 10.0.1.10 10.0.2.10 10.0.9.9
 make_foreign_chain
+install_quick_sudo
 firewall_before=$(firewall)
 test_set_up
 test_traffic
-test_units
-test_line_comes_back
-test_other_interface
-test_stop
 test_upgrade
-test_lock
 test_edits_while_the_service_reloads
-test_images
-test_removal
-test_return
+test_image
 test_debian
+test_by_hand
 test_purge
 finish

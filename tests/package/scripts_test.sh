@@ -145,6 +145,26 @@ test_changed() {
   expect "a purge takes ours, changed or not" "none, none" "$(versions)"
 }
 
+# The operator's own, which nothing but a purge takes, with what an interrupted save has left.
+test_stored_files() {
+  local stored="$root/config/tc" before step
+  new_root
+  run_dpkg -i /run/1.deb
+  echo "the line" >"$stored/tc_global.ini"
+  echo "the tariffs" >"$stored/tc_tariff.ini"
+  before=$(cd "$stored" && stat -c '%n %i %Y' -- *)
+  for step in "-i /run/2.deb" "-r quenby" "-i /run/3.deb"; do
+    # shellcheck disable=SC2086  # words
+    holds "dpkg $step" run_dpkg $step
+    expect "the stored files are kept" "$before" "$(cd "$stored" && stat -c '%n %i %Y' -- *)"
+  done
+  holds "removal" run_dpkg -r quenby
+  expect "the program is gone" "" "$(find "$root/usr" -path '*quenby*' ! -type d)"
+  touch "$stored/tc_global.ini.tmp" "$stored/tc_tariff.ini-aBcD"
+  holds "purge" run_dpkg -P quenby
+  fails "they go with the purge" test -e "$root/config"
+}
+
 # Call: test_foreign NAME COMMAND...; the command puts something at both paths.
 test_foreign() {
   local name=$1 before step
@@ -265,6 +285,7 @@ make_package 0.7 with_tool
 make_other_package
 test_ours
 test_changed
+test_stored_files
 test_foreign "files" foreign_files
 test_foreign "links" foreign_links
 test_foreign "copies of ours" foreign_copies

@@ -1,6 +1,7 @@
 #!/bin/bash
-# What quenby-preflight makes of the texts that other programs print, with
-# stand-ins for these. Needs neither a guest nor root.
+# What quenby-preflight makes of other programs, with stand-ins for these: of the texts
+# that they print, of those that fail, of those that are missing. Needs neither a guest
+# nor root.
 #
 # Call: tests/platform/preflight_test.sh
 set -euo pipefail
@@ -200,6 +201,180 @@ test_addresses() {
   addresses "" wan=eth1
 }
 
+# Makes a folder with stand-ins NAME... that succeed; as the whole path it hides all other programs.
+hide_all_but() {
+  local name
+  rm -rf "$scratch/only"
+  mkdir "$scratch/only"
+  for name in "$@"; do stands_in "$name" 'exit 0'; done
+}
+
+# NAME TEXT: a shell's text takes a program's place in that folder, and notes that it was called.
+stands_in() {
+  printf '#!/bin/sh\necho "%s" >>"%s"\n%s\n' "$1" "$scratch/called" "$2" >"$scratch/only/$1"
+  chmod 755 "$scratch/only/$1"
+}
+
+# FUNCTION [ARGUMENT...]: what it says with that path, and the status that comes of it.
+says() { (export PATH="$scratch/only" && { "$@" || true; } && echo "status $status"); }
+
+# WANTED NAME...: what is said when these programs are there.
+programs() {
+  local wanted=$1
+  shift
+  hide_all_but "$@"
+  expect "programs: $*" "$wanted" "$(says check_programs | grep -vE '^ok|/sbin/tc|kavo-hal')"
+}
+
+test_programs() {
+  programs "status 0" ip tc iptables unshare ipset nft
+  programs $'MISSING program tc: install iproute2\nstatus 1' ip iptables unshare ipset nft
+  programs $'MISSING program iptables: install iptables\nstatus 1' ip tc unshare ipset nft
+  programs $'MISSING program unshare: install util-linux; this check needs it\nstatus 1' \
+    ip tc iptables ipset nft
+  programs $'note    program ipset: platform/firewall.init needs it, the shaper does not\nstatus 0' \
+    ip tc iptables unshare nft
+  programs $'note    program nft: without it flowtables and marks in nft tables are not seen\nstatus 0' \
+    ip tc iptables unshare ipset
+  hide_all_but sudo
+  expect "sudo" $'ok      program sudo\nok      sudo without a password\nstatus 0' "$(says check_sudo)"
+  stands_in sudo 'exit 1'
+  expect "sudo that asks" $'ok      program sudo
+MISSING sudo without a password: allow it for root in /etc/sudoers\nstatus 1' "$(says check_sudo)"
+  hide_all_but
+  expect "no sudo" $'MISSING program sudo: install sudo\nstatus 1' "$(says check_sudo)"
+}
+
+# Tries every kernel feature; the stand-ins let nothing of it reach a kernel. Prints what is not well,
+# and how many are.
+probed() {
+  says probe_elsewhere | awk '/^ok/ { ++n; next } !/^note    imq/; END { print n + 0, "ok" }'
+}
+# shellcheck disable=SC2317  # it takes the place of the program's
+probe_elsewhere() {
+  apart_from() { true; }
+  probe_kernel 1
+}
+
+# WANTED WORD: tc refuses commands with the word.
+refused() {
+  hide_all_but ip tc iptables ipset
+  # shellcheck disable=SC2016  # for the stand-in
+  stands_in "${3-tc}" 'case " $* " in *" '"$2"' "*) exit 2 ;; esac'
+  expect "${3-tc} refuses $2" "$1" "$(probed)"
+}
+
+test_kernel() {
+  hide_all_but ip tc iptables ipset
+  expect "every feature" $'status 0\n20 ok' "$(probed)"
+  refused $'MISSING fq_codel qdisc: needs CONFIG_NET_SCH_FQ_CODEL (module sch_fq_codel)\nstatus 1\n19 ok' fq_codel
+  refused $'status 0\n20 ok' fw
+  refused $'MISSING connmark action: needs CONFIG_NET_ACT_CONNMARK (module act_connmark)\nstatus 1\n19 ok' connmark
+  refused $'MISSING ifb device: needs CONFIG_IFB (module ifb)\nstatus 1\n19 ok' ifb ip
+  refused $'MISSING iptables match addrtype: needs CONFIG_NETFILTER_XT_MATCH_ADDRTYPE (module xt_addrtype)\nstatus 1\n19 ok' addrtype iptables
+  refused $'MISSING ipset hash:ip with skbinfo: needs CONFIG_IP_SET_HASH_IP (module ip_set_hash_ip)\nstatus 1\n19 ok' hash:ip ipset
+  # Both kinds of mark classifier.
+  stands_in tc 'case " $* " in *" fw "* | *" bpf "*) exit 2 ;; esac'
+  stands_in ipset 'exit 0'
+  expect "no mark classifier" \
+    $'MISSING mark classifier: needs CONFIG_NET_CLS_BPF (module cls_bpf)\nstatus 1\n19 ok' "$(probed)"
+}
+
+test_kernel_not_tried() {
+  hide_all_but ip iptables ipset
+  expect "no tc" $'MISSING traffic control: not tried without tc and ip\nstatus 1\n9 ok' "$(probed)"
+  hide_all_but ip tc
+  expect "no iptables" $'MISSING packet marks: not tried without iptables\nstatus 1\n11 ok' "$(probed)"
+  hide_all_but ip tc iptables modprobe
+  expect "no ipset" $'ok      ipset hash:ip (not tried)\nok      iptables target SET (not tried)' \
+    "$(says probe_set | grep -v status)"
+  stands_in modprobe 'exit 1'
+  expect "no ipset, no modules" $'MISSING ipset hash:ip (not tried): needs CONFIG_IP_SET_HASH_IP (module ip_set_hash_ip)
+MISSING iptables target SET (not tried): needs CONFIG_NETFILTER_XT_SET (module xt_set)\nstatus 1' \
+    "$(says probe_set)"
+}
+
+# An unshare that leaves its command where it was must not have anything tried here.
+test_no_namespace() {
+  local nowhere='MISSING kernel features: not tried: no network namespace (unshare -n, CONFIG_NET_NS)'
+  # shellcheck disable=SC2317  # it takes the place of the program's
+  load_ifb() { :; }
+  hide_all_but ip tc iptables ipset
+  expect "no unshare" "$nowhere"$'\nstatus 1' "$(says check_kernel)"
+  stands_in unshare 'exit 1'
+  expect "an unshare that fails" "$nowhere"$'\nstatus 1' "$(says check_kernel)"
+  # shellcheck disable=SC2016  # for the stand-in
+  stands_in unshare 'shift; exec "$@"'
+  ln -s "$(type -P bash)" "$scratch/only/bash"
+  ln -s "$(type -P true)" "$scratch/only/true"
+  : >"$scratch/called"
+  expect "an unshare that does nothing" \
+    $'MISSING kernel features: not tried: unshare -n makes no network namespace\nstatus 1' \
+    "$(says check_kernel)"
+  expect "it was called, and nothing else" unshare "$(sort -u "$scratch/called")"
+}
+
+# The chains that a load needs, as iptables-save prints them.
+CHAINS='*raw
+:QOS_CONNTRACK - [0:0]
+-A PREROUTING -j QOS_CONNTRACK
+-A QOS_CONNTRACK -j RETURN
+*mangle
+:KAVO_QOS_FW_IN_HOOK - [0:0]
+:KAVO_QOS_FW_OUT_HOOK - [0:0]
+-A PREROUTING -j KAVO_QOS_FW_IN_HOOK
+-A POSTROUTING -j KAVO_QOS_FW_OUT_HOOK
+*filter
+:OSTREA_FW_IN_HOOK - [0:0]
+:OSTREA_FW_OUT_HOOK - [0:0]
+:KAVO_OPT_QOS_HOOK - [0:0]
+-A FORWARD -j OSTREA_FW_IN_HOOK
+-A FORWARD -j OSTREA_FW_OUT_HOOK'
+
+# NAME WANTED COMMAND...: what is not well when COMMAND has changed these.
+chains() {
+  rules=$("${@:3}" <<<"$CHAINS")
+  expect "chains: $1" "$2" "$(check_chains | grep -v '^ok' || true)"
+  rules=''
+}
+
+test_chains() {
+  local start="run $FIREWALL start opt-qos"
+  chains "all there" "" cat
+  chains "no jump" "MISSING jump to mangle KAVO_QOS_FW_OUT_HOOK: $start" sed '/POSTROUTING/d'
+  chains "a jump in another table" "MISSING jump to raw QOS_CONNTRACK: $start" \
+    sed '/PREROUTING -j QOS/d; s/^-A FORWARD -j OSTREA_FW_IN.*/&\n-A INPUT -j QOS_CONNTRACK/'
+  chains "no chain" "MISSING chain filter KAVO_OPT_QOS_HOOK: $start" sed '/KAVO_OPT/d'
+  chains "no switch" "MISSING switch in raw QOS_CONNTRACK: $start" sed '/RETURN/d'
+}
+
+test_set() {
+  local start="run $FIREWALL start opt-qos"
+  prints ipset 'Header: family inet hashsize 1024 maxelem 65536 skbinfo bucketsize 12'
+  expect "a set with marks" "ok      set kavo_opt_shaper with skbinfo" "$(check_set)"
+  prints ipset 'Header: family inet hashsize 1024 maxelem 65536 bucketsize 12'
+  expect "a set without marks" "MISSING set kavo_opt_shaper with skbinfo: $start" "$(check_set)"
+  prints ipset ''
+  expect "no set" "MISSING set kavo_opt_shaper with skbinfo: $start" "$(check_set)"
+}
+
+test_places() {
+  local FIREWALL=$scratch/firewall.init FOLDER=$scratch/tc
+  expect "no firewall script" \
+    "MISSING program $FIREWALL: install platform/firewall.init there" "$(check_firewall_script)"
+  : >"$FIREWALL"
+  expect "one that is no program" \
+    "MISSING program $FIREWALL: install platform/firewall.init there" "$(check_firewall_script)"
+  chmod 755 "$FIREWALL"
+  expect "a firewall script" "ok      program $FIREWALL" "$(check_firewall_script)"
+  fails "no folder" writable_folder
+  : >"$FOLDER"
+  fails "a file in its place" writable_folder
+  rm "$FOLDER"
+  mkdir "$FOLDER"
+  holds "a folder" writable_folder
+}
+
 # What getent finds where no name server answers decides.
 test_host_name() {
   local name
@@ -293,7 +468,14 @@ test_report
 test_flowtables
 test_qdiscs
 test_addresses
+test_programs
+test_kernel
+test_kernel_not_tried
+test_chains
+test_set
+test_places
 test_host_name
 test_stored_files
 test_wan
+test_no_namespace
 finish
