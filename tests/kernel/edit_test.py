@@ -107,88 +107,83 @@ class EditTest(state_test.StateTest):
                                                       router_state.read_state()))
 
 
-class Tariffs(EditTest):
-    def test_start_is_as_expected(self):
-        self.assert_kernel(SHAPED + ZED + AMY)
+ADD, UPDATE, DELETE, REPLACE = "--tariff-add", "--tariff-update", "--tariff-del", "--update"
+CHANGED_ZED = ("[zed]\nip=10.0.0.9\ndownload_speed=10000\nupload_speed=4000\n"
+               "queuing_discipline=fq_codel\n")
+# 999.9 kbit/s are 124987 bytes/s; the file keeps 999, which are 124875.
+ODD = "[odd]\nip=10.0.3.7\ndownload_speed={}\nupload_speed=1000\n"
 
-    def test_add(self):
-        self.give("--tariff-add", NEW_FILE)
-        self.assert_kernel(SHAPED + ZED + AMY + BOB)
-        self.assert_tariffs(ZED_FILE + AMY_FILE + BOB_STORED)
-
-    def test_delete(self):
-        self.run_program("--tariff-del", "zed")
-        self.assert_kernel(SHAPED + AMY)
-        self.assert_tariffs(AMY_FILE)
-
-    def test_delete_all_one_by_one_and_add_again(self):
-        self.run_program("--tariff-del", "zed", "--tariff-del", "amy")
-        self.assert_kernel(LINE + UNCLASSIFIED)
-        self.assertFalse(TARIFF_FILE.exists())
-        self.give("--tariff-add", NEW_FILE)
-        self.assert_kernel(SHAPED + renumbered(BOB, 6, 4))
-
-    def test_change_speed_address_and_leaf_kind(self):
-        changed = ("[zed]\nip=10.0.0.9\ndownload_speed=10000\nupload_speed=4000\n"
-                   "queuing_discipline=fq_codel\n")
-        self.give("--tariff-update", changed)
-        self.assert_kernel(SHAPED + AMY + """
+# Options with the tariff's name or file, then the kernel's state and the tariff file, if there is
+# one: all of them are wanted after the last option.
+EDITS = {
+    "none": ((), SHAPED + ZED + AMY, ZED_FILE + AMY_FILE),
+    "add": (((ADD, NEW_FILE),), SHAPED + ZED + AMY + BOB, ZED_FILE + AMY_FILE + BOB_STORED),
+    "delete": (((DELETE, "zed"),), SHAPED + AMY, AMY_FILE),
+    "delete all one by one": (((DELETE, "zed"), (DELETE, "amy")), LINE + UNCLASSIFIED, None),
+    "delete all one by one and add":
+        (((DELETE, "zed"), (DELETE, "amy"), (ADD, NEW_FILE)), SHAPED + renumbered(BOB, 6, 4),
+         BOB_STORED.replace("id=6", "id=4")),
+    "change speed, address and leaf kind": (((UPDATE, CHANGED_ZED),), SHAPED + AMY + """
 ifb_ingr class 8000:4 parent 8000:1 rate 1250000 ceil 1250000 burst 300000 cburst 300000
 ifb_ingr qdisc 8004: parent 8000:4 fq_codel limit 600 quantum 300
 eth1 class 8000:4 parent 8000:1 rate 500000 ceil 500000 burst 120000 cburst 120000
 eth1 qdisc 8004: parent 8000:4 fq_codel limit 600 quantum 300
 entry 10.0.0.9 4
-""")
-        self.assert_tariffs(AMY_FILE + changed.replace("[zed]\n", "[zed]\nid=4\n"))
+""", AMY_FILE + CHANGED_ZED.replace("[zed]\n", "[zed]\nid=4\n")),
+    "change to the same":
+        (((UPDATE, AMY_FILE),), SHAPED + ZED + AMY, ZED_FILE + AMY_FILE),
+    "change the prefix length alone":
+        (((UPDATE, AMY_FILE.replace("10.0.1.5", "10.0.1.5/24")),), SHAPED + ZED + AMY,
+         ZED_FILE + AMY_FILE.replace("10.0.1.5", "10.0.1.5/24")),
+    "replace the list":
+        (((REPLACE, NEW_FILE + AMY_FILE),), SHAPED + AMY + BOB, AMY_FILE + BOB_STORED),
+    "replace the list by itself":
+        (((REPLACE, ZED_FILE + AMY_FILE),), SHAPED + ZED + AMY, AMY_FILE + ZED_FILE),
+    "replace the list by nothing": (((REPLACE, ""),), LINE + UNCLASSIFIED, None),
+    "delete all at once": ((("--tariffs-del", None),), LINE + UNCLASSIFIED, None),
+    "add a speed that is rounded":
+        (((ADD, ODD.format("999.9")),), SHAPED + ZED + AMY + """
+ifb_ingr class 8000:6 parent 8000:1 rate 124875 ceil 124875 burst 29970 cburst 29970
+eth1 class 8000:6 parent 8000:1 rate 125000 ceil 125000 burst 30000 cburst 30000
+entry 10.0.3.7 6
+""", ZED_FILE + AMY_FILE + ODD.format("999").replace("[odd]\n", "[odd]\nid=6\n")),
+    "number by name":
+        ((("--reload", None),), SHAPED + renumbered(AMY, 5, 4) + renumbered(ZED, 4, 5),
+         AMY_FILE.replace("id=5", "id=4") + ZED_FILE.replace("id=4", "id=5")),
+    "add after a stop":
+        ((("--stop", None), (ADD, NEW_FILE)), SHAPED + ZED + AMY + BOB,
+         ZED_FILE + AMY_FILE + BOB_STORED),
+}
 
-    def test_change_to_the_same(self):
-        self.give("--tariff-update", AMY_FILE)
-        self.assert_kernel(SHAPED + ZED + AMY)
-        self.assert_tariffs(ZED_FILE + AMY_FILE)
 
-    def test_change_of_the_prefix_length_alone(self):
-        self.give("--tariff-update", AMY_FILE.replace("10.0.1.5", "10.0.1.5/24"))
-        self.assert_kernel(SHAPED + ZED + AMY)
+class Tariffs(EditTest):
+    """Gets a test for each edit."""
 
-    def test_replace_the_list(self):
-        self.give("--update", NEW_FILE + AMY_FILE)
-        self.assert_kernel(SHAPED + AMY + BOB)
-        self.assert_tariffs(AMY_FILE + BOB_STORED)
-
-    def test_replace_the_list_by_itself(self):
-        self.give("--update", ZED_FILE + AMY_FILE)
-        self.assert_kernel(SHAPED + ZED + AMY)
-        self.assert_tariffs(AMY_FILE + ZED_FILE)
-
-    def test_replace_the_list_by_nothing(self):
-        self.give("--update", "")
-        self.assert_kernel(LINE + UNCLASSIFIED)
-        self.assertFalse(TARIFF_FILE.exists())
-
-    def test_delete_all_at_once(self):
-        self.run_program("--tariffs-del")
-        self.assert_kernel(LINE + UNCLASSIFIED)
-        self.assertFalse(TARIFF_FILE.exists())
+    def check(self, steps, state, stored):
+        for option, argument in steps:
+            if argument is None or option == DELETE:
+                self.run_program(option, *filter(None, [argument]))
+            else:
+                self.give(option, argument)
+        self.assert_kernel(state)
+        found = TARIFF_FILE.read_text(encoding="ascii") if TARIFF_FILE.exists() else None
+        self.assertEqual(stored, found)
 
     def test_oversubscribing_rescales_everybody(self):
         # Download guarantees 8000 + 4000 + 76000 = 88000 of 50000 kbit/s, in bytes/s 11000000 of
         # 6250000: 1000000 becomes 568181, 500000 becomes 284090, 9500000 becomes 5397727.
         # The new tariff's ceiling is the line's speed. Upload stays within 20000.
-        self.give("--tariff-add", "[huge]\nip=10.0.3.7\ndownload_speed=76000\nupload_speed=1000\n")
+        self.give(ADD, "[huge]\nip=10.0.3.7\ndownload_speed=76000\nupload_speed=1000\n")
         found = re.findall(r"^ifb_ingr class (\S+) .*?rate (\d+)",
                            "\n".join(router_state.read_state()), re.M)
         rates = dict(found)
         self.assertEqual({"8000:1": "6250000", "8000:2": "8", "8000:4": "568181",
                           "8000:5": "284090", "8000:6": "5397727"}, rates)
 
-    def test_fraction_is_applied_as_it_is_stored(self):
-        # 999.9 kbit/s are 124987 bytes/s; the file keeps 999, which are 124875.
-        self.give("--tariff-add", "[odd]\nip=10.0.3.7\ndownload_speed=999.9\nupload_speed=1000\n")
-        self.assert_kernel(SHAPED + ZED + AMY + """
-ifb_ingr class 8000:6 parent 8000:1 rate 124875 ceil 124875 burst 29970 cburst 29970
-eth1 class 8000:6 parent 8000:1 rate 125000 ceil 125000 burst 30000 cburst 30000
-entry 10.0.3.7 6
-""")
+
+for edit_name, edit in EDITS.items():
+    setattr(Tariffs, "test_" + edit_name.replace(" ", "_").replace(",", ""),
+            lambda self, arguments=edit: self.check(*arguments))
 
 
 class RootBurst(EditTest):
@@ -241,23 +236,12 @@ tracked
         self.assert_pristine()
         self.assert_tariffs(AMY_FILE + BOB_STORED)
 
-    def test_reload_numbers_by_name(self):
-        self.run_program("--reload")
-        self.assert_kernel(SHAPED + renumbered(AMY, 5, 4) + renumbered(ZED, 4, 5))
-        self.assert_tariffs(AMY_FILE.replace("id=5", "id=4") + ZED_FILE.replace("id=4", "id=5"))
-
     def test_restore_wants_the_right_interface(self):
         state_test.ROUTER.reset()
         self.run_program("--restore-if-cfg", "--if-name", "eth2")
         self.assert_pristine()
         self.run_program("--restore-if-cfg", "--if-name", "eth1")
         self.assert_kernel(SHAPED + renumbered(AMY, 5, 4) + renumbered(ZED, 4, 5))
-
-    def test_edit_after_a_stop_builds_everything(self):
-        self.run_program("--stop")
-        self.assert_pristine()
-        self.give("--tariff-add", NEW_FILE)
-        self.assert_kernel(SHAPED + ZED + AMY + BOB)
 
 
 class MissingWan(EditTest):
@@ -375,7 +359,7 @@ class Statistics(EditTest):
         with Connection("10.0.2.6") as connection:
             self.assertEqual((7, 4), (connection.upload(7), connection.answer(4)))
         found = self.statistics()
-        # 72 bytes behind 14 of Ethernet, 20 of IP and 8 of UDP.
+        # 72 bytes after 14 of Ethernet, 20 of IP and 8 of UDP.
         self.assertEqual([7, 7 * 114], found["upload bob"][:2])
         self.assertEqual([4, 4 * 114], found["download bob"][:2])
         self.assertEqual([0, 0], found["upload amy"][:2])
