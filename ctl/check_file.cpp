@@ -1,11 +1,7 @@
 #include "ctl/check_file.h"
 
-#include <cerrno>
-#include <cstring>
-#include <unistd.h>
-
 #include "config/read_config.h"
-#include "ctl/status.h"
+#include "ctl/readable.h"
 
 namespace quenby {
 namespace {
@@ -29,13 +25,6 @@ std::optional<ParseError> read(const IniText& text, FileKind kind, TariffSet& co
 
 Finding to_finding(const ParseError& error) {
   return {error.file, error.at, Severity::error, "refused", error.reason};
-}
-
-// That the caller may not read a file says nothing about what the program, which is run by root,
-// makes of it.
-void expect_readable(const std::string& path) {
-  if (access(path.c_str(), R_OK) != 0 && errno == EACCES)
-    throw NotRun(path + ": " + std::strerror(EACCES));
 }
 
 template <typename Config>

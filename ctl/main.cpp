@@ -1,6 +1,7 @@
 #include <iostream>
 
 #include "ctl/check.h"
+#include "ctl/plan.h"
 
 namespace {
 
@@ -16,6 +17,7 @@ Status run(int argc, const char* const* argv) {
   app.require_subcommand(1);
   Work work;
   add_check(app, work);
+  add_plan(app, work);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
