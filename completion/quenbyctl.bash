@@ -5,8 +5,30 @@
 _quenbyctl_options() {
   case $1 in
     check) printf '%s\n' --global:file --tariffs:file --kind:kind --json: --help: ;;
-    '') printf '%s\n' check: --help: ;;
+    plan) printf '%s\n' load: tariff-add:file tariff-update:file tariff-del:tariff update:file \
+      global-update:file --json: --help: ;;
+    '') printf '%s\n' check: plan: --help: ;;
   esac
+}
+
+_quenbyctl_tariff_file() {
+  printf '%s\n' /config/tc/tc_tariff.ini
+}
+
+# The names of the stored tariffs, one a line, quoted for the shell.
+_quenbyctl_tariffs() {
+  local name
+  LC_ALL=C sed -n 's/^[[:space:]]*\[[[:space:]]*\([^]]*[^][:space:]]\)[[:space:]]*\].*/\1/p' \
+    "$(_quenbyctl_tariff_file)" 2>/dev/null |
+    while IFS= read -r name; do printf '%q\n' "$name"; done
+}
+
+# Offers the lines of standard input that go on from WORD.
+_quenbyctl_offer() {
+  local line
+  while IFS= read -r line; do
+    [[ $line != "$1"* ]] || COMPREPLY+=("$line")
+  done
 }
 
 # The kind of argument that the option OPTION of the subcommand takes.
@@ -30,10 +52,8 @@ _quenbyctl() {
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       ;;
     kind) mapfile -t COMPREPLY < <(compgen -W "named stored" -- "$word") ;;
-    *)
-      mapfile -t COMPREPLY < <(_quenbyctl_options "$command" | sed 's/:.*//' |
-        while IFS= read -r option; do [[ $option != "$word"* ]] || echo "$option"; done)
-      ;;
+    tariff) _quenbyctl_offer "$word" < <(_quenbyctl_tariffs) ;;
+    *) _quenbyctl_offer "$word" < <(_quenbyctl_options "$command" | sed 's/:.*//') ;;
   esac
 }
 

@@ -33,6 +33,10 @@ def options(command):
     return sorted(re.findall(r"^  (?:-h,)?(--[a-z-]+)", help_of(command), re.M))
 
 
+def plan_commands():
+    return re.search(r"\{([a-z,-]+)\}", help_of("plan"))[1].split(",")
+
+
 def bash_offers(*words):
     script = ('source "$1"; shift; COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _quenbyctl; '
               'printf "%s\\n" "${COMPREPLY[@]}"')
@@ -56,6 +60,17 @@ class Documents(unittest.TestCase):
             found = re.findall(r"^\.It Fl -([a-z-]+)", self.part(command), re.M)
             self.assertEqual(sorted("--" + name for name in found), options(command), command)
 
+    def test_the_page_has_the_commands_of_plan(self):
+        self.assertEqual(sorted(re.findall(r"^\.It Cm ([a-z-]+)", self.part("plan"), re.M)),
+                         plan_commands())
+
+    def test_the_page_has_the_members_of_a_plan(self):
+        source = (TREE / "ctl/plan_output.cpp").read_text()
+        members = set(re.findall(r'\{"([a-z_]+)"', source))
+        described = PAGE.split(".It Cm plan\nAn object")[1].split(".Sh ENVIRONMENT")[0]
+        self.assertGreater(len(members), 15)
+        self.assertEqual(set(re.findall(r"^\.(?:It )?Li ([a-z_]+)", described, re.M)), members)
+
     def test_the_page_has_the_codes_of_warnings(self):
         sources = "".join(path.read_text() for path in (TREE / "ctl").glob("*_warnings.cpp"))
         codes = set(re.findall(r'"([a-z]+(?:-[a-z0-9]+)+|oversubscribed|fraction)",', sources))
@@ -77,11 +92,15 @@ class Bash(unittest.TestCase):
     def test_subcommands(self):
         self.assertEqual(bash_offers(""), [*subcommands(), "--help"])
         self.assertEqual(bash_offers("ch"), ["check"])
+        self.assertEqual(bash_offers("p"), ["plan"])
         self.assertEqual(bash_offers("x"), [])
 
     def test_options(self):
         for command in subcommands():
             self.assertEqual(sorted(bash_offers(command, "--")), options(command))
+        self.assertEqual(bash_offers("plan", "tariff-a"), ["tariff-add"])
+        self.assertEqual(bash_offers("plan", "tariff-add", "/etc/host.c"), ["/etc/host.conf"])
+        self.assertEqual(sorted(bash_offers("plan", ""))[2:], sorted(plan_commands()))
         self.assertEqual(bash_offers("check", "--j"), ["--json"])
 
     def test_arguments(self):
@@ -102,6 +121,8 @@ class Zsh(unittest.TestCase):
 
     def test_each(self):
         self.given("ch\t", "check")
+        self.given("plan tariff-a\t", "plan", "tariff-add")
+        self.given("plan update /etc/host.c\t", "plan", "update", "/etc/host.conf")
         self.given("check --js\t", "check", "--json")
         self.given("check --kind st\t", "check", "--kind", "stored")
         self.given("check --tariffs /etc/host.c\t", "check", "--tariffs", "/etc/host.conf")
