@@ -12,7 +12,7 @@
 #include "ctl/plan_output.h"
 #include "ctl/readable.h"
 #include "shaper/hardware.h"
-#include "tc/psched.h"
+#include "shaper/session.h"
 
 namespace quenby {
 namespace {
@@ -57,7 +57,7 @@ Edit read_edit(const PlanOptions& options) {
   if (wanted == options.argument.empty())
     throw NotRun("plan " + options.command +
                  (wanted ? " needs an argument" : " takes no argument"));
-  for (const char* const stored : {kGlobalFile, kTariffFile}) expect_readable(stored);
+  for (const std::string& stored : {kGlobalFile, kTariffFile}) expect_readable(stored);
   if (reading.argument == Reading::Argument::file) expect_readable(options.argument);
   return reading.read(options.argument);
 }

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "tc/text.h"
+#include "tc/handles.h"
 
 namespace quenby {
 namespace {
