@@ -54,9 +54,10 @@ PlanFacts facts_for(const Edit& edit) {
 Edit read_edit(const PlanOptions& options) {
   const Reading& reading = readings().at(options.command);
   const bool wanted = reading.argument != Reading::Argument::none;
-  if (wanted == options.argument.empty())
+  if (wanted == options.argument.empty()) {
     throw NotRun("plan " + options.command +
                  (wanted ? " needs an argument" : " takes no argument"));
+  }
   for (const std::string& stored : {kGlobalFile, kTariffFile}) expect_readable(stored);
   if (reading.argument == Reading::Argument::file) expect_readable(options.argument);
   return reading.read(options.argument);

@@ -47,9 +47,10 @@ std::string shown(const std::optional<std::string>& value) {
 }
 
 void write(std::ostream& out, const SectionChange& change) {
-  for (const ValueChange& value : change.values)
+  for (const ValueChange& value : change.values) {
     out << "change [" << change.name << "] " << value.key << ": " << shown(value.before) << " to "
         << shown(value.after) << '\n';
+  }
 }
 
 void write(std::ostream& out, const PlannedClass& planned) {
