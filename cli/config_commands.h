@@ -15,10 +15,6 @@ void clear_shaper(const GlobalSet& global);
 /// Builds everything if `global` is enabled and there is something to shape. False when not.
 bool create_shaper(const GlobalSet& global, const TariffSet& tariffs);
 
-/// Removes all shaping, renumbers `tariffs`, builds them like `create_shaper` and saves them as
-/// the whole list. Ends the process before that when they cannot be numbered or saved.
-void rebuild_renumbered(const GlobalSet& global, TariffConfig& tariffs);
-
 /// `--load`: builds the shaping from the files. Class numbers that do not fit are handed out again
 /// and saved first. A disabled or empty configuration removes all shaping.
 void load_config();

@@ -1,19 +1,19 @@
 #include "cli/config_input.h"
 
-#include "cli/error.h"
+#include "cli/refused.h"
 #include "config/read_config.h"
 
 namespace quenby {
 
 bool load_global_config(GlobalSet& global) {
   const StoredFile file = read_stored(global);
-  if (file.error) _error("wrong global configuration");
+  if (file.error) throw Refused("wrong global configuration", file.error);
   return file.present;
 }
 
 bool load_tariff_config(TariffConfig& tariffs) {
   const StoredFile file = read_stored(tariffs);
-  if (file.error) _error("wrong current tariff configuration");
+  if (file.error) throw Refused("wrong current tariff configuration", file.error);
   return file.present;
 }
 
@@ -37,20 +37,14 @@ bool renumber_unfit(TariffConfig& tariffs) {
 }
 
 void prepare_whole_save(TariffConfig& tariffs) {
-  if (round_for_save(tariffs)) _error("wrong current tariff configuration");
+  if (const auto error = round_for_save(tariffs))
+    throw Refused("wrong current tariff configuration", error);
 }
 
 void renumber(TariffConfig& tariffs) {
-  if (refill_numbers(tariffs)) _error("wrong tariff configuration");
+  if (const auto error = refill_numbers(tariffs))
+    throw Refused("wrong tariff configuration", error);
   prepare_whole_save(tariffs);
-}
-
-bool read_tariff_file(const std::string& path, TariffSet& tariffs) {
-  return !read_named(path, tariffs);
-}
-
-bool read_global_file(const std::string& path, GlobalSet& global) {
-  return !read_named(path, global);
 }
 
 void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,

@@ -9,11 +9,11 @@
 namespace quenby {
 
 /// Reads the stored global file. False, with `global` unchanged, when there is none; one that does
-/// not parse ends the process.
+/// not parse is `Refused`.
 bool load_global_config(GlobalSet& global);
 
 /// Reads the stored tariff file and orders the tariffs by name. False when there is none; one that
-/// does not parse ends the process.
+/// does not parse is `Refused`.
 bool load_tariff_config(TariffConfig& tariffs);
 
 /// What an operation finds stored; defaults where there is no file.
@@ -33,22 +33,13 @@ GlobalSet load_line();
 bool renumber_unfit(TariffConfig& tariffs);
 
 /// Brings the stored tariffs to the form in which the whole list is written, which is what is to be
-/// applied too. A value that no reader would take back ends the process: call it before anything is
+/// applied too. A value that no reader would take back is `Refused`: call it before anything is
 /// changed.
 void prepare_whole_save(TariffConfig& tariffs);
 
-/// Renumbers the stored tariffs, for a save of the whole list. Ends the process when there are
-/// too many, or a value cannot be saved.
+/// Renumbers the stored tariffs, for a save of the whole list. `Refused` when there are too many,
+/// or a value cannot be saved.
 void renumber(TariffConfig& tariffs);
-
-/// Reads a tariff file that the operator names, ordered by name and with values as a stored file
-/// holds them. False when it does not parse, holds two tariffs of one name, or holds a value that
-/// cannot be stored.
-bool read_tariff_file(const std::string& path, TariffSet& tariffs);
-
-/// Reads a global file that the operator names, with values as a stored file holds them. False when
-/// it does not parse.
-bool read_global_file(const std::string& path, GlobalSet& global);
 
 /// Puts every tariff that `list` has in another form than `current` into `removed` (as it is
 /// stored) and `added` (as it is in `list`); one that `current` has not into `added` alone. Where

@@ -7,6 +7,7 @@
 #include "cli/edit_commands.h"
 #include "cli/error.h"
 #include "cli/options.h"
+#include "cli/refused.h"
 #include "cli/version.h"
 
 namespace {
@@ -62,12 +63,20 @@ std::string text_of(OptionCode code, const char* argument) {
   return code == kUpdate ? "/tmp/tc_tariff.ini" : "";
 }
 
+void perform_or_exit(OptionCode code, const std::string& argument, const Run& run) {
+  try {
+    perform(code, argument, run);
+  } catch (const Refused& refused) {
+    _error(refused.what());
+  }
+}
+
 // Performs or notes an option. A code that no option has is one that getopt has complained about.
 void serve(int code, const char* argument, Run& run) {
   for (const OptionSpec& spec : option_specs()) {
     if (spec.code != code) continue;
     const std::string text = text_of(spec.code, argument);
-    if (spec.when == When::at_once) return perform(spec.code, text, run);
+    if (spec.when == When::at_once) return perform_or_exit(spec.code, text, run);
     if (spec.when == When::value) {
       run.interface = text;
     } else {
@@ -80,7 +89,7 @@ void serve(int code, const char* argument, Run& run) {
 
 void serve_waiting(When when, const Run& run) {
   for (const OptionSpec& spec : option_specs()) {
-    if (spec.when == when && run.waiting.count(spec.code) != 0) perform(spec.code, "", run);
+    if (spec.when == when && run.waiting.count(spec.code) != 0) perform_or_exit(spec.code, "", run);
   }
 }
 

@@ -47,6 +47,7 @@ bool IniParser::parse_header(char* line) {
     return refuse(refusal.of == Refusal::Of::kSection ? section_at_ : at, refusal.reason);
   }
   section_at_ = at;
+  if (outline_ != nullptr) outline_->push_back({section_, at, {}});
   return true;
 }
 
@@ -59,9 +60,13 @@ bool IniParser::parse_key(char* line) {
   const std::string value = TariffIniFile::trim_right(begin);
   if (key.empty()) return refuse(equals, "no key before \"=\"");
   if (value.empty()) return refuse(equals + 1, "no value after \"=\"");
-  if (cfg_.onKey(section_, key, value)) return true;
-  const Refusal& refusal = cfg_.refusal();
-  return refuse(refusal.of == Refusal::Of::kKey ? line : begin, refusal.reason);
+  if (!cfg_.onKey(section_, key, value)) {
+    const Refusal& refusal = cfg_.refusal();
+    return refuse(refusal.of == Refusal::Of::kKey ? line : begin, refusal.reason);
+  }
+  if (outline_ != nullptr)
+    outline_->back().entries.push_back({key, value, lines_.position(line), lines_.position(begin)});
+  return true;
 }
 
 bool IniParser::refuse(Position at, const std::string& reason) {

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "config/ini_outline.h"
 #include "config/line_reader.h"
 #include "config/parse_error.h"
 #include "model/shaper_config_interface.h"
@@ -13,7 +14,9 @@ namespace quenby {
 /// syntax is `TariffIniFile`'s.
 class IniParser {
  public:
-  IniParser(LineReader& lines, ShaperConfigInterface& cfg) : lines_(lines), cfg_(cfg) {}
+  /// What is accepted is also noted in `outline`, unless that is null.
+  IniParser(LineReader& lines, ShaperConfigInterface& cfg, IniOutline* outline = nullptr)
+      : lines_(lines), cfg_(cfg), outline_(outline) {}
 
   /// Reads to the end, or to the first line that is refused: why, in an error without the file's
   /// name.
@@ -30,6 +33,7 @@ class IniParser {
 
   LineReader& lines_;
   ShaperConfigInterface& cfg_;
+  IniOutline* outline_;
   std::optional<ParseError> error_;
   /// The section that is being read, and where its name stands.
   std::string section_;

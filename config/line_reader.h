@@ -1,10 +1,9 @@
 #pragma once
 
 #include <array>
-#include <cstdio>
-#include <memory>
 #include <string>
 
+#include "config/input_file.h"
 #include "config/parse_error.h"
 
 namespace quenby {
@@ -16,6 +15,8 @@ class LineReader {
   /// Opens a regular file and nothing else; with `command_line`, which tells a file that the
   /// operator names from a stored one, also a pipe, which is waited for until it has a writer.
   LineReader(const std::string& path, bool command_line);
+  /// Reads an open file; null is one that could not be opened, with `errno` set.
+  explicit LineReader(InputFile file);
 
   bool is_open() const { return file_ != nullptr; }
 
@@ -37,16 +38,12 @@ class LineReader {
   bool in_long_line() const { return before_ != 0; }
 
  private:
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-
   /// Takes the next piece into `line_`, with its line end. False when there is none.
   bool read_piece();
   void begin_piece();
 
   std::string failure_;
-  std::unique_ptr<std::FILE, Close> file_;
+  InputFile file_;
   std::array<char, 4096> line_{};
   std::size_t length_ = 0;
   bool line_ended_ = true;

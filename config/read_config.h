@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "config/ini_text.h"
 #include "config/parse_error.h"
 #include "model/global_set.h"
 #include "model/tariff_config.h"
@@ -34,9 +35,15 @@ std::optional<ParseError> round_for_save(TariffConfig& tariffs);
 std::optional<ParseError> check_stored(GlobalSet& global);
 std::optional<ParseError> check_stored(TariffConfig& tariffs);
 
+/// The same for the tariffs of a file that is in memory. `outline` as for `IniText`.
+std::optional<ParseError> check_stored(const IniText& text, TariffConfig& tariffs,
+                                       IniOutline* outline);
+
 /// Reads a file that the operator names, with values as a stored file holds them. Tariffs are
 /// ordered by name; two of one name, or a value that cannot be stored, are errors.
 std::optional<ParseError> read_named(const std::string& path, GlobalSet& global);
 std::optional<ParseError> read_named(const std::string& path, TariffSet& tariffs);
+/// The same for tariffs of a file that is in memory.
+std::optional<ParseError> read_named(const IniText& text, TariffSet& tariffs, IniOutline* outline);
 
 }  // namespace quenby

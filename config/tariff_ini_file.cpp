@@ -63,11 +63,15 @@ std::optional<ParseError> TariffIniFile::read_ini(ShaperConfigInterface& cfg) co
 
 Position TariffIniFile::find_section(const std::string& name) const {
   LineReader lines(path_, command_line_);
+  return quenby::find_section(lines, name);
+}
+
+Position find_section(LineReader& lines, const std::string& name) {
   Position found;
   while (char* const line = lines.is_open() ? lines.next() : nullptr) {
     std::string section;
-    if (*line == '[' && parse_section(line + 1, section) && section == name)
-      found = lines.position(trim_left(line + 1));
+    if (*line == '[' && TariffIniFile::parse_section(line + 1, section) && section == name)
+      found = lines.position(TariffIniFile::trim_left(line + 1));
   }
   return found;
 }

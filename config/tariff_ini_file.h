@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include "config/line_reader.h"
 #include "config/parse_error.h"
 #include "config/paths.h"
 #include "model/shaper_config_interface.h"
@@ -37,6 +38,8 @@ class TariffIniFile {
   /// cannot be read.
   Position find_section(const std::string& name) const;
 
+  const std::string& path() const { return path_; }
+
   /// Takes the name out of a header line's text after its "[". False when there is none.
   static bool parse_section(char* text, std::string& name);
 
@@ -60,14 +63,16 @@ class TariffIniFile {
   void updSave(const TariffSet& set);
 
  protected:
-  const std::string& path() const { return path_; }
   const std::string& folder() const { return folder_; }
-  bool command_line() const { return command_line_; }
 
  private:
   std::string path_;
   bool command_line_;
   std::string folder_;
 };
+
+/// Where the name stands in the last header that has it, of the lines that are left. The whole file
+/// when there is none, or it cannot be read.
+Position find_section(LineReader& lines, const std::string& name);
 
 }  // namespace quenby

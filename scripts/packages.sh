@@ -9,7 +9,7 @@
 QUENBY_BUILD_PACKAGES=(
   g++ cmake ninja-build pkg-config
   libnl-3-dev libnl-route-3-dev libnl-nf-3-dev libnl-cli-3-dev
-  libboost-filesystem-dev
+  libboost-filesystem-dev libcli11-dev nlohmann-json3-dev
 )
 
 # What makes the Debian package. systemd tells where its units go.

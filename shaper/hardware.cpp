@@ -15,10 +15,12 @@ constexpr std::int64_t kTenGigabit = 10 * kGigabit;
 
 }  // namespace
 
+bool has_hardware_tool() { return access(kTool, X_OK) == 0; }
+
 std::string board_name() {
   // Without the tool the shell would complain on the program's standard error.
   std::string name;
-  if (access(kTool, X_OK) != 0) return name;
+  if (!has_hardware_tool()) return name;
   _system(std::string(kTool) + " getBoardShortName", name);
   return name;
 }

@@ -7,6 +7,9 @@
 /// of a gigabit port on an unknown board.
 namespace quenby {
 
+/// Whether there is such a tool.
+bool has_hardware_tool();
+
 /// The board's name as the tool prints it, untrimmed.
 std::string board_name();
 

@@ -1,7 +1,6 @@
 #include "shaper/htb_shaper.h"
 
 #include <linux/netlink.h>
-#include <netlink/utils.h>
 
 #include <utility>
 
@@ -23,7 +22,7 @@ HtbShaper::HtbShaper()
     : route_(open_socket(NETLINK_ROUTE)),
       netfilter_(open_socket(NETLINK_NETFILTER)),
       links_(open_link_cache(route_)) {
-  set_psched_hz(nl_get_psched_hz());
+  read_psched_hz();
 }
 
 void HtbShaper::create(GlobalSet set, TariffSet tariffs) {

@@ -1,6 +1,9 @@
 #include "shaper/session.h"
 
+#include <netlink/utils.h>
+
 #include "cli/error.h"
+#include "tc/htb_class.h"
 #include "tc/nl_error.h"
 
 namespace quenby {
@@ -18,5 +21,7 @@ CachePtr open_link_cache(const SocketPtr& sock) {
   if (result < 0 || links == nullptr) nl_fatal("Cannot allocate rtnl_link_cache", result);
   return {links, nl_cache_free};
 }
+
+void read_psched_hz() { set_psched_hz(nl_get_psched_hz()); }
 
 }  // namespace quenby

@@ -12,4 +12,7 @@ SocketPtr open_socket(int protocol);
 /// process.
 CachePtr open_link_cache(const SocketPtr& sock);
 
+/// Reads the scheduler clock that bursts are computed from (`psched_hz`).
+void read_psched_hz();
+
 }  // namespace quenby

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "cli/refused.h"
+#include "config/read_config.h"
 #include "tests/support/files.h"
 #include "tests/support/tariffs.h"
 
@@ -13,11 +15,23 @@ using test::names;
 
 using Names = std::vector<std::string>;
 
+// The message of what is refused; empty for what is not.
+template <typename Operation>
+std::string refusal(const Operation& operation) {
+  try {
+    operation();
+  } catch (const Refused& refused) {
+    EXPECT_TRUE(refused.error());
+    return refused.what();
+  }
+  return "";
+}
+
 class TariffFile : public testing::Test {
  protected:
   bool read(const std::string& text) {
     test::write_file(path_, text);
-    return read_tariff_file(path_, tariffs_);
+    return !read_named(path_, tariffs_);
   }
 
   TariffSet tariffs_;
@@ -67,8 +81,7 @@ TEST(WholeSave, EndsBeforeAValueThatNoReaderWouldTake) {
   for (const std::int64_t size : {2'147'483'648, 3'000'000'000, 4'294'967'295}) {
     SCOPED_TRACE(size);
     TariffConfig tariffs = with_burst_size(size);
-    EXPECT_EXIT(prepare_whole_save(tariffs), testing::ExitedWithCode(1),
-                testing::StrEq("Error: wrong current tariff configuration\n"));
+    EXPECT_EQ(refusal([&] { prepare_whole_save(tariffs); }), "wrong current tariff configuration");
   }
 }
 
@@ -83,16 +96,14 @@ TEST(NumberingAnew, GivesNumbersThatFitAndValuesAsTheyAreStored) {
 
 TEST(NumberingAnew, EndsWhereItCannotSucceed) {
   TariffConfig unstorable = with_burst_size(3'000'000'000);
-  EXPECT_EXIT(renumber(unstorable), testing::ExitedWithCode(1),
-              testing::StrEq("Error: wrong current tariff configuration\n"));
+  EXPECT_EQ(refusal([&] { renumber(unstorable); }), "wrong current tariff configuration");
   TariffConfig many;
   for (int i = 0; i < 15'997; ++i) many.addTariff(test::tariff(std::to_string(i)));
-  EXPECT_EXIT(renumber(many), testing::ExitedWithCode(1),
-              testing::StrEq("Error: wrong tariff configuration\n"));
+  EXPECT_EQ(refusal([&] { renumber(many); }), "wrong tariff configuration");
 }
 
 TEST_F(TariffFile, ThatIsMissingOrMalformedIsRefused) {
-  EXPECT_FALSE(read_tariff_file("/nonexistent/tariffs.ini", tariffs_));
+  EXPECT_TRUE(read_named("/nonexistent/tariffs.ini", tariffs_));
   EXPECT_FALSE(read("[a]\nspeed=1\n"));
 }
 

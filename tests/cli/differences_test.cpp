@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "cli/config_input.h"
+#include "config/read_config.h"
 #include "config/tariff_ini_file.h"
 #include "tests/support/files.h"
 #include "tests/support/tariffs.h"
@@ -171,7 +172,7 @@ class FileDifferences : public testing::Test {
     EXPECT_TRUE(TariffIniFile(scratch_.file("stored.ini"), false).parse_ini(current));
     current.sort();
     TariffSet list;
-    EXPECT_TRUE(read_tariff_file(scratch_.file("given.ini"), list));
+    EXPECT_FALSE(read_named(scratch_.file("given.ini"), list));
     EXPECT_TRUE(current.fillIDs(list, true));
     return differences(current, list);
   }

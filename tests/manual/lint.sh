@@ -2,7 +2,7 @@
 # Every manual page is as mandoc wants them, to the last matter of style.
 set -euo pipefail
 shopt -s nullglob
-pages=(docs/man/*.[58])
+pages=(docs/man/*.[158])
 # The package has just these.
 diff <(printf '%s\n' "${pages[@]}" | sort) <(sort debian/quenby.manpages)
 status=0

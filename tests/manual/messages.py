@@ -12,6 +12,7 @@ LAYERS = ("cli", "config", "model", "shaper", "tc")
 # argument N; the second form of a function is the one with more arguments.
 PRINTERS = {
     "_error": {1: ("{0}",), 2: ("{0}:*",)},
+    "Refused": {1: ("{0}",), 2: ("{0}",)},
     "nl_fatal": {2: ("{0}(*)",)},
     "check_nl_result": {2: ("failed to {0}(*)",)},
     "chk_nl_error": {2: ("* failed to {0}(*)",)},
@@ -24,6 +25,8 @@ PRINTERS = {
 # The calls by which these functions hand on their own arguments. Their messages are those of
 # their callers.
 HANDED_ON = {
+    ("cli/edit.cpp", "Refused(message, std::move(error))"),
+    ("cli/main.cpp", "_error(refused.what())"),
     ("cli/error.cpp", '_error(msg + ":" + e.what())'),
     ("shaper/address_set.cpp", "_error(failure)"),
     ("shaper/address_set.cpp",
@@ -76,7 +79,8 @@ def closing_parenthesis(text, start):
 
 def constants(text):
     """The texts that a file gives names to."""
-    named = re.findall(r"const std::string (\w+) = ([^;]+);", text)
+    named = re.findall(r"const (?:std::string|char\* const) (\w+) = ([^;]+);", text)
+    named += re.findall(r"constexpr const char\* (\w+) = ([^;]+);", text)
     return {name: expression for name, expression in named}
 
 

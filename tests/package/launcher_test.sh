@@ -32,14 +32,16 @@ status_of() {
 
 test_installation() {
   cmake --install "$build" --prefix /run/root >/dev/null
-  expect "files" "/run/root/libexec/quenby/check-files
+  expect "files" "/run/root/bin/quenbyctl
+/run/root/libexec/quenby/check-files
 /run/root/libexec/quenby/quenby
 /run/root/sbin/quenby" "$(find /run/root -type f | sort)"
   holds "the program is the one that was built" cmp "$program" "$build/quenby"
   holds "check-files is the one that was built" \
     cmp /run/root/libexec/quenby/check-files "$build/check-files"
   DESTDIR=/run/stage cmake --install "$build" --prefix /usr >/dev/null
-  expect "staged: files" "/run/stage/usr/libexec/quenby/check-files
+  expect "staged: files" "/run/stage/usr/bin/quenbyctl
+/run/stage/usr/libexec/quenby/check-files
 /run/stage/usr/libexec/quenby/quenby
 /run/stage/usr/sbin/quenby" "$(find /run/stage -type f | sort)"
   expect "staged: path" 'program="/usr/libexec/quenby/quenby"' \

@@ -126,6 +126,10 @@ class Machine:
         if name in LINES:
             (self._present.add if up else self._present.remove)(name)
 
+    @property
+    def program(self):
+        return self._program
+
     def run(self, *options, wrapper=()):
         """Exit status and both outputs of the program."""
         try:

@@ -17,6 +17,7 @@ import time
 from accidents import Device, HandEdit
 from configs import section_names
 from machine import Machine
+from plans import PLANNED, plan, plan_differences
 from sequence import Outcome, Sequence, Stored, sorted_names
 
 from router_state import differences
@@ -92,6 +93,7 @@ class Run:
         if step.file is not None:
             FILE.write_text(step.file, encoding="ascii")
             options = (*options, str(FILE))
+        planned = self._plan(step, options)
         wrapper = step.fault.command if step.fault else ()
         status, output, errors = self._machine.run(*options, wrapper=wrapper)
         self._files = self._machine.files()
@@ -101,8 +103,25 @@ class Run:
         self._check_result(step, status, output, errors)
         self._check_files(step, before)
         self._check_state(step)
+        self._check_plan(planned)
         self._counts[step.command + (" refused" if step.fails else "")] += 1
         self._counts[step.outcome.value] += 1
+
+    def _plan(self, step, options):
+        """What the step is said to do; nothing where that cannot be asked."""
+        if step.command not in PLANNED or step.fault:
+            return None
+        status, planned = plan(self._machine.program, options)
+        expect(status == (1 if step.fails else 0), f"the plan has status {status}")
+        return planned
+
+    def _check_plan(self, planned):
+        if planned is None or planned["way"] == "nothing":
+            return
+        lines = plan_differences(planned, self._state)
+        expect(not lines, f"the plan ({planned['way']}: {planned['reason']}) said otherwise:\n"
+               + "\n".join(lines))
+        self._counts["planned " + planned["way"]] += 1
 
     def _check_broken(self, step, status, errors, before):
         """A run that did not get to its end. What the kernel holds is seen after the next ones."""

@@ -12,7 +12,7 @@ CLONE_NEWNS, CLONE_NEWUSER, CLONE_NEWNET = 0x20000, 0x10000000, 0x40000000
 STAND_INS = ("sudo", "sync")
 
 # What is built beside the program and tried with it.
-BESIDE = ("check-files", "ini_samples")
+BESIDE = ("check-files", "ini_samples", "quenbyctl")
 
 
 def enter(program):
