@@ -46,7 +46,8 @@ class Planner {
   void touch_alone(const TariffSet& tariffs);
 
   ResolvedSettings resolved() const {
-    return resolve(edit_.line, edit_.tariffs, facts_.link_speed);
+    const TariffSet& tariffs = edit_.tariffs;
+    return resolve(edit_.line, tariffs, facts_.link_speed);
   }
   DesiredState state(const ResolvedSettings& settings) const {
     return desired_state(settings, facts_.router);
