@@ -10,10 +10,6 @@ bool BandwidthSettings::operator==(const BandwidthSettings& other) const {
 
 bool BandwidthSettings::setSpeed(const std::string& text) { return _tobps(text, speed); }
 
-std::int64_t BandwidthSettings::speedKbps() const {
-  return speed == kEmptyValue ? kEmptyValue : speed / kBytesPerKbit;
-}
-
 bool BandwidthSettings::_tobps(const std::string& text, std::int64_t& out) {
   if (!_set_rate(text, out)) return false;
   if (out != kEmptyValue) out /= kBitsPerByte;

@@ -32,7 +32,7 @@ class BandwidthSettings {
   bool setSpeed(const std::string& text);
 
   /// The speed in whole kbit/s: -1 for an empty value, 0 for one never set.
-  std::int64_t speedKbps() const;
+  std::int64_t speedKbps() const { return kbps_of(speed); }
 
   /// Bytes per second, `kNeverSet` or `kEmptyValue`. The ceiling of the direction's class.
   std::int64_t speed = kNeverSet;

@@ -15,8 +15,7 @@ class DefaultDirSettings : public BandwidthSettings {
   bool operator==(const BandwidthSettings& other) const override;
   bool operator==(const DefaultDirSettings& other) const;
 
-  /// The guaranteed rate in bytes per second: the configured speed until rate resolution finds that
-  /// the guarantee no longer fits and makes it 0.
+  /// The guaranteed rate in bytes per second: where a file sets the speed, the same.
   std::int64_t ceiling = 0;
 };
 

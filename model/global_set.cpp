@@ -3,6 +3,8 @@
 namespace quenby {
 namespace {
 
+constexpr const char* kWantedSwitch = "\"true\" or \"false\"";
+
 bool set_default_speed(DefaultDirSettings& direction, const std::string& value) {
   if (!direction.setSpeed(value)) return false;
   direction.ceiling = direction.speed;
@@ -26,7 +28,8 @@ const KeyTable<GlobalSettings>& global_keys() {
   static const KeyTable<G> kKeys = {
       {"download_speed", {[](G& g, S& v) { return g.download.setSpeed(v); }, kWantedRate}},
       {"upload_speed", {[](G& g, S& v) { return g.upload.setSpeed(v); }, kWantedRate}},
-      {"enabled", {[](G& g, S& v) { return g.setEnabled(v); }, "\"true\" or \"false\""}},
+      {"enabled", {[](G& g, S& v) { return g.setEnabled(v); }, kWantedSwitch}},
+      {"ipv6", {[](G& g, S& v) { return g.setIpv6(v); }, kWantedSwitch}},
       {"wan", {[](G& g, S& v) { return g.setWan(v); }, "an interface name"}},
   };
   return kKeys;
@@ -49,6 +52,7 @@ bool GlobalSet::write(std::ofstream& out) const {
   write_speeds(out, global);
   if (!global.wan.empty()) out << "wan=" << global.wan << '\n';
   out << "enabled=" << (global.enabled ? "true" : "false") << '\n';
+  if (global.ipv6) out << "ipv6=true\n";
   if (has_default) {
     out << '[' << DefaultSettings::name() << "]\n";
     write_speeds(out, defaults);

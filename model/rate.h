@@ -17,6 +17,11 @@ inline constexpr std::int64_t kNeverSet = -2;
 /// A speed or burst rate whose text was empty, negative or not a number.
 inline constexpr std::int64_t kEmptyValue = -1;
 
+/// A speed in whole kbit/s: -1 for an empty value, 0 for one never set.
+constexpr std::int64_t kbps_of(std::int64_t speed) {
+  return speed == kEmptyValue ? kEmptyValue : speed / kBytesPerKbit;
+}
+
 /// The number at the start of `text` (leading and trailing white space aside, in the syntax of
 /// `strtod`), or -1.0 when there is none or it is too large for a double. What follows the number
 /// is ignored: "100kbit" is 100.

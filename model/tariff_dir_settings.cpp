@@ -4,9 +4,11 @@
 
 namespace quenby {
 
-std::int64_t TariffDirSettings::rateBps() const {
+std::int64_t guaranteed_rate(std::int64_t speed, double aggregation) {
   return to_int64(static_cast<double>(speed) / aggregation);
 }
+
+std::int64_t TariffDirSettings::rateBps() const { return guaranteed_rate(speed, aggregation); }
 
 void TariffDirSettings::clear() {
   BandwidthSettings::clear();
@@ -34,10 +36,10 @@ bool TariffDirSettings::setID(int number) {
   return true;
 }
 
-int TariffDirSettings::burstSize() const {
-  if (burst_size == 0 || speed == 0) return 0;
+int TariffDirSettings::burst_at(std::int64_t at_speed) const {
+  if (burst_size == 0 || at_speed == 0) return 0;
   if (burst_rate == 0) return low32_signed(burst_size);
-  const auto product = static_cast<double>(wrapping_multiply(speed, burst_size));
+  const auto product = static_cast<double>(wrapping_multiply(at_speed, burst_size));
   return to_int32(product / static_cast<double>(burst_rate));
 }
 

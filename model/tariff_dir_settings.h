@@ -13,12 +13,14 @@ inline constexpr int kQdiscPfifo = 1;
 inline constexpr int kQdiscSfq = 2;
 inline constexpr int kQdiscFqCodel = 3;
 
+/// Bytes per second: a speed divided by an aggregation factor, truncated.
+std::int64_t guaranteed_rate(std::int64_t speed, double aggregation);
+
 /// One direction of a tariff.
 class TariffDirSettings : public BandwidthSettings {
  public:
   using BandwidthSettings::BandwidthSettings;
 
-  /// The speed divided by the aggregation factor, truncated.
   std::int64_t rateBps() const override;
   void clear() override;
   bool operator==(const BandwidthSettings& other) const override;
@@ -30,7 +32,9 @@ class TariffDirSettings : public BandwidthSettings {
   /// The burst in bytes to give the kernel; 0 asks the class engine to compute one. With a burst
   /// rate it is speed (bytes/s) times burst size over burst rate (bit/s), the units taken as they
   /// stand.
-  int burstSize() const;
+  int burstSize() const { return burst_at(speed); }
+  /// The same at another speed.
+  int burst_at(std::int64_t at_speed) const;
 
   /// Divisor of the guaranteed rate.
   double aggregation = 1.0;

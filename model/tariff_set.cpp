@@ -12,6 +12,8 @@ namespace {
 constexpr std::size_t kUsualTariffs = 256;
 const std::string kWantedNumber =
     "a class number from " + std::to_string(kMinTariffId) + " to " + std::to_string(kMaxTariffId);
+constexpr const char* kWantedPrefix =
+    "an IPv6 address or prefix of a subscriber, with a length from 1 to 128";
 constexpr const char* kWantedSize = "a number of bytes, 0 or more";
 
 void write_direction(std::ostream& out, const std::string& prefix,
@@ -28,6 +30,7 @@ void write_tariff(std::ostream& out, const TariffSettings& tariff) {
   out << '[' << tariff.name << "]\n";
   if (tariff.id != 0) out << "id=" << tariff.id << '\n';
   for (const std::string& address : tariff.address_texts) out << "ip=" << address << '\n';
+  for (const Ip6Prefix& prefix : tariff.prefixes) out << "ip6=" << to_text(prefix) << '\n';
   if (tariff.aggregation_text != "1") out << "aggregation=" << tariff.aggregation_text << '\n';
   write_direction(out, "download", tariff.download);
   write_direction(out, "upload", tariff.upload);
@@ -42,6 +45,7 @@ const KeyTable<TariffSettings>& tariff_keys() {
   static const KeyTable<T> kKeys = {
       {"id", {[](T& t, S& v) { return t.setID(v); }, kWantedNumber.c_str()}},
       {"ip", {[](T& t, S& v) { return t.addCIDR(v); }, "an IPv4 address"}},
+      {"ip6", {[](T& t, S& v) { return t.addPrefix(v); }, kWantedPrefix}},
       {"download_speed", {[](T& t, S& v) { return t.download.setSpeed(v); }, kWantedRate}},
       {"upload_speed", {[](T& t, S& v) { return t.upload.setSpeed(v); }, kWantedRate}},
       {"aggregation", {[](T& t, S& v) { return t.setAggregation(v); }, "a number of 0 or more"}},

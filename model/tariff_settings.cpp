@@ -19,8 +19,8 @@ void TariffSettings::clear() { *this = TariffSettings(); }
 
 bool TariffSettings::operator==(const TariffSettings& other) const {
   return id == other.id && name == other.name && aggregation_text == other.aggregation_text &&
-         addresses == other.addresses && qdisc == other.qdisc && download == other.download &&
-         upload == other.upload;
+         addresses == other.addresses && prefixes == other.prefixes && qdisc == other.qdisc &&
+         download == other.download && upload == other.upload;
 }
 
 bool TariffSettings::setID(int number) {
@@ -72,8 +72,18 @@ bool TariffSettings::addCIDR(const std::string& text) {
   return true;
 }
 
-bool TariffSettings::takes_part(Direction way) const {
-  return !addresses.empty() && direction(way).speed != kNeverSet;
+bool TariffSettings::addPrefix(const std::string& text) {
+  const auto prefix = parse_ip6_prefix(text);
+  if (prefix) prefixes.push_back(*prefix);
+  return prefix.has_value();
+}
+
+bool TariffSettings::has_address(bool ipv6) const {
+  return !addresses.empty() || (ipv6 && !prefixes.empty());
+}
+
+bool TariffSettings::takes_part(Direction way, bool ipv6) const {
+  return has_address(ipv6) && direction(way).speed != kNeverSet;
 }
 
 std::string TariffSettings::qdisc_str() const {

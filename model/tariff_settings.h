@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "model/bandwidth_settings.h"
+#include "model/ip6_prefix.h"
 #include "model/tariff_dir_settings.h"
 
 namespace quenby {
@@ -38,8 +39,14 @@ class TariffSettings : public BandwidthSettingsInterface<TariffDirSettings> {
   /// not looked at. Refused, with nothing stored, when that is no IPv4 address.
   bool addCIDR(const std::string& text);
 
+  /// Adds an IPv6 prefix, of which the whole belongs to the subscriber. Refused, with nothing
+  /// stored, as in `parse_ip6_prefix`.
+  bool addPrefix(const std::string& text);
+
+  /// Whether the tariff has any address. Prefixes count with `ipv6`, where IPv6 is shaped, alone.
+  bool has_address(bool ipv6) const;
   /// Whether the tariff has a class in this direction: it has an address and its speed is set.
-  bool takes_part(Direction way) const;
+  bool takes_part(Direction way, bool ipv6 = false) const;
 
   /// "none", "pfifo", "sfq" or "fq_codel".
   std::string qdisc_str() const;
@@ -54,6 +61,8 @@ class TariffSettings : public BandwidthSettingsInterface<TariffDirSettings> {
   std::vector<std::uint32_t> addresses;
   /// The texts of the addresses as written, parallel to `addresses`.
   std::vector<std::string> address_texts;
+  /// In file order.
+  std::vector<Ip6Prefix> prefixes;
 };
 
 /// By name alone, byte by byte as unsigned characters.

@@ -14,7 +14,7 @@ using test::with_default;
 constexpr std::int64_t kLink = 1'250'000;
 
 GlobalSet resolved(GlobalSet set, TariffSet tariffs) {
-  resolve_global_rates(set, tariffs, resolve_tariff_rates(set, tariffs, kLink));
+  test::resolve_records(set, tariffs, kLink);
   return set;
 }
 

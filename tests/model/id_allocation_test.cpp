@@ -47,7 +47,7 @@ TEST(AddIDs, StartWith4) {
   EXPECT_EQ(fresh.tariffs()[1].upload.id, 5);
 }
 
-TEST(AddIDs, GoOnBehindTheLargestNumberOfTheFile) {
+TEST(AddIDs, GoOnAfterTheLargestNumberOfTheFile) {
   TariffConfig config = stored({tariff("a", 4), tariff("b", 90), tariff("c", 5)});
   TariffSet fresh = set_of(tariff("x"), tariff("y"));
   EXPECT_TRUE(config.addIDs(fresh));

@@ -14,8 +14,12 @@ using test::uploads;
 
 // The global set after both steps.
 GlobalSet resolved(GlobalSet set, TariffSet tariffs, std::int64_t link_speed) {
-  resolve_global_rates(set, tariffs, resolve_tariff_rates(set, tariffs, link_speed));
+  test::resolve_records(set, tariffs, link_speed);
   return set;
+}
+
+std::int64_t root_burst(const ResolvedSettings& settings, Direction way) {
+  return largest_burst(settings.direction(way).tariffs);
 }
 
 TariffSettings with_burst(TariffSettings t, std::int64_t size) {
@@ -69,8 +73,8 @@ TEST(GlobalSpeed, OfZeroIsNeverRaisedAndGetsNoBurst) {
   EXPECT_EQ(set.global.download.speed, 0);
   EXPECT_EQ(set.global.upload.speed, 0);
   const ResolvedSettings settings = resolve(line(0, 0), set_of(t), kGigabit);
-  EXPECT_EQ(settings.root_burst(Direction::download), 0);
-  EXPECT_EQ(settings.root_burst(Direction::upload), 0);
+  EXPECT_EQ(root_burst(settings, Direction::download), 0);
+  EXPECT_EQ(root_burst(settings, Direction::upload), 0);
 }
 
 TEST(GlobalSpeed, IsRaisedToTariffsThatExceedIt) {
@@ -93,12 +97,12 @@ TEST(GlobalSpeed, IgnoresTariffsWithoutAddresses) {
   TariffSettings no_address = with_burst(downloads("a", 2'000'000), 5000);
   no_address.addresses.clear();
   const ResolvedSettings settings = resolve(line(-2), set_of(no_address), kGigabit);
-  EXPECT_EQ(settings.line.global.download.speed, -2);
-  EXPECT_EQ(settings.root_burst(Direction::download), 0);
+  EXPECT_EQ(settings.download.line.speed, -2);
+  EXPECT_EQ(root_burst(settings, Direction::download), 0);
 }
 
 std::int64_t download_burst(const GlobalSet& set, const TariffSet& tariffs) {
-  return resolve(set, tariffs, kGigabit).root_burst(Direction::download);
+  return root_burst(resolve(set, tariffs, kGigabit), Direction::download);
 }
 
 TEST(RootBurst, CoversTheLargestTariffBurst) {
@@ -123,10 +127,10 @@ TEST(LineRates, DirectionsDoNotInfluenceEachOther) {
   up.upload.burst_size = 900;
   const TariffSet tariffs = set_of(with_burst(downloads("a", 200'000), 400), up);
   const ResolvedSettings settings = resolve(line(-2, 250'000), tariffs, kGigabit);
-  EXPECT_EQ(settings.line.global.download.speed, 200'000);
-  EXPECT_EQ(settings.root_burst(Direction::download), 400);
-  EXPECT_EQ(settings.line.global.upload.speed, 250'000);
-  EXPECT_EQ(settings.root_burst(Direction::upload), 900);
+  EXPECT_EQ(settings.download.line.speed, 200'000);
+  EXPECT_EQ(root_burst(settings, Direction::download), 400);
+  EXPECT_EQ(settings.upload.line.speed, 250'000);
+  EXPECT_EQ(root_burst(settings, Direction::upload), 900);
 }
 
 }  // namespace

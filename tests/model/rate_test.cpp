@@ -74,7 +74,7 @@ TEST(GetNum, TrimsWhiteSpaceAtBothEnds) {
   }
 }
 
-TEST(GetNum, IgnoresTheTextBehindTheNumber) {
+TEST(GetNum, IgnoresTheTextAfterTheNumber) {
   const std::vector<Row<double>> rows = {
       {"100kbit", 100.0},
       {"100mbit", 100.0},

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <arpa/inet.h>
-
+#include <gtest/gtest.h>
 #include <string>
 
 #include "model/rate_resolution.h"
@@ -42,6 +41,19 @@ inline GlobalSet with_default(GlobalSet set, std::int64_t speed) {
   set.defaults.download.speed = speed;
   set.defaults.download.ceiling = speed;
   return set;
+}
+
+/// Gives records their resolved rates, which are those of the resolved values.
+inline RateSummary resolve_records(GlobalSet& set, TariffSet& tariffs, std::int64_t link_speed) {
+  const ResolvedSettings values = resolve(set, tariffs, link_speed);
+  const RateSummary summary = resolve_tariff_rates(set, tariffs, link_speed);
+  resolve_global_rates(set, tariffs, summary);
+  EXPECT_EQ(values.summary, summary);
+  for (const Direction way : kDirections) {
+    EXPECT_EQ(values.direction(way).line, as_given(set, way));
+    EXPECT_EQ(values.direction(way).tariffs, as_given(tariffs, way));
+  }
+  return summary;
 }
 
 inline const TariffDirSettings& download_of(const TariffSet& set, std::size_t index) {

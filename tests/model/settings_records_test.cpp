@@ -48,6 +48,7 @@ TEST(GlobalSettings, ClearGoesBackToTheStart) {
   settings.upload.speed = 2;
   settings.wan = "eth1";
   settings.enabled = false;
+  settings.ipv6 = true;
   settings.clear();
   EXPECT_TRUE(settings == GlobalSettings());
   EXPECT_TRUE(settings.download.download());
@@ -61,6 +62,9 @@ TEST(GlobalSettings, DifferInEveryField) {
   EXPECT_FALSE(base == other);
   other = base;
   other.enabled = false;
+  EXPECT_FALSE(base == other);
+  other = base;
+  other.ipv6 = true;
   EXPECT_FALSE(base == other);
   other = base;
   other.download.speed = 0;

@@ -75,9 +75,13 @@ TEST(Summary, IgnoresTariffsWithoutAddressesAndSpeedsNeverSet) {
   EXPECT_EQ(summarize_rates(line(-2), tariffs, kLink).down_sum, 10);
 }
 
+RateSummary resolved(GlobalSet set, TariffSet& tariffs, std::int64_t link_speed) {
+  return test::resolve_records(set, tariffs, link_speed);
+}
+
 TEST(TariffRates, ScaleTwoGuaranteesThatOversubscribeTheLine) {
   TariffSet tariffs = set_of(downloads("a", 600'000), downloads("b", 600'000));
-  const RateSummary summary = resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  const RateSummary summary = resolved(line(1'000'000), tariffs, kLink);
   EXPECT_EQ(summary, (RateSummary{1'200'000, 0, 1'000'000, kLink, kLink}));
   for (const std::size_t i : {0U, 1U}) {
     // 600,000 * 1,000,000 / 1,200,000 = 500,000 and 600,000 / 500,000 = 1.2
@@ -88,7 +92,7 @@ TEST(TariffRates, ScaleTwoGuaranteesThatOversubscribeTheLine) {
 
 TEST(TariffRates, ScaleACutTariffFromItsNewCeiling) {
   TariffSet tariffs = set_of(downloads("a", 2'000'000), downloads("b", 100, 1000.0));
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   // 2,000,000 * 1,000,000 / 2,000,000 = 1,000,000, which is the new ceiling too.
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 1.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, 1'000'000);
@@ -96,7 +100,7 @@ TEST(TariffRates, ScaleACutTariffFromItsNewCeiling) {
 
 TEST(TariffRates, KeepSharesInProportion) {
   TariffSet tariffs = set_of(downloads("a", 800'000, 2.0), downloads("b", 1'200'000));
-  resolve_tariff_rates(line(800'000), tariffs, kLink);
+  resolved(line(800'000), tariffs, kLink);
   // Guarantees 400,000 and 1,200,000 make 1,600,000: halved to 200,000 and 600,000.
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 4.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, 800'000);
@@ -106,7 +110,7 @@ TEST(TariffRates, KeepSharesInProportion) {
 
 TEST(TariffRates, OnlyCutTheCeilingWhereTheGuaranteesFit) {
   TariffSet tariffs = set_of(downloads("a", 4'000'000, 8.0), downloads("b", 500'000));
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   // 500,000 + 500,000 is exactly the limit.
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 8.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, 1'000'000);
@@ -120,7 +124,7 @@ TEST(TariffRates, OversubscriptionInOneDirectionLeavesTheOtherAlone) {
   t.upload.aggregation = 4.0;
   TariffSet tariffs = set_of(t);
   // Upload: 500,000 guaranteed of 1,250,000. Download: 2,000,000 of 500,000.
-  resolve_tariff_rates(line(500'000), tariffs, kLink);
+  resolved(line(500'000), tariffs, kLink);
   EXPECT_EQ(tariffs.tariffs()[0].download.speed, 500'000);
   EXPECT_EQ(tariffs.tariffs()[0].download.aggregation, 1.0);
   EXPECT_EQ(tariffs.tariffs()[0].upload.speed, kLink);
@@ -131,7 +135,7 @@ TEST(TariffRates, AnEmptySpeedGetsTheLimitAndNoGuarantee) {
   TariffSettings t = downloads("a", -1);
   t.upload.speed = -1;
   TariffSet tariffs = set_of(t);
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   EXPECT_EQ(tariffs.tariffs()[0].download.aggregation, kLargest);
   EXPECT_EQ(tariffs.tariffs()[0].download.speed, 1'000'000);
   EXPECT_EQ(tariffs.tariffs()[0].download.rateBps(), 0);
@@ -142,7 +146,7 @@ TEST(TariffRates, AnEmptySpeedGetsTheLimitAndNoGuarantee) {
 TEST(TariffRates, AGuaranteeOfNothingGetsAnInfiniteFactor) {
   // 100 / 1000 is truncated to 0; the other tariff oversubscribes the line.
   TariffSet tariffs = set_of(downloads("a", 100, 1000.0), downloads("b", 2'000'000));
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   EXPECT_EQ(download_of(tariffs, 0).aggregation, kInf);
   EXPECT_EQ(download_of(tariffs, 0).speed, 100);
   EXPECT_EQ(download_of(tariffs, 0).rateBps(), 0);
@@ -150,7 +154,7 @@ TEST(TariffRates, AGuaranteeOfNothingGetsAnInfiniteFactor) {
 
 TEST(TariffRates, AnInfiniteFactorIsKeptWhereTheGuaranteesFit) {
   TariffSet tariffs = set_of(downloads("a", 2'000'000, kInf));
-  const RateSummary summary = resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  const RateSummary summary = resolved(line(1'000'000), tariffs, kLink);
   EXPECT_EQ(summary.down_sum, 0);
   EXPECT_EQ(download_of(tariffs, 0).aggregation, kInf);
   EXPECT_EQ(download_of(tariffs, 0).speed, 1'000'000);
@@ -159,13 +163,13 @@ TEST(TariffRates, AnInfiniteFactorIsKeptWhereTheGuaranteesFit) {
 TEST(TariffRates, AFactorThatIsNoNumberLeavesTheOldOne) {
   // Limit 0: 1000 * 0 / 1000 = 0 and 0 / 0.
   TariffSet blocked = set_of(downloads("a", 1000, 2.0), downloads("b", 500));
-  resolve_tariff_rates(line(0), blocked, kLink);
+  resolved(line(0), blocked, kLink);
   EXPECT_EQ(download_of(blocked, 0).aggregation, 2.0);
   EXPECT_EQ(download_of(blocked, 0).speed, 0);
   EXPECT_EQ(download_of(blocked, 1).aggregation, 1.0);
   // A tariff of speed 0: 0 * L / S = 0 and 0 / 0.
   TariffSet tariffs = set_of(downloads("a", 0, 3.0), downloads("b", 2'000'000));
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 3.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, 0);
 }
@@ -173,17 +177,17 @@ TEST(TariffRates, AFactorThatIsNoNumberLeavesTheOldOne) {
 TEST(TariffRates, AWrappedSumLooksLikeNoOversubscription) {
   TariffSet tariffs =
       set_of(downloads("a", 5'000'000'000'000'000'000), downloads("b", 5'000'000'000'000'000'000));
-  resolve_tariff_rates(line(-2), tariffs, kLink);
+  resolved(line(-2), tariffs, kLink);
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 1.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, kLink);
 }
 
 TEST(TariffRates, TheDefaultTariffTakesItsShare) {
   TariffSet tariffs = set_of(downloads("a", 600'000));
-  resolve_tariff_rates(with_default(line(1'000'000), 600'000), tariffs, kLink);
+  resolved(with_default(line(1'000'000), 600'000), tariffs, kLink);
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 1.2);
   TariffSet alone = set_of(downloads("a", 600'000));
-  resolve_tariff_rates(line(1'000'000), alone, kLink);
+  resolved(line(1'000'000), alone, kLink);
   EXPECT_EQ(download_of(alone, 0).aggregation, 1.0);
 }
 
@@ -193,14 +197,14 @@ TEST(TariffRates, LeaveTariffsWithoutAddressesAndSpeedsNeverSetAlone) {
   no_address.upload.speed = -1;
   const TariffSettings unset = downloads("b", -2, 5.0);
   TariffSet tariffs = set_of(no_address, unset, downloads("c", 2'000'000));
-  resolve_tariff_rates(line(1'000'000), tariffs, kLink);
+  resolved(line(1'000'000), tariffs, kLink);
   EXPECT_TRUE(tariffs.tariffs()[0] == no_address);
   EXPECT_TRUE(tariffs.tariffs()[1] == unset);
 }
 
 TEST(TariffRates, WithAnEmptyGlobalSpeedFollowTheLimitOfMinusOne) {
   TariffSet tariffs = set_of(downloads("a", 1000));
-  resolve_tariff_rates(line(-1), tariffs, kLink);
+  resolved(line(-1), tariffs, kLink);
   // 1000 * -1 / 1000 = -1 and -1 / -1 = 1
   EXPECT_EQ(download_of(tariffs, 0).aggregation, 1.0);
   EXPECT_EQ(download_of(tariffs, 0).speed, -1);

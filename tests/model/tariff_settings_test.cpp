@@ -187,9 +187,32 @@ TEST(AddCIDR, RefusesWhatIsNoIPv4Address) {
   }
 }
 
+TEST(AddPrefix, StoresTheSubscribersBlock) {
+  TariffSettings t;
+  EXPECT_TRUE(t.addPrefix("2001:db8::1/64"));
+  EXPECT_TRUE(t.addPrefix("2001:db8::1"));
+  ASSERT_EQ(t.prefixes.size(), 2U);
+  EXPECT_EQ(to_text(t.prefixes[0]), "2001:db8::/64");
+  EXPECT_EQ(to_text(t.prefixes[1]), "2001:db8::1");
+  EXPECT_FALSE(t.addPrefix("10.0.0.1"));
+  EXPECT_FALSE(t.addPrefix("fe80::1"));
+  EXPECT_EQ(t.prefixes.size(), 2U);
+}
+
+TEST(TakesPart, WithPrefixesWhereTheyCountAlone) {
+  TariffSettings t;
+  t.download.speed = 1000;
+  EXPECT_FALSE(t.takes_part(Direction::download, true));
+  t.addPrefix("2001:db8::1");
+  EXPECT_TRUE(t.takes_part(Direction::download, true));
+  EXPECT_FALSE(t.takes_part(Direction::download));
+  EXPECT_FALSE(t.takes_part(Direction::upload, true));
+}
+
 TariffSettings full_tariff() {
   TariffSettings t = tariff("a", 9);
   t.addCIDR("10.0.0.1/32");
+  t.addPrefix("2001:db8::/64");
   t.setAggregation("4");
   t.setQDisc("sfq");
   t.download.setSpeed("1000");
@@ -209,6 +232,7 @@ TEST(TariffSettings, ClearTakesEverythingBack) {
   EXPECT_EQ(t.name, "");
   EXPECT_THAT(t.addresses, IsEmpty());
   EXPECT_THAT(t.address_texts, IsEmpty());
+  EXPECT_THAT(t.prefixes, IsEmpty());
   expect_qdisc(t, 0, "none");
   expect_id(t, 0);
   EXPECT_TRUE(t.download.download());
@@ -233,6 +257,9 @@ TEST(TariffSettings, DifferInEveryOtherField) {
       [](TariffSettings& t) { t.addresses[0] = 1; },
       [](TariffSettings& t) { t.addCIDR("10.0.0.2"); },
       [](TariffSettings& t) { t.addresses.clear(); },
+      [](TariffSettings& t) { t.prefixes[0].length = 65; },
+      [](TariffSettings& t) { t.addPrefix("2001:db8::1"); },
+      [](TariffSettings& t) { t.prefixes.clear(); },
       [](TariffSettings& t) { t.qdisc = 1; },
       [](TariffSettings& t) { t.download.speed = 0; },
       [](TariffSettings& t) { t.upload.burst_size = 0; },
