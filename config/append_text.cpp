@@ -9,15 +9,13 @@
 namespace quenby {
 namespace {
 
-constexpr mode_t kNewFile = 0666;
-
 // Not waiting for the other end keeps a pipe at the path from holding the run up.
 constexpr int kFlags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
 
 int open_to_append(const std::string& path, bool& made) {
   const int file = open(path.c_str(), kFlags);
   made = file < 0 && errno == ENOENT;
-  return made ? open(path.c_str(), kFlags | O_CREAT, kNewFile) : file;
+  return made ? open(path.c_str(), kFlags | O_CREAT, kNewFileMode) : file;
 }
 
 // Whether what is appended would join the last line. False with `known` false when that cannot be

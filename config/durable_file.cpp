@@ -12,12 +12,11 @@ namespace quenby {
 namespace {
 
 constexpr mode_t kPermissions = 07777;
-constexpr mode_t kNewFile = 0666;
 
 mode_t new_file_mode() {
   const mode_t mask = umask(0);
   umask(mask);
-  return kNewFile & ~mask;
+  return kNewFileMode & ~mask;
 }
 
 // The owner and mode that a file in the place of `target` is to have.

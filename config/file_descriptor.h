@@ -1,8 +1,13 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <unistd.h>
 
 namespace quenby {
+
+/// What a file that is made may be used for by whom, before the umask.
+inline constexpr mode_t kNewFileMode = 0666;
 
 /// Owner of an open file, which is closed with it. Below 0: there is none, it could not be opened.
 class FileDescriptor {

@@ -5,6 +5,7 @@
 namespace quenby {
 
 inline constexpr const char* kConfigDirectory = "/config/tc";
+inline constexpr const char* kTemporaryDirectory = "/tmp";
 inline const std::string kGlobalName = "/tc_global.ini";
 inline const std::string kTariffName = "/tc_tariff.ini";
 inline const std::string kGlobalFile = kConfigDirectory + kGlobalName;

@@ -1,9 +1,11 @@
 #include "config/read_config.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <limits>
 
-#include "config/paths.h"
 #include "config/system_config.h"
+#include "model/class_numbers.h"
 #include "model/stored_form.h"
 
 namespace quenby {
@@ -26,7 +28,9 @@ template <typename Source>
 std::optional<ParseError> storing_error(const Source& source, const TariffSet& tariffs) {
   const TariffSettings* const tariff = find_unstorable(tariffs);
   if (tariff == nullptr) return {};
-  return section_error(source, tariff->name, "has a burst size above 2147483647");
+  return section_error(
+      source, tariff->name,
+      "has a burst size above " + std::to_string(std::numeric_limits<std::int32_t>::max()));
 }
 
 // Needs the set ordered by name.
@@ -42,7 +46,10 @@ std::optional<ParseError> name_error(const Source& source, const TariffSet& tari
 
 std::optional<ParseError> numbering_error(const std::string& path, TariffConfig& tariffs) {
   if (tariffs.refillIDs()) return {};
-  return ParseError{path, {}, "too many sections: the last class number of a tariff is 15999"};
+  return ParseError{
+      path,
+      {},
+      "too many sections: the last class number of a tariff is " + std::to_string(kMaxTariffId)};
 }
 
 // What `--load` has against stored tariffs that were read, which it may have to renumber.
@@ -67,14 +74,14 @@ std::optional<ParseError> named_error(const Source& source, TariffSet& tariffs) 
 
 }  // namespace
 
-StoredFile read_stored(GlobalSet& global) {
-  if (GlobalSystemConfig::missing()) return {};
-  return {true, GlobalSystemConfig().read_ini(global)};
+StoredFile read_stored(GlobalSet& global, const std::string& folder) {
+  if (GlobalSystemConfig::missing(folder)) return {};
+  return {true, GlobalSystemConfig(folder).read_ini(global)};
 }
 
-StoredFile read_stored(TariffConfig& tariffs) {
-  if (TariffSystemConfig::missing()) return {};
-  StoredFile file{true, TariffSystemConfig().read_ini(tariffs)};
+StoredFile read_stored(TariffConfig& tariffs, const std::string& folder) {
+  if (TariffSystemConfig::missing(folder)) return {};
+  StoredFile file{true, TariffSystemConfig(folder).read_ini(tariffs)};
   tariffs.sort();
   return file;
 }
@@ -89,11 +96,13 @@ std::optional<ParseError> round_for_save(TariffConfig& tariffs) {
   return {};
 }
 
-std::optional<ParseError> check_stored(GlobalSet& global) { return read_stored(global).error; }
+std::optional<ParseError> check_stored(GlobalSet& global, const std::string& folder) {
+  return read_stored(global, folder).error;
+}
 
-std::optional<ParseError> check_stored(TariffConfig& tariffs) {
-  if (auto error = read_stored(tariffs).error) return error;
-  return stored_error(TariffSystemConfig(), tariffs);
+std::optional<ParseError> check_stored(TariffConfig& tariffs, const std::string& folder) {
+  if (auto error = read_stored(tariffs, folder).error) return error;
+  return stored_error(TariffSystemConfig(folder), tariffs);
 }
 
 std::optional<ParseError> check_stored(const IniText& text, TariffConfig& tariffs,

@@ -5,6 +5,7 @@
 
 #include "config/ini_text.h"
 #include "config/parse_error.h"
+#include "config/paths.h"
 #include "model/global_set.h"
 #include "model/tariff_config.h"
 
@@ -19,9 +20,9 @@ struct StoredFile {
   std::optional<ParseError> error;
 };
 
-StoredFile read_stored(GlobalSet& global);
+StoredFile read_stored(GlobalSet& global, const std::string& folder = kConfigDirectory);
 /// Orders the tariffs by name.
-StoredFile read_stored(TariffConfig& tariffs);
+StoredFile read_stored(TariffConfig& tariffs, const std::string& folder = kConfigDirectory);
 
 /// Renumbers the stored tariffs; an error when there are too many.
 std::optional<ParseError> refill_numbers(TariffConfig& tariffs);
@@ -32,8 +33,10 @@ std::optional<ParseError> round_for_save(TariffConfig& tariffs);
 
 /// Reads both stored files as `--load` does, but saves nothing: an error when it would refuse
 /// the file, or its tariffs when it has to renumber them.
-std::optional<ParseError> check_stored(GlobalSet& global);
-std::optional<ParseError> check_stored(TariffConfig& tariffs);
+std::optional<ParseError> check_stored(GlobalSet& global,
+                                       const std::string& folder = kConfigDirectory);
+std::optional<ParseError> check_stored(TariffConfig& tariffs,
+                                       const std::string& folder = kConfigDirectory);
 
 /// The same for the tariffs of a file that is in memory. `outline` as for `IniText`.
 std::optional<ParseError> check_stored(const IniText& text, TariffConfig& tariffs,

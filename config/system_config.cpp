@@ -11,7 +11,7 @@ namespace {
 
 namespace fs = boost::filesystem;
 
-constexpr const char* kTemporaryPattern = "/tmp/kavo-qos-shaper-%%%%";
+constexpr const char* kTemporaryName = "/kavo-qos-shaper-%%%%";
 
 bool present(const std::string& path) {
   boost::system::error_code error;
@@ -61,8 +61,8 @@ void GlobalSystemConfig::remove(const std::string& folder) { remove_or_exit(fold
 
 void GlobalSystemConfig::cfgSave(const GlobalSet& set) { TariffIniFile::cfgSave(set); }
 
-TariffSystemConfig::TariffSystemConfig(const std::string& folder)
-    : TariffIniFile(folder + kTariffName, false, folder) {}
+TariffSystemConfig::TariffSystemConfig(const std::string& folder, const std::string& temporary)
+    : TariffIniFile(folder + kTariffName, false, folder), temporary_(temporary) {}
 
 bool TariffSystemConfig::exists(const std::string& folder) { return present(folder + kTariffName); }
 
@@ -94,7 +94,7 @@ void TariffSystemConfig::addSave(const TariffSet& set) {
 void TariffSystemConfig::delSave(const TariffSet& set) {
   bool copied = false;
   try {
-    const TemporaryFile temporary = TemporaryFile::create(kTemporaryPattern);
+    const TemporaryFile temporary = TemporaryFile::create(temporary_ + kTemporaryName);
     copied = modify_ini(set, temporary.path());
     if (copied && fs::file_size(temporary.path()) == 0) {
       remove_file(path());

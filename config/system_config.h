@@ -32,7 +32,9 @@ class GlobalSystemConfig : public TariffIniFile {
 /// The stored tariff file. Every save ends the process through `_error` when it fails.
 class TariffSystemConfig : public TariffIniFile {
  public:
-  explicit TariffSystemConfig(const std::string& folder = kConfigDirectory);
+  /// The copy that a deletion makes passes through the folder `temporary`.
+  explicit TariffSystemConfig(const std::string& folder = kConfigDirectory,
+                              const std::string& temporary = kTemporaryDirectory);
 
   static bool exists(const std::string& folder = kConfigDirectory);
   static bool missing(const std::string& folder = kConfigDirectory);
@@ -48,6 +50,9 @@ class TariffSystemConfig : public TariffIniFile {
 
   /// Removes the sections named in `set`, and the file with the last of them. Needs `set` sorted.
   void delSave(const TariffSet& set);
+
+ private:
+  std::string temporary_;
 };
 
 }  // namespace quenby

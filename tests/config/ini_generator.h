@@ -7,9 +7,10 @@
 namespace quenby::test {
 
 inline const std::string kSeedText =
-    "[gold]\nid=4\nip=10.0.0.1/24\naggregation=2.5\ndownload_speed=10000\n"
+    "[gold]\nid=4\nip=10.0.0.1/24\nip6=2001:db8::7/64\naggregation=2.5\ndownload_speed=10000\n"
     "download_burst_rate=20000\ndownload_burst_size=15000\nqueuing_discipline=sfq\n"
-    "[global]\nenabled=true\nwan=eth1\nupload_speed=5\n[defaultqosipqueue]\nupload_speed=1e9\n";
+    "[global]\nenabled=true\nipv6=true\nwan=eth1\nupload_speed=5\n[defaultqosipqueue]\nupload_"
+    "speed=1e9\n";
 
 inline const char* const kTokens[] = {"[",
                                       "]",
@@ -23,6 +24,9 @@ inline const char* const kTokens[] = {"[",
                                       "0x",
                                       "id=",
                                       "ip=",
+                                      "ip6=",
+                                      "2001:db8::/",
+                                      "ipv6=",
                                       "[a]",
                                       "/",
                                       "99999999999999999999",

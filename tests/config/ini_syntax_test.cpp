@@ -51,7 +51,7 @@ TEST_F(IniSyntax, TheLastLineNeedsNoLineEnd) {
   EXPECT_THAT(ids(set), ElementsAre(7));
 }
 
-TEST_F(IniSyntax, TextBehindAHeaderIsIgnored) {
+TEST_F(IniSyntax, TextAfterAHeaderIsIgnored) {
   TariffSet set;
   EXPECT_TRUE(parse("[a] id=9 [b]\nid=7\n", set));
   EXPECT_THAT(names(set), ElementsAre("a"));
@@ -77,7 +77,7 @@ TEST_F(IniSyntax, NamesAndValuesKeepTheirCase) {
   EXPECT_FALSE(parse("[defaultQoSIPQueue]\n", global));
 }
 
-TEST_F(IniSyntax, TheValueStartsBehindTheFirstEqualsSign) {
+TEST_F(IniSyntax, TheValueStartsAfterTheFirstEqualsSign) {
   GlobalSet set;
   EXPECT_TRUE(parse("[global]\nwan== a=b \n", set));
   EXPECT_EQ(set.global.wan, "= a=b");
@@ -122,7 +122,7 @@ TEST_F(IniSyntax, AKeyAboveTheFirstHeaderIsAFailure) {
   EXPECT_TRUE(global.global.enabled);
 }
 
-TEST_F(IniSyntax, ASecondPieceStartsBehind4095Characters) {
+TEST_F(IniSyntax, ASecondPieceStartsAfter4095Characters) {
   const std::string line = "ip=10.0.0.1";
   TariffSet set;
   EXPECT_TRUE(parse("[a]\n" + line + std::string(4095 - line.size(), ' ') + "id=7\n", set));

@@ -14,7 +14,7 @@ TEST(TrimLeft, SkipsWhiteSpace) {
   EXPECT_STREQ(TariffIniFile::trim_left(blank.data()), "");
 }
 
-TEST(TrimRight, EndsTheTextBehindTheLastCharacter) {
+TEST(TrimRight, EndsTheTextAfterTheLastCharacter) {
   std::string text = " a b \r\n";
   EXPECT_STREQ(TariffIniFile::trim_right(text.data()), " a b");
   std::string blank = " \t ";

@@ -1,13 +1,10 @@
 #include "config/read_config.h"
 
-#include "tests/config/sandbox.h"
+#include "tests/config/stored_files.h"
 
 // What is refused in the stored files, and in named ones as a whole.
 namespace quenby {
 namespace {
-
-using test::kGlobal;
-using test::kTariffs;
 
 std::string text_of(const std::optional<ParseError>& error) {
   return error ? error->text() : "accepted";
@@ -15,22 +12,23 @@ std::string text_of(const std::optional<ParseError>& error) {
 
 class ReadConfig : public test::StoredFiles {
  protected:
-  static std::string check_tariffs() {
+  std::string named() const { return file("named.ini"); }
+  std::string check_tariffs() const {
     TariffConfig tariffs;
-    return text_of(check_stored(tariffs));
+    return text_of(check_stored(tariffs, folder()));
   }
-  static std::string check_global() {
+  std::string check_global() const {
     GlobalSet global;
-    return text_of(check_stored(global));
+    return text_of(check_stored(global, folder()));
   }
-  static std::string check_tariffs(const std::string& text) {
+  std::string check_tariffs(const std::string& text) const {
     store(text);
     return check_tariffs();
   }
-  static std::string check_named(const std::string& text) {
-    test::write_file("/tmp/named.ini", text);
+  std::string check_named(const std::string& text) const {
+    test::write_file(named(), text);
     TariffSet tariffs;
-    return text_of(read_named("/tmp/named.ini", tariffs));
+    return text_of(read_named(named(), tariffs));
   }
 };
 
@@ -45,35 +43,35 @@ TEST_F(ReadConfig, FilesThatAreMissingAreAccepted) {
   EXPECT_EQ(check_global(), "accepted");
   EXPECT_EQ(check_tariffs(), "accepted");
   GlobalSet global;
-  EXPECT_FALSE(read_stored(global).present);
+  EXPECT_FALSE(read_stored(global, folder()).present);
   TariffConfig tariffs;
-  EXPECT_FALSE(read_stored(tariffs).present);
+  EXPECT_FALSE(read_stored(tariffs, folder()).present);
 }
 
 TEST_F(ReadConfig, FilesThatArePresentAreReadAndOrdered) {
   store("[b]\nid=4\n[a]\nid=5\n");
-  test::write_file(kGlobal, "[global]\nwan=eth1\n");
+  test::write_file(global_file(), "[global]\nwan=eth1\n");
   GlobalSet global;
-  EXPECT_TRUE(read_stored(global).present);
+  EXPECT_TRUE(read_stored(global, folder()).present);
   EXPECT_EQ(global.global.wan, "eth1");
   TariffConfig tariffs;
-  EXPECT_TRUE(read_stored(tariffs).present);
+  EXPECT_TRUE(read_stored(tariffs, folder()).present);
   EXPECT_EQ(test::names(tariffs), (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(check_global() + check_tariffs(), "acceptedaccepted");
 }
 
 TEST_F(ReadConfig, EachFileIsRefusedWithItsPathAndPlace) {
   store("[a]\n");
-  test::write_file(kGlobal, "[global]\nhello\n");
-  EXPECT_EQ(check_tariffs(), "/config/tc/tc_tariff.ini:1:2: section \"a\" has no id");
-  EXPECT_EQ(check_global(), "/config/tc/tc_global.ini:2:1: no \"=\" in this line");
+  test::write_file(global_file(), "[global]\nhello\n");
+  EXPECT_EQ(check_tariffs(), tariff_file() + ":1:2: section \"a\" has no id");
+  EXPECT_EQ(check_global(), global_file() + ":2:1: no \"=\" in this line");
 }
 
 TEST_F(ReadConfig, ADirectoryIsRefusedAsAWhole) {
-  std::filesystem::create_directories(kTariffs);
-  std::filesystem::create_directories(kGlobal);
-  EXPECT_EQ(check_tariffs(), "/config/tc/tc_tariff.ini: is a directory");
-  EXPECT_EQ(check_global(), "/config/tc/tc_global.ini: is a directory");
+  std::filesystem::create_directories(tariff_file());
+  std::filesystem::create_directories(global_file());
+  EXPECT_EQ(check_tariffs(), tariff_file() + ": is a directory");
+  EXPECT_EQ(check_global(), global_file() + ": is a directory");
 }
 
 TEST_F(ReadConfig, NumbersThatDoNotFitAreNoErrorWhileNewOnesDo) {
@@ -81,42 +79,44 @@ TEST_F(ReadConfig, NumbersThatDoNotFitAreNoErrorWhileNewOnesDo) {
   EXPECT_EQ(check_tariffs(sections(15'996, 4)), "accepted");
   EXPECT_EQ(check_tariffs(sections(1, 15'999)), "accepted");
   EXPECT_EQ(check_tariffs(sections(15'997, 3)),
-            "/config/tc/tc_tariff.ini: too many sections: the last class number of a tariff is "
-            "15999");
+            tariff_file() +
+                ": too many sections: the last class number of a tariff is "
+                "15999");
 }
 
 TEST_F(ReadConfig, ABurstSizeIsAnErrorOnlyWhereItHasToBeSaved) {
   const std::string large = "\nupload_burst_size=3000000000\n";
   EXPECT_EQ(check_tariffs("[b]\nid=4\n[a]\nid=5" + large), "accepted");
   EXPECT_EQ(check_tariffs("[b]\nid=5\n[a]\nid=5" + large),
-            "/config/tc/tc_tariff.ini:3:2: section \"a\" has a burst size above 2147483647");
+            tariff_file() + ":3:2: section \"a\" has a burst size above 2147483647");
 }
 
 TEST_F(ReadConfig, NothingIsSaved) {
   const std::string text = "[b]\nid=1\ndownload_speed=1.5\n\n[a]\nid=1\n";
   EXPECT_EQ(check_tariffs(text), "accepted");
-  EXPECT_EQ(test::read_file(kTariffs), text);
+  EXPECT_EQ(stored(), text);
 }
 
 TEST_F(ReadConfig, ANamedTariffFileIsRefusedForWhatItHoldsAltogether) {
   EXPECT_EQ(check_named("[a]\n[b]\n"), "accepted");
-  EXPECT_EQ(check_named("[a]\n[b]\n [a]\n"),
-            "/tmp/named.ini:3:3: section \"a\" is in the file "
-            "twice");
+  EXPECT_EQ(check_named("[a]\n[b]\n [a]\n"), named() +
+                                                 ":3:3: section \"a\" is in the file "
+                                                 "twice");
   EXPECT_EQ(check_named("[a]\n[b]\ndownload_burst_size=2147483648\n"),
-            "/tmp/named.ini:2:2: section \"b\" has a burst size above 2147483647");
-  EXPECT_EQ(check_named("[a]\nx=1\n"), "/tmp/named.ini:2:1: unknown key \"x\" in this section");
+            named() + ":2:2: section \"b\" has a burst size above 2147483647");
+  EXPECT_EQ(check_named("[a]\nx=1\n"), named() + ":2:1: unknown key \"x\" in this section");
 }
 
 TEST_F(ReadConfig, ANamedGlobalFileIsRoundedToItsStoredForm) {
-  test::write_file("/tmp/named.ini", "[global]\ndownload_speed=1.5\n");
+  test::write_file(named(), "[global]\ndownload_speed=1.5\n");
   GlobalSet global;
-  EXPECT_EQ(text_of(read_named("/tmp/named.ini", global)), "accepted");
+  EXPECT_EQ(text_of(read_named(named(), global)), "accepted");
   EXPECT_EQ(global.global.download.speed, 125);
-  test::write_file("/tmp/named.ini", "[gold]\n");
-  EXPECT_EQ(text_of(read_named("/tmp/named.ini", global)),
-            "/tmp/named.ini:1:2: unknown section \"gold\": only [global] and [defaultqosipqueue] "
-            "are allowed here");
+  test::write_file(named(), "[gold]\n");
+  EXPECT_EQ(text_of(read_named(named(), global)),
+            named() +
+                ":1:2: unknown section \"gold\": only [global] and [defaultqosipqueue] "
+                "are allowed here");
 }
 
 }  // namespace
