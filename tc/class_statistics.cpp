@@ -8,9 +8,6 @@
 namespace quenby {
 namespace {
 
-// On the IMQ device the upload classes have this bit of the minor set.
-constexpr std::uint32_t kUploadBit = 0x8000;
-
 constexpr std::array<rtnl_tc_stat, 6> kCounters = {
     RTNL_TC_PACKETS,  RTNL_TC_BYTES, RTNL_TC_RATE_BPS,
     RTNL_TC_RATE_PPS, RTNL_TC_DROPS, RTNL_TC_OVERLIMITS,
@@ -35,9 +32,9 @@ std::string imq_class_name(std::uint32_t handle, std::uint32_t parent, const Tar
   if (TC_H_MAJ(handle) != kHtbHandle) return "";
   const unsigned minor = TC_H_MIN(handle);
   if (minor == kDefaultClass) return DefaultSettings::printName();
-  if ((parent & ~kUploadBit) != class_handle(kRootClass)) return "";
-  if (minor <= kUploadBit) return "download " + class_name(minor, cfg);
-  return "upload " + class_name(minor - kUploadBit, cfg);
+  if ((parent & ~kUploadClassOffset) != class_handle(kRootClass)) return "";
+  if (minor <= kUploadClassOffset) return "download " + class_name(minor, cfg);
+  return "upload " + class_name(minor - kUploadClassOffset, cfg);
 }
 
 void print_class(std::ostream& out, const std::string& name, rtnl_class* object) {

@@ -1,5 +1,7 @@
 #include "tc/classes.h"
 
+#include <linux/netlink.h>
+#include <netlink/route/class.h>
 #include <netlink/route/qdisc/htb.h>
 
 #include "cli/error.h"
@@ -21,26 +23,30 @@ ClassPtr new_class(const Device& device, const HtbClass& values) {
   return object;
 }
 
-void send_class(const Device& device, const HtbClass& values, int flags) {
-  const std::string what = number_of(values) + " cls";
-  const ClassPtr object = new_class(device, values);
-  rtnl_class* const cls = object.get();
-  device.chk_nl_error("set ceil " + what, rtnl_htb_set_ceil(cls, values.ceil));
-  device.chk_nl_error("set cburst " + what, rtnl_htb_set_cbuffer(cls, values.cburst));
-  device.chk_nl_error("set rate " + what, rtnl_htb_set_rate(cls, values.rate));
-  device.chk_nl_error("set burst " + what, rtnl_htb_set_rbuffer(cls, values.burst));
-  device.chk_nl_error("set quantum " + what, rtnl_htb_set_quantum(cls, values.quantum));
-  device.chk_nl_error("add " + what, rtnl_class_add(device.sock, cls, flags));
-}
+// What a message says of a class, in the order in which it is set.
+struct Parameter {
+  const char* name;
+  int (*set)(rtnl_class*, std::uint32_t);
+  std::uint32_t HtbClass::*value;
+};
+constexpr Parameter kParameters[] = {
+    {"ceil", rtnl_htb_set_ceil, &HtbClass::ceil},
+    {"cburst", rtnl_htb_set_cbuffer, &HtbClass::cburst},
+    {"rate", rtnl_htb_set_rate, &HtbClass::rate},
+    {"burst", rtnl_htb_set_rbuffer, &HtbClass::burst},
+    {"quantum", rtnl_htb_set_quantum, &HtbClass::quantum},
+};
 
 }  // namespace
 
-void add_class(const Device& device, const HtbClass& values) {
-  send_class(device, values, NLM_F_CREATE);
-}
-
-void replace_class(const Device& device, const HtbClass& values) {
-  send_class(device, values, NLM_F_REPLACE);
+void add_class(const Device& device, const HtbClass& values, int flags) {
+  const ClassPtr object = new_class(device, values);
+  for (const Parameter& p : kParameters) {
+    device.chk_nl_error("set " + std::string(p.name) + " " + number_of(values) + " cls",
+                        p.set(object.get(), values.*p.value));
+  }
+  device.chk_nl_error("add " + number_of(values) + " cls",
+                      rtnl_class_add(device.sock, object.get(), flags));
 }
 
 void delete_class(const Device& device, const HtbClass& values) {
@@ -48,6 +54,18 @@ void delete_class(const Device& device, const HtbClass& values) {
   const ClassPtr object = new_class(device, values);
   const int result = rtnl_class_delete(device.sock, object.get());
   device.chk_deleted("delete " + number_of(values) + " cls", result);
+}
+
+MsgPtr class_request(const Device& device, const HtbClass& values) {
+  const ClassPtr object = new_class(device, values);
+  for (const Parameter& p : kParameters) {
+    device.chk_nl_error("set " + std::string(p.name) + " " + number_of(values) + " cls",
+                        p.set(object.get(), values.*p.value));
+  }
+  nl_msg* request = nullptr;
+  device.chk_nl_error("add " + number_of(values) + " cls",
+                      rtnl_class_build_add_request(object.get(), NLM_F_CREATE, &request));
+  return MsgPtr(request);
 }
 
 bool class_stands(const Device& device, const HtbClass& values) {

@@ -37,9 +37,10 @@ class Waiting {
   std::unordered_map<std::uint32_t, std::size_t> places_;
 };
 
+// Its rates do not matter any more.
 RemovedBranch removed_branch(const Side& side, const TariffDirSettings& t,
                              const U32Inventory& standing) {
-  ClassBranch branch = tariff_branch(side, t);
+  ClassBranch branch = tariff_branch(side, as_given(t));
   return {branch.htb, branch.leaf, standing.of_class(branch.htb.handle)};
 }
 
@@ -53,20 +54,20 @@ std::optional<RemovedBranch> left_over(const ClassBranch& branch, const U32Inven
 
 }  // namespace
 
-DeviceChange branch_changes(const Side& side, const GlobalSettings& line, bool has_tree,
+DeviceChange branch_changes(const Side& side, const ResolvedLine& line, bool has_tree,
                             const TariffDifference& tariffs, const U32Inventory& standing) {
   DeviceChange change;
   if (!side.by_mark() && !has_tree) return change;
   std::vector<ClassBranch> created;
-  if (has_tree && line.direction(side.way).speed != 0) {
+  if (has_tree && !line.blocked()) {
     AddressTree known(side.scheme);
     for (const std::uint32_t handle : standing.handles()) known.note(handle);
     if (!side.by_mark() && !known.has_base()) change.base = address_base(side, line, tariffs.added);
-    created = tariff_branches(side, line, tariffs.added, known);
+    created = tariff_branches(side, {line, tariffs.added}, known);
   }
   Waiting waiting(std::move(created));
   for (const TariffSettings& tariff : tariffs.removed.tariffs()) {
-    if (!tariffs.remove || tariff.addresses.empty()) continue;
+    if (!tariffs.remove || !tariff.has_address(line.ipv6)) continue;
     RemovedBranch gone = removed_branch(side, tariff.direction(side.way), standing);
     std::optional<ClassBranch> next = waiting.take(gone.htb.handle);
     change.branches.push_back({std::move(gone), std::move(next)});
@@ -86,13 +87,12 @@ bool path_changes(bool any_added, bool any_removed, std::int64_t configured, std
 
 DeviceChange device_change(const Side& side, const LineChange& line, bool has_tree,
                            const TariffDifference& tariffs, const U32Inventory& standing) {
-  DeviceChange change = branch_changes(side, line.settings, has_tree, tariffs, standing);
+  DeviceChange change = branch_changes(side, line.next, has_tree, tariffs, standing);
   if (!has_tree) return change;
-  const GlobalDirSettings& next = line.settings.direction(side.way);
-  change.root = root_class(side.scheme, next, line.burst);
+  change.root = root_class(side.scheme, line.next.speed, line.burst);
   if (path_changes(!tariffs.added.empty(), !tariffs.removed.empty(), line.configured, line.previous,
-                   next.speed))
-    change.path = mark_path(side, line.settings, true);
+                   line.next.speed))
+    change.path = mark_path(side, line.next, true);
   return change;
 }
 

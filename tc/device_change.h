@@ -34,18 +34,18 @@ struct DeviceChange {
   std::optional<MarkPath> path;
 };
 
-/// The tariffs that go and come. `added` are resolved; `removed` as the kernel has them, of which
-/// nothing goes without `remove`.
+/// The tariffs that go, as they were stored, and what comes in one direction. Nothing goes without
+/// `remove`.
 struct TariffDifference {
   const TariffSet& removed;
-  const TariffSet& added;
+  std::vector<ResolvedTariff> added;
   bool remove = true;
 };
 
-/// Base and branches of a change. `line` is resolved; `standing` are the filters that the device
-/// has. `has_tree` is false where there is no device to make a wanted tree on: a device that
-/// classifies by mark then loses branches all the same.
-DeviceChange branch_changes(const Side& side, const GlobalSettings& line, bool has_tree,
+/// Base and branches of a change. `standing` are the filters that the device has. `has_tree` is
+/// false where there is no device to make a wanted tree on: a device that classifies by mark then
+/// loses branches all the same.
+DeviceChange branch_changes(const Side& side, const ResolvedLine& line, bool has_tree,
                             const TariffDifference& tariffs, const U32Inventory& standing);
 
 /// Whether how packets come to a direction's classes has to be remade after a change.
@@ -57,7 +57,7 @@ bool path_changes(bool any_added, bool any_removed, std::int64_t configured, std
 /// The line before and after a change of tariffs. Speeds in bytes per second.
 struct LineChange {
   /// Resolved for the tariffs after the change.
-  const GlobalSettings& settings;
+  const ResolvedLine& next;
   /// The direction's speed as it was resolved for those before it.
   std::int64_t previous = 0;
   /// The direction's speed as configured.

@@ -1,7 +1,5 @@
 #include "tc/device_tree.h"
 
-#include <algorithm>
-
 #include "tc/redirection.h"
 
 namespace quenby {
@@ -13,56 +11,58 @@ bool has_default_class(const GlobalSet& configured, Direction way) {
   return configured.has_global && speed != kNeverSet && speed != 0;
 }
 
-ClassBranch default_branch(const Side& side, unsigned number, const BandwidthSettings& def,
-                           std::int64_t rate) {
-  return {default_class(side.scheme, number, def.speed, rate),
+ClassBranch default_branch(const Side& side, unsigned number, const ClassRates& rates) {
+  return {htb_class(class_minor(side.scheme, number), class_minor(side.scheme, kRootClass), rates),
           {},
-          default_leaf(side.scheme, number, def)};
+          default_leaf(side.scheme, number, rates.ceiling)};
 }
 
-ClassBranch root_branch(const Side& side, const ResolvedSettings& s) {
-  const GlobalDirSettings& line = s.line.global.direction(side.way);
-  return {root_class(side.scheme, line, s.root_burst(side.way)), {}, {}};
+// It has no guarantee of its own.
+ClassBranch unmarked_branch(const Side& side, std::int64_t speed) {
+  return default_branch(side, kDefaultClass, {speed, 0, 0});
+}
+
+ClassBranch root_branch(const Side& side, const ResolvedDirection& d) {
+  return {root_class(side.scheme, d.line.speed, largest_burst(d.tariffs)), {}, {}};
 }
 
 std::vector<ClassBranch> mark_line(const Side& side, const ResolvedSettings& s) {
-  std::vector<ClassBranch> line = {root_branch(side, s)};
+  const ResolvedDirection& resolved = s.direction(side.way);
+  std::vector<ClassBranch> line = {root_branch(side, resolved)};
   if (has_default_class(s.configured, side.way))
-    line.push_back(default_branch(side, kDefaultClass, s.configured.global.direction(side.way), 0));
-  const DefaultDirSettings& def = s.line.defaults.direction(side.way);
-  if (s.line.has_default_tariff(side.way))
-    line.push_back(default_branch(side, kDefaultTariffClass, def, def.rateBps()));
+    line.push_back(unmarked_branch(side, s.configured.global.direction(side.way).speed));
+  if (resolved.line.default_tariff)
+    line.push_back(default_branch(side, kDefaultTariffClass, *resolved.line.default_tariff));
   return line;
 }
 
 // The default class takes the default tariff's place, in the download direction alone.
-std::vector<ClassBranch> imq_line(const Side& side, const ResolvedSettings& s) {
-  if (!wants_tree(side, s.line.global)) return {};
-  std::vector<ClassBranch> line = {root_branch(side, s)};
-  const DefaultDirSettings& def = s.line.defaults.direction(side.way);
-  if (side.way == Direction::download && def.speed != kNeverSet)
-    line.push_back(default_branch(side, kDefaultClass, def, 0));
+std::vector<ClassBranch> imq_line(const Side& side, const ResolvedDirection& d) {
+  if (!wants_tree(side, d.line)) return {};
+  std::vector<ClassBranch> line = {root_branch(side, d)};
+  if (side.way == Direction::download && d.line.default_tariff)
+    line.push_back(unmarked_branch(side, d.line.default_tariff->ceiling));
   return line;
 }
 
 void add_mark_tree(const Side& side, const ResolvedSettings& s, DeviceTree& tree) {
+  const ResolvedLine& line = s.direction(side.way).line;
   const bool upload = side.way == Direction::upload;
   if (upload) tree.ingress = ingress_qdisc();
-  if (!wants_tree(side, s.line.global)) {
-    const GlobalDirSettings& line = s.line.global.direction(side.way);
-    if (upload && line.speed == 0) tree.root = plain_root(line);
+  if (!wants_tree(side, line)) {
+    if (upload && line.blocked()) tree.root = plain_root(line.speed);
+    if (tree.root && line.ipv6) tree.root = plain_root_for_discovery(line.speed);
     return;
   }
   tree.root = htb_root(has_default_class(s.configured, side.way));
   tree.line = mark_line(side, s);
-  tree.path = mark_path(side, s.line.global, s.line.has_default || !s.tariffs.empty());
+  tree.path = mark_path(side, line, s.configured.has_default || !s.tariffs.empty());
 }
 
-void add_imq_tree(const Side& side, const ResolvedSettings& s, DeviceTree& tree) {
-  if (side.way == Direction::upload)
-    tree.root = htb_root(s.line.defaults.upload.speed != kNeverSet);
-  tree.line = imq_line(side, s);
-  tree.base = address_base(side, s.line.global, s.tariffs);
+void add_imq_tree(const Side& side, const ResolvedDirection& d, DeviceTree& tree) {
+  if (side.way == Direction::upload) tree.root = htb_root(d.line.default_tariff.has_value());
+  tree.line = imq_line(side, d);
+  tree.base = address_base(side, d.line, d.tariffs);
 }
 
 }  // namespace
@@ -74,65 +74,63 @@ Side imq_side(Direction way) {
 }
 
 DeviceTree device_tree(const Side& side, const ResolvedSettings& settings) {
+  const ResolvedDirection& direction = settings.direction(side.way);
   DeviceTree tree;
   if (side.by_mark()) {
     add_mark_tree(side, settings, tree);
   } else {
-    add_imq_tree(side, settings, tree);
+    add_imq_tree(side, direction, tree);
   }
   AddressTree known(side.scheme);
-  tree.tariffs = tariff_branches(side, settings.line.global, settings.tariffs, known);
+  tree.tariffs = tariff_branches(side, direction, known);
   return tree;
 }
 
-bool wants_tree(const Side& side, const GlobalSettings& g) {
-  const std::int64_t speed = g.direction(side.way).speed;
-  return speed != kNeverSet && (speed != 0 || !side.by_mark());
+bool wants_tree(const Side& side, const ResolvedLine& line) {
+  return line.speed != kNeverSet && (!line.blocked() || !side.by_mark());
 }
 
-MarkPath mark_path(const Side& side, const GlobalSettings& g, bool marked) {
+MarkPath mark_path(const Side& side, const ResolvedLine& line, bool marked) {
   MarkPath path;
   const bool fed = side.way == Direction::download;
-  if (fed) path.feeder = g.wan;
-  if (!wants_tree(side, g)) return path;
+  if (fed) path.feeder = line.wan;
+  if (!wants_tree(side, line)) return path;
   path.classifier = marked;
-  if (fed) path.feed = redirect_command(g.wan, marked);
+  path.ipv6 = line.ipv6;
+  if (fed) path.feed = redirect_command(line.wan, marked);
+  if (fed && line.ipv6) path.ip6_feed = ip6_redirect_commands(line.wan, marked);
   return path;
 }
 
-std::optional<AddressBase> address_base(const Side& side, const GlobalSettings& g,
-                                        const TariffSet& set) {
-  const auto& list = set.tariffs();
-  const bool any = std::any_of(list.begin(), list.end(),
-                               [&side](const TariffSettings& t) { return t.takes_part(side.way); });
-  if (g.direction(side.way).speed == kNeverSet && !any) return std::nullopt;
+std::optional<AddressBase> address_base(const Side& side, const ResolvedLine& line,
+                                        const std::vector<ResolvedTariff>& tariffs) {
+  if (line.speed == kNeverSet && tariffs.empty()) return std::nullopt;
   return AddressBase{base_table(side.scheme), base_link(side.scheme)};
 }
 
-ClassBranch tariff_branch(const Side& side, const TariffDirSettings& t) {
-  return {tariff_class(side.scheme, t), {}, tariff_leaf(side.scheme, t)};
+ClassBranch tariff_branch(const Side& side, const ResolvedTariff& t) {
+  const unsigned parent = class_minor(side.scheme, kRootClass);
+  return {htb_class(class_minor(side.scheme, t.number), parent, t.rates),
+          {},
+          tariff_leaf(side.scheme, t)};
 }
 
-std::vector<AddressFilters> address_matches(const Side& side, unsigned number,
-                                            const std::vector<std::uint32_t>& addresses,
+std::vector<AddressFilters> address_matches(const Side& side, const ResolvedTariff& t,
                                             AddressTree& known) {
   std::vector<AddressFilters> matches;
   if (side.by_mark()) return matches;
-  matches.reserve(addresses.size());
-  for (const std::uint32_t address : addresses) matches.push_back(known.add(address, number));
+  matches.reserve(t.addresses.size());
+  for (const std::uint32_t address : t.addresses) matches.push_back(known.add(address, t.number));
   return matches;
 }
 
-std::vector<ClassBranch> tariff_branches(const Side& side, const GlobalSettings& g,
-                                         const TariffSet& set, AddressTree& known) {
+std::vector<ClassBranch> tariff_branches(const Side& side, const ResolvedDirection& direction,
+                                         AddressTree& known) {
   std::vector<ClassBranch> branches;
-  if (!wants_tree(side, g)) return branches;
-  for (const TariffSettings& tariff : set.tariffs()) {
-    if (!tariff.takes_part(side.way)) continue;
-    const TariffDirSettings& direction = tariff.direction(side.way);
-    ClassBranch& branch = branches.emplace_back(tariff_branch(side, direction));
-    branch.matches =
-        address_matches(side, static_cast<unsigned>(direction.id), tariff.addresses, known);
+  if (!wants_tree(side, direction.line)) return branches;
+  for (const ResolvedTariff& tariff : direction.tariffs) {
+    ClassBranch& branch = branches.emplace_back(tariff_branch(side, tariff));
+    branch.matches = address_matches(side, tariff, known);
   }
   return branches;
 }

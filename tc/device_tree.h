@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "model/rate_resolution.h"
+#include "model/resolved_settings.h"
 #include "tc/address_tree.h"
 #include "tc/htb_class.h"
 #include "tc/qdisc.h"
@@ -43,6 +43,10 @@ struct MarkPath {
   std::string feeder;
   /// The shell command by which it feeds this device; empty when it is not to.
   std::string feed;
+  /// Whether IPv6 has classifiers too.
+  bool ipv6 = false;
+  /// The shell commands by which its IPv6 feeds this device; empty as above.
+  std::string ip6_feed{};
 };
 
 /// The first level of an address tree.
@@ -67,24 +71,22 @@ struct DeviceTree {
 /// The whole tree of one direction of a device that exists or will be made.
 DeviceTree device_tree(const Side& side, const ResolvedSettings& settings);
 
-// Its parts. `line` and `set` are those of resolved settings.
+// Its parts.
 
 /// Whether the configuration gives this direction an HTB tree, whatever the kernel holds.
-bool wants_tree(const Side& side, const GlobalSettings& line);
+bool wants_tree(const Side& side, const ResolvedLine& line);
 /// How packets come to the classes. `marked` tells that packets carry marks.
-MarkPath mark_path(const Side& side, const GlobalSettings& line, bool marked);
+MarkPath mark_path(const Side& side, const ResolvedLine& line, bool marked);
 /// The first level of the address tree, where some tariff or the line itself is shaped.
-std::optional<AddressBase> address_base(const Side& side, const GlobalSettings& line,
-                                        const TariffSet& set);
+std::optional<AddressBase> address_base(const Side& side, const ResolvedLine& line,
+                                        const std::vector<ResolvedTariff>& tariffs);
 /// One tariff's branch, without its addresses.
-ClassBranch tariff_branch(const Side& side, const TariffDirSettings& t);
-/// What leads packets of these addresses (network order) to class number `number`: nothing on a
-/// device that classifies by mark.
-std::vector<AddressFilters> address_matches(const Side& side, unsigned number,
-                                            const std::vector<std::uint32_t>& addresses,
+ClassBranch tariff_branch(const Side& side, const ResolvedTariff& t);
+/// What leads packets of its addresses to its class: nothing on a device that classifies by mark.
+std::vector<AddressFilters> address_matches(const Side& side, const ResolvedTariff& t,
                                             AddressTree& known);
-/// The branches of all tariffs that take part in a direction; none where it has no tree.
-std::vector<ClassBranch> tariff_branches(const Side& side, const GlobalSettings& line,
-                                         const TariffSet& set, AddressTree& known);
+/// The branches of a direction's tariffs; none where it has no tree.
+std::vector<ClassBranch> tariff_branches(const Side& side, const ResolvedDirection& direction,
+                                         AddressTree& known);
 
 }  // namespace quenby

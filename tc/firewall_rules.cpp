@@ -1,26 +1,32 @@
 #include "tc/firewall_rules.h"
 
+#include <algorithm>
+
 #include "cli/system.h"
-#include "model/rate.h"
 #include "tc/handles.h"
 
 namespace quenby {
 namespace {
 
-const std::string kIptables = "sudo iptables -t ";
-// The platform's chains and, in the third line, the one that we make.
-const std::string kMarkOut = "KAVO_QOS_FW_OUT_HOOK";
-const std::string kMarkIn = "KAVO_QOS_FW_IN_HOOK";
-const std::string kDrop = "KAVO_OPT_QOS_HOOK";
-const std::string kForwardOut = "OSTREA_FW_OUT_HOOK";
-const std::string kForwardIn = "OSTREA_FW_IN_HOOK";
-const std::string kTracking = "QOS_CONNTRACK";
+const std::string kMarkOut = kMarkOutChain;
+const std::string kMarkIn = kMarkInChain;
+const std::string kDrop = kDropChain;
+const std::string kForwardOut = kForwardOutChain;
+const std::string kForwardIn = kForwardInChain;
+const std::string kTracking = kTrackingChain;
 
 const std::string kQuiet = ">/dev/null 2>&1";
-const std::string kFilterAppend = kIptables + "filter -A " + kDrop;
-const std::string kMarking = kIptables + "mangle -A " + kMarkOut;
-const std::string kTrackAll = kIptables + "raw -R " + kTracking + " 1 -j ACCEPT";
-const std::string kTrackAsBefore = kIptables + "raw -R " + kTracking + " 1 -j RETURN";
+
+std::string iptables(Family family) {
+  return family == Family::ipv6 ? "sudo ip6tables -t " : "sudo iptables -t ";
+}
+
+std::string filter_append(Family family) { return iptables(family) + "filter -A " + kDrop; }
+std::string marking(Family family) { return iptables(family) + "mangle -A " + kMarkOut; }
+std::string first_tracking(Family family) {
+  return iptables(family) + "raw -R " + kTracking + " 1";
+}
+std::string track_all(Family family) { return first_tracking(family) + " -j ACCEPT"; }
 
 std::string mask() { return "0x" + hex(kMarkMask); }
 
@@ -28,26 +34,36 @@ std::string restore_mark() {
   return " -j CONNMARK --restore-mark --nfmask " + mask() + " --ctmask " + mask();
 }
 
-std::string jump_from(const std::string& hook) {
-  return kIptables + "filter -I " + hook + " 1 -j " + kDrop + ";";
+std::string jump_from(const std::string& hook, Family family) {
+  return iptables(family) + "filter -I " + hook + " 1 -j " + kDrop + ";";
 }
 
 // Drops what belongs to no tariff. `device` names the direction and the device, as in " -o eth1".
-std::string drop_default(const std::string& device, std::uint32_t default_mark) {
-  return kFilterAppend + device + restore_mark() + ";" + kFilterAppend + device +
+std::string drop_default(const std::string& device, std::uint32_t default_mark, Family family) {
+  return filter_append(family) + device + restore_mark() + ";" + filter_append(family) + device +
          " -m mark --mark 0x" + hex(default_mark) + "/" + mask() + " -j DROP;";
+}
+
+// Drops everything but the router's own neighbour and router discovery, without which the other
+// direction would not work either. Nothing that was forwarded has its hop limit.
+std::string drop_all(const std::string& device, Family family) {
+  const std::string append = filter_append(family) + device;
+  const std::string discovery =
+      family == Family::ipv6 ? append + " -p ipv6-icmp -m hl --hl-eq 255 -j RETURN;" : "";
+  return discovery + append + " -j DROP";
 }
 
 // A packet that carries no bits of ours yet gets those of its connection or, failing that, of its
 // source address, and the connection keeps them.
-std::string marking_rules(const std::string& wan, std::uint32_t default_mark) {
-  return kMarking + " ! -o " + wan + " -j RETURN;" +                   //
-         kMarking + " -m addrtype --src-type=LOCAL -j RETURN;" +       //
-         kMarking + restore_mark() + ";" +                             //
-         kMarking + " -m mark ! --mark 0/" + mask() + " -j RETURN;" +  //
-         kMarking + " -j MARK --set-xmark 0x" + hex(default_mark) + "/" + mask() + ";" + kMarking +
-         " -j SET --map-set " + kAddressSet + " src --map-mark;" +  //
-         kMarking + " -j CONNMARK --save-mark --nfmask " + mask() + " --ctmask " + mask();
+std::string marking_rules(const std::string& wan, std::uint32_t default_mark, Family family) {
+  const std::string append = marking(family);
+  return append + " ! -o " + wan + " -j RETURN;" +                   //
+         append + " -m addrtype --src-type=LOCAL -j RETURN;" +       //
+         append + restore_mark() + ";" +                             //
+         append + " -m mark ! --mark 0/" + mask() + " -j RETURN;" +  //
+         append + " -j MARK --set-xmark 0x" + hex(default_mark) + "/" + mask() + ";" + append +
+         " -j SET --map-set " + address_set_name(family) + " src --map-mark;" +  //
+         append + " -j CONNMARK --save-mark --nfmask " + mask() + " --ctmask " + mask();
 }
 
 }  // namespace
@@ -57,61 +73,67 @@ void append_commands(std::string& list, const std::string& commands) {
   list += commands;
 }
 
-bool default_blocked(const GlobalSet& set, Direction way) {
-  return set.global.direction(way).speed == kNeverSet && set.has_default &&
-         set.defaults.direction(way).speed == 0;
+const char* address_set_name(Family family) {
+  return family == Family::ipv6 ? kAddressSet6 : kAddressSet;
 }
 
-std::string clean_rules() {
-  return kIptables + "mangle -F " + kMarkOut + ";" +                               //
-         kIptables + "mangle -F " + kMarkIn + ";" +                                //
-         kIptables + "filter -D " + kForwardOut + " -j " + kDrop + kQuiet + ";" +  //
-         kIptables + "filter -D " + kForwardIn + " -j " + kDrop + kQuiet + " || true";
+std::string clean_rules(Family family) {
+  const std::string start = iptables(family);
+  return start + "mangle -F " + kMarkOut + ";" +                               //
+         start + "mangle -F " + kMarkIn + ";" +                                //
+         start + "filter -D " + kForwardOut + " -j " + kDrop + kQuiet + ";" +  //
+         start + "filter -D " + kForwardIn + " -j " + kDrop + kQuiet + " || true";
 }
 
-std::string upload_rules(const GlobalSet& set, std::uint32_t default_mark) {
-  const std::string wan = shell_word(set.global.wan);
+std::string upload_rules(const ResolvedLine& line, std::uint32_t default_mark, Family family) {
+  const std::string wan = shell_word(line.wan);
   const std::string device = " -o " + wan;
-  const std::string jump = jump_from(kForwardOut);
-  if (set.global.upload.speed == 0) return jump + kFilterAppend + device + " -j DROP";
+  const std::string jump = jump_from(kForwardOut, family);
+  if (line.blocked()) return jump + drop_all(device, family);
   std::string rules;
-  if (default_blocked(set, Direction::upload)) rules = jump + drop_default(device, default_mark);
-  return rules + marking_rules(wan, default_mark);
+  if (line.default_blocked()) rules = jump + drop_default(device, default_mark, family);
+  return rules + marking_rules(wan, default_mark, family);
 }
 
-std::string download_rules(const GlobalSet& set, std::uint32_t default_mark, bool wan_found) {
-  const std::string device = " -i " + shell_word(set.global.wan);
-  const std::string jump = jump_from(kForwardIn);
-  if (set.global.download.speed == 0)
-    return jump + kFilterAppend + device + " -j DROP;" + kTrackAsBefore;
-  if (default_blocked(set, Direction::download))
-    return jump + drop_default(device, default_mark) + kTrackAll;
-  return wan_found ? kTrackAll : kTrackAsBefore;
+std::string download_rules(const ResolvedLine& line, std::uint32_t default_mark, bool wan_found,
+                           Family family) {
+  const std::string device = " -i " + shell_word(line.wan);
+  const std::string jump = jump_from(kForwardIn, family);
+  if (line.blocked()) return jump + drop_all(device, family) + ";" + tracking_as_before(family);
+  if (line.default_blocked())
+    return jump + drop_default(device, default_mark, family) + track_all(family);
+  return wan_found ? track_all(family) : tracking_as_before(family);
 }
 
 std::string imq_upload_rules() {
-  return kMarking + " -m addrtype --src-type=LOCAL -j RETURN;" + kMarking + " -j IMQ --todev 0;" +
-         kTrackAsBefore;
+  const std::string append = marking(Family::ipv4);
+  return append + " -m addrtype --src-type=LOCAL -j RETURN;" + append + " -j IMQ --todev 0;" +
+         tracking_as_before();
 }
 
 std::string imq_download_rules(const std::string& wan) {
-  return kIptables + "mangle -A " + kMarkIn + " -i " + shell_word(wan) + " -j IMQ --todev 0";
+  return iptables(Family::ipv4) + "mangle -A " + kMarkIn + " -i " + shell_word(wan) +
+         " -j IMQ --todev 0";
 }
 
-bool needs_drop_chain(const GlobalSet& set) {
-  return set.global.upload.speed == 0 || set.global.download.speed == 0 ||
-         default_blocked(set, Direction::upload) || default_blocked(set, Direction::download);
+bool needs_drop_chain(const ResolvedSettings& settings) {
+  return std::any_of(kDirections.begin(), kDirections.end(), [&settings](Direction way) {
+    const ResolvedLine& line = settings.direction(way).line;
+    return line.blocked() || line.default_blocked();
+  });
 }
 
-std::string drop_chain_commands() {
-  return kIptables + "filter -F " + kDrop + kQuiet + " || " +  //
-         kIptables + "filter -N " + kDrop + kQuiet;
+std::string drop_chain_commands(Family family) {
+  return iptables(family) + "filter -F " + kDrop + kQuiet + " || " +  //
+         iptables(family) + "filter -N " + kDrop + kQuiet;
 }
 
 std::string firewall_start_command() { return "sudo /opt/ostrea/sbin/firewall.init start opt-qos"; }
 
-std::string firewall_end_commands() {
-  return kIptables + "filter -F " + kDrop + kQuiet + ";" + kTrackAsBefore;
+std::string tracking_as_before(Family family) { return first_tracking(family) + " -j RETURN"; }
+
+std::string firewall_end_commands(Family family) {
+  return iptables(family) + "filter -F " + kDrop + kQuiet + ";" + tracking_as_before(family);
 }
 
 }  // namespace quenby

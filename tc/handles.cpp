@@ -8,7 +8,6 @@
 namespace quenby {
 namespace {
 
-constexpr std::uint32_t kUploadClassOffset = 0x8000;
 constexpr std::uint32_t kUploadLeafOffset = 20000;
 
 }  // namespace

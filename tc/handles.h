@@ -34,6 +34,9 @@ inline constexpr std::uint32_t kMarkFlag = 0x80000000;
 /// The mark bits that are ours; all others belong to other users.
 inline constexpr std::uint32_t kMarkMask = kMarkFlag | kClassMask;
 
+/// What upload adds to its class minors on the IMQ device.
+inline constexpr std::uint32_t kUploadClassOffset = 0x8000;
+
 /// How a device numbers its classes.
 enum class HandleScheme { mark, imq_download, imq_upload };
 

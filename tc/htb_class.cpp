@@ -48,44 +48,32 @@ std::int32_t class_burst(double rate, int hz) {
   return std::max(tick, quarter_second);
 }
 
-HtbClass htb_class(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_t rate,
-                   std::int64_t burst, int hz) {
+HtbClass htb_class(unsigned cid, unsigned parent, const ClassRates& rates, int hz) {
   HtbClass values;
   values.handle = class_handle(cid);
   values.parent = class_handle(parent);
-  if (is_tiny(ceil)) {
+  if (is_tiny(rates.ceiling)) {
     values.ceil = values.cburst = kLeast;
   } else {
-    values.ceil = low32(ceil);
+    values.ceil = low32(rates.ceiling);
     values.cburst = fitting_burst(computed_burst(values.ceil, hz), values.ceil);
   }
-  if (is_tiny(rate)) {
+  if (is_tiny(rates.guarantee)) {
     values.rate = values.burst = kLeast;
   } else {
-    values.rate = low32(rate);
-    const std::uint32_t wanted = burst != 0 ? low32(burst) : computed_burst(values.rate, hz);
+    values.rate = low32(rates.guarantee);
+    const std::uint32_t wanted =
+        rates.burst != 0 ? low32(rates.burst) : computed_burst(values.rate, hz);
     values.burst = fitting_burst(wanted, values.rate);
   }
   values.quantum = std::clamp(values.rate / kRateToQuantum, kLeastQuantum, kLargestQuantum);
   return values;
 }
 
-HtbClass root_class(HandleScheme scheme, const BandwidthSettings& line,
-                    std::int64_t largest_burst) {
-  const std::int64_t own = class_burst(static_cast<double>(line.speed), psched_hz());
+HtbClass root_class(HandleScheme scheme, std::int64_t speed, std::int64_t largest_burst) {
+  const std::int64_t own = class_burst(static_cast<double>(speed), psched_hz());
   const std::int64_t burst = own < largest_burst ? largest_burst : 0;
-  return htb_class(class_minor(scheme, kRootClass), 0, line.speed, line.rateBps(), burst,
-                   psched_hz());
-}
-
-HtbClass default_class(HandleScheme scheme, unsigned number, std::int64_t ceil, std::int64_t rate) {
-  return htb_class(number, class_minor(scheme, kRootClass), ceil, rate, 0, psched_hz());
-}
-
-HtbClass tariff_class(HandleScheme scheme, const TariffDirSettings& t) {
-  return htb_class(class_minor(scheme, static_cast<unsigned>(t.id)),
-                   class_minor(scheme, kRootClass), t.speed, t.rateBps(), t.burstSize(),
-                   psched_hz());
+  return htb_class(class_minor(scheme, kRootClass), 0, {speed, speed, burst});
 }
 
 }  // namespace quenby

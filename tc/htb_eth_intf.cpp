@@ -29,10 +29,12 @@ void HtbEthIntf::change_path(const MarkPath& path) {
   del_filter(name(), kHtbMajor, kClassifierPrio, nullptr);
   del_filter(name(), kHtbMajor, kFormerPrio, "fw");
   if (path.classifier) add_fw_filter(kClassifierPrio);
+  remake_ip6_classifiers(path);
 }
 
 std::string& HtbEthIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
-  if (has_link()) append_commands(list, upload_rules(set, chandle(kDefaultTariffClass)));
+  if (has_link())
+    append_commands(list, upload_rules(as_given(set, side().way), chandle(kDefaultTariffClass)));
   return list;
 }
 
@@ -67,7 +69,7 @@ void HtbEthIntf::def_tar_qdisc_op(const BandwidthSettings& def, htb_action actio
 }
 
 void HtbEthIntf::global_fq_codel_op(const GlobalSettings& g, htb_action action) {
-  qdisc_op(plain_root(g.upload), action);
+  qdisc_op(plain_root(g.upload.speed), action);
 }
 
 void HtbEthIntf::ingress_op(const GlobalSettings& /*g*/, htb_action action) {

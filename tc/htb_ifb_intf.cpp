@@ -35,9 +35,13 @@ void HtbIfbIntf::release(int feeder) {
   const Device wan = device(feeder);
   const IngressFilters filters = ingress_filters(wan.sock, feeder);
   const std::vector<std::uint32_t> handles = filters.handles_for(device().ifindex);
-  if (handles.empty()) return;
+  const std::vector<StandingIp6Redirection> ip6 = filters.ip6_for(device().ifindex);
+  if (handles.empty() && ip6.empty()) return;
   quenby::delete_qdisc(wan, htb_root(false));
-  if (filters.others || handles.size() < filters.redirections.size()) {
+  if (filters.others || handles.size() < filters.redirections.size() ||
+      ip6.size() < filters.ip6.size()) {
+    for (const StandingIp6Redirection& one : ip6)
+      delete_filter(wan, "u32", kIngressHandle, one.handle, kIp6RedirectionPrio, ETH_P_IPV6);
     for (const std::uint32_t handle : handles)
       delete_u32_filter(wan, kIngressHandle, handle, kRedirectionPrio);
   } else {
@@ -50,9 +54,12 @@ bool HtbIfbIntf::stands(const DeviceTree& tree) const {
   if (!tree_stands(device(), tree)) return false;
   const Device self = device();
   const int feeder = index_of(links(), tree.path.feeder);
-  const std::vector<Redirection> found = ingress_filters(self.sock, feeder).redirections;
-  return std::any_of(found.begin(), found.end(),
-                     [&self](const Redirection& r) { return r.target == self.ifindex; });
+  const IngressFilters found = ingress_filters(self.sock, feeder);
+  const auto feeds = [&self](const auto& redirection) {
+    return redirection.target == self.ifindex;
+  };
+  return std::any_of(found.redirections.begin(), found.redirections.end(), feeds) &&
+         (tree.path.ip6_feed.empty() || std::any_of(found.ip6.begin(), found.ip6.end(), feeds));
 }
 
 void HtbIfbIntf::change_path(const MarkPath& path) {
@@ -60,11 +67,16 @@ void HtbIfbIntf::change_path(const MarkPath& path) {
   del_filter(path.feeder, kIngressMajor, kRedirectionPrio, nullptr);
   if (path.classifier) add_fw_filter(kClassifierPrio);
   if (!path.feed.empty()) run_or_exit(path.feed);
+  remake_ip6_classifiers(path);
+  if (path.ip6_feed.empty()) return;
+  delete_filters(device(index_of(links(), path.feeder)), kIngressHandle, kIp6RedirectionPrio,
+                 nullptr, ETH_P_IPV6);
+  run_or_exit(path.ip6_feed);
 }
 
 std::string& HtbIfbIntf::fill_fw_rules(const GlobalSet& set, std::string& list) const {
-  append_commands(list,
-                  download_rules(set, chandle(kDefaultTariffClass), link_exists(set.global.wan)));
+  const ResolvedLine line = as_given(set, side().way);
+  append_commands(list, download_rules(line, chandle(kDefaultTariffClass), link_exists(line.wan)));
   return list;
 }
 

@@ -55,31 +55,34 @@ void HtbImqIntf::def_class_op(const BandwidthSettings& def, htb_action action) {
 }
 
 void HtbImqIntf::create_base_ht(const GlobalSettings& g, const TariffSet& set) {
-  const auto base = address_base(side(), g, set);
+  const Direction way = side().way;
+  const auto base = address_base(side(), as_given(g, way), as_given(set, way));
   if (base) install_base(device(), *base);
 }
 
 void HtbImqIntf::create_ht_leaf(const TariffDirSettings& t, AddressTree& tree,
                                 const std::vector<std::uint32_t>& addresses, bool tolerate) {
   if (addresses.empty()) return;
-  ClassBranch branch = tariff_branch(side(), t);
-  branch.matches = address_matches(side(), static_cast<unsigned>(t.id), addresses, tree);
+  const ResolvedTariff tariff = as_given(t, addresses);
+  ClassBranch branch = tariff_branch(side(), tariff);
+  branch.matches = address_matches(side(), tariff, tree);
   install_branch(device(), branch, tolerate);
 }
 
 void HtbImqIntf::create_ht_leaves(const GlobalSettings& g, const TariffSet& set) {
   create_base_ht(g, set);
-  if (!has_tree(g)) return;
+  const ResolvedDirection direction = {as_given(g, side().way), as_given(set, side().way)};
+  if (!has_tree(direction.line)) return;
   AddressTree tree(side().scheme);
-  for (const ClassBranch& branch : tariff_branches(side(), g, set, tree))
+  for (const ClassBranch& branch : tariff_branches(side(), direction, tree))
     install_branch(device(), branch, false);
-  update_root_leaf_burst(g.direction(side().way), largest_burst(side().way, set));
+  update_root_leaf_burst(g.direction(side().way), largest_burst(direction.tariffs));
 }
 
 void HtbImqIntf::delete_ht_leaf(const TariffDirSettings& t, bool remove,
                                 const std::vector<std::uint32_t>& addresses) {
   if (addresses.empty() || !remove) return;
-  const ClassBranch branch = tariff_branch(side(), t);
+  const ClassBranch branch = tariff_branch(side(), as_given(t));
   remove_branch(device(),
                 {branch.htb, branch.leaf, standing_filters().of_class(branch.htb.handle)});
 }

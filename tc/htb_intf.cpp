@@ -38,17 +38,18 @@ void HtbIntf::change(const DeviceChange& change) {
   if (change.path) change_path(*change.path);
 }
 
-bool HtbIntf::has_tree(const GlobalSettings& line) const {
+bool HtbIntf::has_tree(const ResolvedLine& line) const {
   return has_link() && wants_tree(side_, line);
 }
 
 void HtbIntf::update_leaves(const GlobalSettings& g, const TariffSet& removed,
                             const TariffSet& added, bool remove) {
-  const bool tree = has_tree(g);
+  const ResolvedLine line = as_given(g, side_.way);
+  const std::vector<ResolvedTariff> made = as_given(added, side_.way, line.ipv6);
+  const bool tree = has_tree(line);
   const U32Inventory standing = tree ? standing_filters() : U32Inventory();
-  change(branch_changes(side_, g, tree, {removed, added, remove}, standing));
-  const GlobalDirSettings& line = g.direction(side_.way);
-  if (tree && line.speed != 0) update_root_leaf_burst(line, largest_burst(side_.way, added));
+  change(branch_changes(side_, line, tree, {removed, made, remove}, standing));
+  if (tree && !line.blocked()) update_root_leaf_burst(g.direction(side_.way), largest_burst(made));
 }
 
 void HtbIntf::fill_clean_fw_rules(std::string& list) const {
@@ -108,7 +109,7 @@ void HtbIntf::qdisc_op(const Qdisc& qdisc, htb_action action) {
 
 void HtbIntf::class_op(unsigned cid, unsigned parent, std::int64_t ceil, std::int64_t rate,
                        std::int64_t& burst, htb_action action) {
-  const HtbClass values = htb_class(cid, parent, ceil, rate, burst, psched_hz());
+  const HtbClass values = htb_class(cid, parent, {ceil, rate, burst});
   if (action != htb_action::remove) burst = values.burst;
   class_op(values, action);
 }
@@ -129,7 +130,7 @@ void HtbIntf::class_op(const HtbClass& values, htb_action action) {
 std::int64_t HtbIntf::create_root_leaf(const BandwidthSettings& root) {
   TC_ASSERT(root.download() == ingress());
   if (root.speed == kNeverSet) return -1;
-  const HtbClass values = root_class(side_.scheme, root, 0);
+  const HtbClass values = root_class(side_.scheme, root.speed, 0);
   add_class(device(), values);
   return values.burst;
 }
@@ -137,28 +138,30 @@ std::int64_t HtbIntf::create_root_leaf(const BandwidthSettings& root) {
 void HtbIntf::update_root_leaf(const BandwidthSettings& root) {
   TC_ASSERT(root.download() == ingress());
   if (!has_link() || root.speed == kNeverSet) return;
-  replace_class(device(), root_class(side_.scheme, root, 0));
+  replace_class(device(), root_class(side_.scheme, root.speed, 0));
 }
 
 void HtbIntf::update_root_leaf_burst(const BandwidthSettings& root, std::int64_t burst) {
   if (root.speed == kNeverSet) return;
   if (class_burst(static_cast<double>(root.speed), psched_hz()) >= burst) return;
-  replace_class(device(), root_class(side_.scheme, root, burst));
+  replace_class(device(), root_class(side_.scheme, root.speed, burst));
 }
 
 void HtbIntf::tariff_class_op(const TariffDirSettings& t, htb_action action) {
-  class_op(tariff_class(side_.scheme, t), action);
+  class_op(tariff_branch(side_, as_given(t)).htb, action);
 }
 
 void HtbIntf::default_class_op(const BandwidthSettings& def, unsigned number, std::int64_t rate,
                                htb_action action) {
   const bool makes = action == htb_action::create || action == htb_action::update;
   if (action != htb_action::remove && (!makes || def.speed == kNeverSet)) return;
-  class_op(default_class(side_.scheme, number, def.speed, rate), action);
+  class_op(htb_class(cid(number), root_cid(), {def.speed, rate, 0}), action);
 }
 
 void HtbIntf::leaf_op(const TariffDirSettings& t, int kind, htb_action action) {
-  const std::optional<Qdisc> leaf = leaf_of_kind(side_.scheme, t, kind);
+  ResolvedTariff tariff = as_given(t);
+  tariff.qdisc = kind;
+  const std::optional<Qdisc> leaf = tariff_leaf(side_.scheme, tariff);
   if (leaf) qdisc_op(*leaf, action);
 }
 
@@ -195,7 +198,7 @@ void HtbIntf::create_def_leaf(const BandwidthSettings& def) {
 }
 
 void HtbIntf::default_leaf_op(const BandwidthSettings& def, unsigned number, htb_action action) {
-  qdisc_op(default_leaf(side_.scheme, number, def), action);
+  qdisc_op(default_leaf(side_.scheme, number, def.speed), action);
 }
 
 void HtbIntf::add_ht(const U32Table& table, unsigned prio, bool tolerate) {

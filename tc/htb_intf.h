@@ -55,13 +55,12 @@ class HtbIntf {
   /// doubt is a no.
   virtual bool stands(const DeviceTree& tree) const = 0;
 
-  /// Whether these resolved settings give this direction an HTB tree and there is a device to put
-  /// it on.
-  virtual bool has_tree(const GlobalSettings& line) const;
+  /// Whether this line gives its direction an HTB tree and there is a device to put it on.
+  virtual bool has_tree(const ResolvedLine& line) const;
   /// The filters by which this device classifies, where a change has to know them.
   virtual U32Inventory standing_filters() const { return U32Inventory(); }
 
-  // The same for tariffs that a caller names. `g` and the tariffs to be made are resolved.
+  // The same for tariffs that a caller names, with the rates that their records state.
 
   /// The branches of `set`; the root class's burst is raised to the largest of theirs.
   virtual void create_leaves(const GlobalSettings& g, const TariffSet& set) = 0;

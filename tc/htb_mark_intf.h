@@ -20,7 +20,7 @@ class HtbMarkIntf : public HtbIntf {
                      bool restore_mark) override;
   void stat_classes(nl_cache* cache, rtnl_class* filter, const TariffConfig& cfg) const override;
   /// A direction of a WAN device that does not exist has none.
-  bool has_tree(const GlobalSettings& g) const override;
+  bool has_tree(const ResolvedLine& line) const override;
 
   /// The default tariff's class, with the guarantee of its settings.
   virtual void def_tar_class_op(const BandwidthSettings& def, htb_action action) = 0;
@@ -31,6 +31,10 @@ class HtbMarkIntf : public HtbIntf {
 
   /// Sends every packet to the class that its mark names.
   void add_fw_filter(unsigned prio);
+
+  /// Makes the IPv6 classifiers of a path, in the place of those that stand; nothing where it has
+  /// none.
+  void remake_ip6_classifiers(const MarkPath& path);
 
   /// Class and leaf qdisc of one tariff; nothing without addresses.
   void create_fw_leaf(const TariffDirSettings& t, const std::vector<std::uint32_t>& addresses);

@@ -51,6 +51,14 @@ void add_link(const Device& device, const char* kind, nl_cache* links) {
   nl_cache_refill(device.sock, links);
 }
 
+void raise_link(const Device& device) {
+  const LinkPtr changes(rtnl_link_alloc(), rtnl_link_put);
+  if (changes == nullptr) _error("Cannot allocate link " + device.name);
+  rtnl_link_set_flags(changes.get(), IFF_UP);
+  device.chk_nl_error("raise interface",
+                      rtnl_link_change(device.sock, device.link, changes.get(), 0));
+}
+
 void delete_link(const Device& device, nl_cache* links) {
   if (!device.exists()) return;
   const LinkPtr link = named(device.name);

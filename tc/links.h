@@ -24,6 +24,8 @@ std::vector<int> link_indexes(nl_cache* links);
 /// Makes a virtual device of libnl's link type `kind`, up and with the queue that shaping wants,
 /// and refills the cache.
 void add_link(const Device& device, const char* kind, nl_cache* links);
+/// Brings the device up.
+void raise_link(const Device& device);
 /// Deletes the device and refills the cache; nothing when it does not exist.
 void delete_link(const Device& device, nl_cache* links);
 

@@ -1,6 +1,5 @@
 #include "tc/mark_filter.h"
 
-#include <linux/if_ether.h>
 #include <linux/pkt_cls.h>
 #include <linux/rtnetlink.h>
 #include <netlink/attr.h>
@@ -38,14 +37,14 @@ std::array<sock_filter, 5> mark_program() {
   }};
 }
 
-MsgPtr mark_program_request(int ifindex, std::uint16_t prio) {
+MsgPtr mark_program_request(int ifindex, std::uint16_t prio, std::uint16_t protocol) {
   MsgPtr msg(nlmsg_alloc_simple(RTM_NEWTFILTER, NLM_F_CREATE));
   if (msg == nullptr) return nullptr;
   tcmsg header{};
   header.tcm_family = AF_UNSPEC;
   header.tcm_ifindex = ifindex;
   header.tcm_parent = kHtbHandle;
-  header.tcm_info = TC_H_MAKE(static_cast<std::uint32_t>(prio) << 16, htons(ETH_P_IP));
+  header.tcm_info = TC_H_MAKE(static_cast<std::uint32_t>(prio) << 16, htons(protocol));
   if (nlmsg_append(msg.get(), &header, sizeof(header), NLMSG_ALIGNTO) < 0 ||
       nla_put_string(msg.get(), TCA_KIND, "bpf") < 0 || !put_program(msg.get()))
     return nullptr;

@@ -14,8 +14,9 @@ namespace quenby {
 /// refuse to add without a handle.
 std::array<sock_filter, 5> mark_program();
 
-/// A request to add a "bpf" classifier with `mark_program()` for IPv4 under the HTB qdisc of a
-/// device; libnl has no object for it. Null when memory is exhausted.
-MsgPtr mark_program_request(int ifindex, std::uint16_t prio);
+/// A request to add a "bpf" classifier with `mark_program()` under the HTB qdisc of a device, for
+/// packets of `protocol` (an ETH_P_ number, host order); libnl has no object for it. Null when
+/// memory is exhausted.
+MsgPtr mark_program_request(int ifindex, std::uint16_t prio, std::uint16_t protocol);
 
 }  // namespace quenby

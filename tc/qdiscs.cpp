@@ -51,6 +51,12 @@ void set_parameters(const Qdisc& values, rtnl_qdisc* qdisc) {
   }
 }
 
+QdiscPtr filled_qdisc(const Device& device, const Qdisc& values) {
+  QdiscPtr qdisc = new_qdisc(device, kind_name(values.kind), values.handle, values.parent);
+  set_parameters(values, qdisc.get());
+  return qdisc;
+}
+
 int send_qdisc(const Device& device, rtnl_qdisc* qdisc) {
   const int result = rtnl_qdisc_add(device.sock, qdisc, NLM_F_CREATE);
   const std::uint32_t parent = rtnl_tc_get_parent(TC_CAST(qdisc));
@@ -76,8 +82,7 @@ QdiscPtr root_of(const Device& device) {
 
 void add_qdisc(const Device& device, const Qdisc& values) {
   const std::string kind = kind_name(values.kind);
-  const QdiscPtr qdisc = new_qdisc(device, kind.c_str(), values.handle, values.parent);
-  set_parameters(values, qdisc.get());
+  const QdiscPtr qdisc = filled_qdisc(device, values);
   const int result = send_qdisc(device, qdisc.get());
   if (values.kind == QdiscKind::htb) {
     device.chk_nl_error("add qdisc", result);
@@ -105,6 +110,14 @@ void delete_qdisc(const Device& device, const std::string& kind, std::uint32_t h
   // "Invalid" is the answer where another qdisc, or none, stands at the parent.
   const bool gone = result == -NLE_NODEV || result == -NLE_INVAL;
   if (!gone) device.chk_deleted("delete " + kind + " qdisc", result);
+}
+
+MsgPtr qdisc_request(const Device& device, const Qdisc& values) {
+  const QdiscPtr qdisc = filled_qdisc(device, values);
+  nl_msg* request = nullptr;
+  device.chk_nl_error("add qdisc",
+                      rtnl_qdisc_build_add_request(qdisc.get(), NLM_F_CREATE, &request));
+  return MsgPtr(request);
 }
 
 void delete_root_qdisc(const Device& device) {

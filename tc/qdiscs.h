@@ -22,6 +22,9 @@ void add_qdisc(const Device& device, const std::string& kind, std::uint32_t hand
 void delete_qdisc(const Device& device, const std::string& kind, std::uint32_t handle,
                   std::uint32_t parent);
 
+/// What adding a qdisc sends.
+MsgPtr qdisc_request(const Device& device, const Qdisc& qdisc);
+
 /// Deletes the device's root qdisc, unless it is the kernel's own. Never fatal but when the kernel
 /// cannot list its qdiscs.
 void delete_root_qdisc(const Device& device);

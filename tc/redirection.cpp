@@ -7,43 +7,18 @@
 #include <netlink/attr.h>
 #include <netlink/errno.h>
 
-#include <algorithm>
-#include <cstring>
 #include <netinet/in.h>
 #include <optional>
 
 #include "cli/system.h"
+#include "tc/attributes.h"
 #include "tc/handles.h"
 #include "tc/links.h"
+#include "tc/listing.h"
 #include "tc/nl_error.h"
 
 namespace quenby {
 namespace {
-
-// The start of an attribute as a plain value; nothing when it is missing or shorter.
-template <typename T>
-std::optional<T> value(nlattr* attribute) {
-  if (attribute == nullptr || nla_len(attribute) < static_cast<int>(sizeof(T))) return {};
-  T result;
-  std::memcpy(&result, nla_data(attribute), sizeof(T));
-  return result;
-}
-
-// The members of a nested attribute by their numbers, those that are missing null.
-template <std::size_t Max>
-struct Nest {
-  explicit Nest(nlattr* attribute) {
-    if (attribute == nullptr || nla_parse_nested(members, int{Max}, attribute, nullptr) < 0)
-      std::fill(std::begin(members), std::end(members), nullptr);
-  }
-  nlattr* operator[](std::size_t number) const { return members[number]; }
-
-  nlattr* members[Max + 1];
-};
-
-bool has_kind(nlattr* attribute, const char* kind) {
-  return attribute != nullptr && nla_strcmp(attribute, kind) == 0;
-}
 
 // Whether the selector has one key, whose mask lets every packet through.
 bool matches_all(nlattr* attribute) {
@@ -66,47 +41,41 @@ std::optional<int> target_of_action(nlattr* attribute) {
   return static_cast<int>(mirred->ifindex);
 }
 
-std::optional<int> target_of_actions(nlattr* attribute) {
-  const Nest<TCA_ACT_MAX_PRIO> actions(attribute);
-  for (nlattr* const action : actions.members) {
-    const std::optional<int> target = target_of_action(action);
-    if (target) return target;
+// What the actions of a filter come to; no target for those that redirect to no device.
+struct Actions {
+  std::optional<int> target;
+  bool restore_mark = false;
+};
+
+Actions read_actions(nlattr* attribute) {
+  const Nest<TCA_ACT_MAX_PRIO> list(attribute);
+  Actions actions;
+  for (nlattr* const action : list.members) {
+    if (has_kind(Nest<TCA_ACT_MAX>(action)[TCA_ACT_KIND], "connmark")) actions.restore_mark = true;
+    actions.target = target_of_action(action);
+    if (actions.target) break;
   }
-  return {};
+  return actions;
 }
 
-// The device that a filter of our own shape redirects to.
-std::optional<int> target_of_filter(const tcmsg& header, nlattr* kind, nlattr* attribute) {
+bool is_ip6(const tcmsg& header, nlattr* kind) {
+  return header.tcm_info == TC_H_MAKE(kIp6RedirectionPrio << 16, htons(ETH_P_IPV6)) &&
+         has_kind(kind, "u32");
+}
+
+// The actions of a filter of our own shape.
+Actions actions_of_filter(const tcmsg& header, nlattr* kind, nlattr* attribute) {
   const std::uint32_t ours = TC_H_MAKE(kRedirectionPrio << 16, htons(ETH_P_IP));
   if (header.tcm_info != ours || !has_kind(kind, "u32")) return {};
   const Nest<TCA_U32_MAX> options(attribute);
   if (!matches_all(options[TCA_U32_SEL])) return {};
-  return target_of_actions(options[TCA_U32_ACT]);
+  return read_actions(options[TCA_U32_ACT]);
 }
 
 // u32 lists its hash tables too, and every kind lists itself once without a handle.
 bool is_filter(const tcmsg& header, nlattr* kind) {
   if (header.tcm_handle == 0) return false;
   return !has_kind(kind, "u32") || TC_U32_KEY(header.tcm_handle) != 0;
-}
-
-struct Listing {
-  int ifindex;
-  IngressFilters filters;
-};
-
-int on_filter(nl_msg* msg, void* context) {
-  auto& listing = *static_cast<Listing*>(context);
-  note_filter(nlmsg_hdr(msg), listing.ifindex, listing.filters);
-  return NL_OK;
-}
-
-int receive(nl_sock* sock, Listing& listing) {
-  const CallbackPtr own(nl_socket_get_cb(sock));
-  const CallbackPtr callbacks(nl_cb_clone(own.get()));
-  if (callbacks == nullptr) return -NLE_NOMEM;
-  nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, on_filter, &listing);
-  return nl_recvmsgs(sock, callbacks.get());
 }
 
 }  // namespace
@@ -126,6 +95,14 @@ std::vector<std::uint32_t> IngressFilters::handles_for(int ifindex) const {
   return handles;
 }
 
+std::vector<StandingIp6Redirection> IngressFilters::ip6_for(int ifindex) const {
+  std::vector<StandingIp6Redirection> fitting;
+  for (const StandingIp6Redirection& one : ip6) {
+    if (one.filter.gathers || one.target == 0 || one.target == ifindex) fitting.push_back(one);
+  }
+  return fitting;
+}
+
 void note_filter(const nlmsghdr* message, int ifindex, IngressFilters& filters) {
   nlattr* members[TCA_MAX + 1];
   if (message->nlmsg_type != RTM_NEWTFILTER ||
@@ -134,9 +111,13 @@ void note_filter(const nlmsghdr* message, int ifindex, IngressFilters& filters) 
   const tcmsg& header = *static_cast<const tcmsg*>(nlmsg_data(message));
   if (header.tcm_ifindex != ifindex || header.tcm_parent != kIngressHandle) return;
   if (!is_filter(header, members[TCA_KIND])) return;
-  const auto target = target_of_filter(header, members[TCA_KIND], members[TCA_OPTIONS]);
-  if (target) {
-    filters.redirections.push_back({header.tcm_handle, *target});
+  if (is_ip6(header, members[TCA_KIND])) {
+    const auto ours = read_ip6_redirection(ifindex, header.tcm_handle, members[TCA_OPTIONS]);
+    if (ours) return filters.ip6.push_back(*ours);
+  }
+  const Actions actions = actions_of_filter(header, members[TCA_KIND], members[TCA_OPTIONS]);
+  if (actions.target) {
+    filters.redirections.push_back({header.tcm_handle, *actions.target, actions.restore_mark});
   } else {
     filters.others = true;
   }
@@ -146,11 +127,12 @@ IngressFilters ingress_filters(nl_sock* sock, int ifindex) {
   tcmsg header{};
   header.tcm_ifindex = ifindex;
   header.tcm_parent = kIngressHandle;
-  Listing listing{ifindex, {}};
-  int result = nl_send_simple(sock, RTM_GETTFILTER, NLM_F_DUMP, &header, sizeof(header));
-  if (result >= 0) result = receive(sock, listing);
+  IngressFilters filters;
+  const int result = list_objects(
+      sock, RTM_GETTFILTER, header,
+      [&filters, ifindex](const nlmsghdr* message) { note_filter(message, ifindex, filters); });
   if (result < 0) nl_fatal("Cannot allocate rtnl_cls_cache", result);
-  return listing.filters;
+  return filters;
 }
 
 }  // namespace quenby

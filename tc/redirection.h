@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tc/ip6_redirection.h"
 #include "tc/nl_types.h"
 
 /// The redirection by which the WAN device's incoming traffic is shaped on another device: a filter
@@ -23,6 +24,8 @@ struct Redirection {
   /// Interface index of the device that it feeds; 0 when that was deleted, and then the filter
   /// drops every packet.
   int target = 0;
+  /// Whether each packet gets its connection's mark back first.
+  bool restores_mark = false;
 
   bool operator==(const Redirection&) const = default;
 };
@@ -32,9 +35,13 @@ struct IngressFilters {
   std::vector<Redirection> redirections;
   /// Whether there is any filter of another shape.
   bool others = false;
+  /// Those of IPv6, in the order in which packets meet them.
+  std::vector<StandingIp6Redirection> ip6{};
 
   /// The handles of those that feed `ifindex` or a device that is gone.
   std::vector<std::uint32_t> handles_for(int ifindex) const;
+  /// Those of IPv6 that feed one of the two, and those that only put fragments together.
+  std::vector<StandingIp6Redirection> ip6_for(int ifindex) const;
 };
 
 /// Takes one message of a filter dump into account. `ifindex` is the device that was asked for;

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include "tc/address_text.h"
 #include "tc/handles.h"
 
 namespace quenby {
@@ -53,20 +54,8 @@ std::string u32_text(const U32Filter& filter) {
          (filter.own_node ? hex(filter.node) : "");
 }
 
-std::string address_text(std::uint32_t host_order) {
-  const in_addr address{htonl(host_order)};
-  char text[INET_ADDRSTRLEN];
-  return inet_ntop(AF_INET, &address, text, sizeof(text));
-}
-
 void Writer::write(const U32Filter& filter) const {
-  line("u32") << u32_text(filter) << " at " << filter.offset;
-  if (filter.link_table != 0) {
-    out_ << " link " << hex(filter.link_table) << ": by " << hex(filter.hash_mask);
-  } else {
-    out_ << " match " << address_text(filter.value) << " class " << handle_text(filter.classid);
-  }
-  out_ << '\n';
+  out_ << words_ << ' ' << match_text(filter) << '\n';
 }
 
 void Writer::write(const AddressBase& base) const {
@@ -92,10 +81,22 @@ void Writer::write(const RemovedBranch& branch) const {
 
 void Writer::write(const MarkPath& path) const {
   if (path.classifier) line("filter") << "parent " << handle_text(kHtbHandle) << " class by mark\n";
+  if (path.ipv6) line("filter") << "parent " << handle_text(kHtbHandle) << " discovery direct\n";
+  if (path.ipv6 && path.classifier)
+    line("filter") << "parent " << handle_text(kHtbHandle) << " IPv6 class by mark\n";
   if (!path.feed.empty()) line("feed") << path.feed << '\n';
+  if (!path.ip6_feed.empty()) line("feed") << path.ip6_feed << '\n';
 }
 
 }  // namespace
+
+std::string match_text(const U32Filter& filter) {
+  const std::string start = "u32 " + u32_text(filter) + " at " + std::to_string(filter.offset);
+  if (filter.link_table != 0)
+    return start + " link " + hex(filter.link_table) + ": by " + hex(filter.hash_mask);
+  return start + " match " + address_text(htonl(filter.value)) + " class " +
+         handle_text(filter.classid);
+}
 
 void write_tree(std::ostream& out, const std::string& device, const DeviceTree& tree) {
   const Writer writer(out, device);

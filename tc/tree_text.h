@@ -10,6 +10,9 @@
 /// the same text.
 namespace quenby {
 
+/// A filter in a few words, "u32 3:7:7 at 12 match 10.0.16.7 class 8000:4".
+std::string match_text(const U32Filter& filter);
+
 /// Every object of a tree in the order in which it is made.
 void write_tree(std::ostream& out, const std::string& device, const DeviceTree& tree);
 /// Every request of a change in order, after the word "replace", "delete" or "create".

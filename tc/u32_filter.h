@@ -11,10 +11,10 @@ constexpr std::uint32_t u32_handle(unsigned table, unsigned bucket = 0, unsigned
   return table << 20 | bucket << 12 | node;
 }
 
-/// A u32 filter: an exact match of one 32-bit word of the IPv4 header that either goes on in
+/// A u32 filter: an exact match of one 32-bit word of the IP header that either goes on in
 /// another hash table or ends in a class.
 struct U32Filter {
-  /// Host order; `offset` in bytes from the start of the IPv4 header.
+  /// Host order; `offset` in bytes from the start of the header.
   std::uint32_t value = 0;
   std::uint32_t mask = 0;
   int offset = 0;

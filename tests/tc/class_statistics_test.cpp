@@ -57,7 +57,7 @@ TEST(ImqClassName, LeavesOutTheFlowsOfLeafQdiscs) {
   EXPECT_EQ(imq_class_name(0x80050002, 0x80050000, tariffs()), "");
 }
 
-TEST(PrintClass, WritesSixCountersBehindTheName) {
+TEST(PrintClass, WritesSixCountersAfterTheName) {
   const ClassPtr object(rtnl_class_alloc());
   std::ostringstream out;
   print_class(out, "upload gold", object.get());

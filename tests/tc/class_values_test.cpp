@@ -50,17 +50,17 @@ TEST(ClassBurst, SaturatesAt2147483647) {
 }
 
 TEST(ClassValues, HandleAndParentAreUnderTheHtbQdisc) {
-  const HtbClass root = htb_class(1, 0, 1000, 1000, 0, kNanoseconds);
+  const HtbClass root = htb_class(1, 0, {1000, 1000, 0}, kNanoseconds);
   EXPECT_EQ(root.handle, 0x80000001U);
   EXPECT_EQ(root.parent, 0x80000000U);
-  const HtbClass upload = htb_class(0x8005, 0x8001, 1000, 1000, 0, kNanoseconds);
+  const HtbClass upload = htb_class(0x8005, 0x8001, {1000, 1000, 0}, kNanoseconds);
   EXPECT_EQ(upload.handle, 0x80008005U);
   EXPECT_EQ(upload.parent, 0x80008001U);
 }
 
 TEST(ClassValues, OfAnOrdinaryTariff) {
   // 10 Mbit/s ceiling, a quarter of it guaranteed: 312,500 / 25 * 6 = 75,000.
-  const HtbClass values = htb_class(5, 1, 1'250'000, 312'500, 0, kMicroseconds);
+  const HtbClass values = htb_class(5, 1, {1'250'000, 312'500, 0}, kMicroseconds);
   EXPECT_EQ(values.ceil, 1'250'000U);
   EXPECT_EQ(values.cburst, 300'000U);
   EXPECT_EQ(values.rate, 312'500U);
@@ -71,7 +71,7 @@ TEST(ClassValues, OfAnOrdinaryTariff) {
 TEST(ClassValues, ACeilingBelow9Becomes8WithABurstOf8) {
   for (const std::int64_t ceil : {0, 1, 5, 8, -1, -2, -1'000'000}) {
     SCOPED_TRACE(ceil);
-    const HtbClass values = htb_class(5, 1, ceil, 1000, 0, kMicroseconds);
+    const HtbClass values = htb_class(5, 1, {ceil, 1000, 0}, kMicroseconds);
     EXPECT_EQ(values.ceil, 8U);
     EXPECT_EQ(values.cburst, 8U);
     EXPECT_EQ(values.rate, 1000U);
@@ -82,7 +82,7 @@ TEST(ClassValues, ACeilingBelow9Becomes8WithABurstOf8) {
 TEST(ClassValues, ARateBelow9Becomes8WithABurstOf8) {
   for (const std::int64_t rate : {0, 1, 5, 8, -1, -2, -1'000'000}) {
     SCOPED_TRACE(rate);
-    const HtbClass values = htb_class(2, 1, 1000, rate, 0, kMicroseconds);
+    const HtbClass values = htb_class(2, 1, {1000, rate, 0}, kMicroseconds);
     EXPECT_EQ(values.rate, 8U);
     EXPECT_EQ(values.burst, 8U);
     EXPECT_EQ(values.ceil, 1000U);
@@ -91,11 +91,11 @@ TEST(ClassValues, ARateBelow9Becomes8WithABurstOf8) {
 }
 
 TEST(ClassValues, ARateBelow9OverridesTheGivenBurst) {
-  EXPECT_EQ(htb_class(5, 1, 1000, 0, 5000, kMicroseconds).burst, 8U);
+  EXPECT_EQ(htb_class(5, 1, {1000, 0, 5000}, kMicroseconds).burst, 8U);
 }
 
 TEST(ClassValues, ARateOrCeilingOf9IsKept) {
-  const HtbClass values = htb_class(5, 1, 9, 9, 0, kMicroseconds);
+  const HtbClass values = htb_class(5, 1, {9, 9, 0}, kMicroseconds);
   EXPECT_EQ(values.ceil, 9U);
   EXPECT_EQ(values.cburst, 1600U);
   EXPECT_EQ(values.rate, 9U);
@@ -103,19 +103,20 @@ TEST(ClassValues, ARateOrCeilingOf9IsKept) {
 }
 
 TEST(ClassValues, AGivenBurstIsUsedAsItStands) {
-  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).burst, 5000U);
-  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 1, kMicroseconds).burst, 1U);
+  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 5000}, kMicroseconds).burst, 5000U);
+  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 1}, kMicroseconds).burst, 1U);
   // The ceiling's burst is always computed.
-  EXPECT_EQ(htb_class(5, 1, 1'250'000, 1'250'000, 5000, kMicroseconds).cburst, 300'000U);
+  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 5000}, kMicroseconds).cburst, 300'000U);
 }
 
 TEST(ClassValues, OnlyTheLow32BitsCount) {
-  const HtbClass values = htb_class(5, 1, kTwo32 + 1'250'000, kTwo32 + 1000, kTwo32 + 7, 1'000'000);
+  const HtbClass values =
+      htb_class(5, 1, {kTwo32 + 1'250'000, kTwo32 + 1000, kTwo32 + 7}, 1'000'000);
   EXPECT_EQ(values.ceil, 1'250'000U);
   EXPECT_EQ(values.cburst, 300'000U);
   EXPECT_EQ(values.rate, 1000U);
   EXPECT_EQ(values.burst, 7U);
-  const HtbClass tiny = htb_class(5, 1, kTwo32 + 5, kTwo32, 0, kMicroseconds);
+  const HtbClass tiny = htb_class(5, 1, {kTwo32 + 5, kTwo32, 0}, kMicroseconds);
   EXPECT_EQ(tiny.ceil, 8U);
   EXPECT_EQ(tiny.cburst, 8U);
   EXPECT_EQ(tiny.rate, 8U);
@@ -146,7 +147,7 @@ TEST(ClassValues, ABurstIsCutToWhatTheKernelsClockHolds) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(testing::Message() << row.given << " bytes at " << row.rate);
-    const HtbClass values = htb_class(5, 1, 1'250'000, row.rate, row.given, kNanoseconds);
+    const HtbClass values = htb_class(5, 1, {1'250'000, row.rate, row.given}, kNanoseconds);
     EXPECT_EQ(values.burst, row.sent);
     EXPECT_EQ(values.cburst, 300'000U);
   }
@@ -156,7 +157,7 @@ TEST(ClassValues, AComputedBurstFitsAsItIs) {
   for (const std::uint32_t rate : {9U, 1000U, 1'250'000U, 7'812'500U, 4'294'967'295U}) {
     SCOPED_TRACE(rate);
     for (const int hz : {1, 100, kNanoseconds}) {
-      const HtbClass values = htb_class(5, 1, rate, rate, 0, hz);
+      const HtbClass values = htb_class(5, 1, {rate, rate, 0}, hz);
       EXPECT_EQ(values.burst, static_cast<std::uint32_t>(class_burst(rate, hz)));
       EXPECT_EQ(values.cburst, values.burst);
     }
@@ -187,12 +188,12 @@ TEST(ClassValues, TheQuantumIsATenthOfTheRateFrom1000To200000) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
-    EXPECT_EQ(htb_class(5, 1, 1'250'000, row.rate, 0, kNanoseconds).quantum, row.quantum);
+    EXPECT_EQ(htb_class(5, 1, {1'250'000, row.rate, 0}, kNanoseconds).quantum, row.quantum);
   }
 }
 
 TEST(ClassValues, TenGigabitFit) {
-  const HtbClass values = htb_class(1, 0, 1'250'000'000, 1'250'000'000, 0, kNanoseconds);
+  const HtbClass values = htb_class(1, 0, {1'250'000'000, 1'250'000'000, 0}, kNanoseconds);
   EXPECT_EQ(values.ceil, 1'250'000'000U);
   EXPECT_EQ(values.cburst, 300'000'000U);
   EXPECT_EQ(values.rate, 1'250'000'000U);

@@ -54,12 +54,10 @@ const TariffSettings kAmy = subscriber("amy", 4, "10.0.1.4", "sfq");
 const TariffSettings kBob = subscriber("bob", 5, "10.0.1.5", "pfifo");
 const TariffSettings kZed = subscriber("zed", 6, "10.0.1.6", "fq_codel");
 
-GlobalSettings line(std::int64_t download, std::int64_t upload) {
-  GlobalSettings settings;
-  settings.wan = "eth1";
-  settings.download.speed = download;
-  settings.upload.speed = upload;
-  return settings;
+ResolvedLine line(std::int64_t speed) { return {"eth1", speed, std::nullopt}; }
+
+TariffDifference difference(const TariffSet& removed, const TariffSet& added, bool remove = true) {
+  return {removed, as_given(added, Direction::upload), remove};
 }
 
 std::string text(const DeviceChange& change) {
@@ -70,8 +68,8 @@ std::string text(const DeviceChange& change) {
 
 std::string upload_change(const TariffSet& removed, const TariffSet& added, bool has_tree = true,
                           bool remove = true) {
-  return text(branch_changes(mark_side(Direction::upload), line(kTenMbit, kTenMbit), has_tree,
-                             {removed, added, remove}, {}));
+  return text(branch_changes(mark_side(Direction::upload), line(kTenMbit), has_tree,
+                             difference(removed, added, remove), {}));
 }
 
 constexpr const char* kBobGone = "delete dev qdisc 8005:\ndelete dev class 8000:5\n";
@@ -103,17 +101,26 @@ TEST(BranchChange, NothingGoesUnlessWanted) {
 
 TEST(BranchChange, OnADeviceWithoutATreeBranchesOnlyGo) {
   EXPECT_EQ(upload_change(set_of(kBob), set_of(kBob), false), kBobGone);
-  EXPECT_EQ(text(branch_changes(mark_side(Direction::upload), line(kTenMbit, 0), true,
-                                {set_of(kBob), set_of(kBob)}, {})),
-            kBobGone);
-  EXPECT_EQ(text(branch_changes(imq_side(Direction::upload), line(kTenMbit, kTenMbit), false,
-                                {set_of(kBob), set_of(kBob)}, {})),
+  const TariffSet bob = set_of(kBob);
+  EXPECT_EQ(
+      text(branch_changes(mark_side(Direction::upload), line(0), true, difference(bob, bob), {})),
+      kBobGone);
+  EXPECT_EQ(text(branch_changes(imq_side(Direction::upload), line(kTenMbit), false,
+                                difference(bob, bob), {})),
             "");
 }
 
+TEST(BranchChange, ABlockedDirectionOfTheImqDeviceOnlyLosesBranches) {
+  const TariffSet bob = set_of(kBob);
+  EXPECT_EQ(
+      text(branch_changes(imq_side(Direction::download), line(0), true, difference(bob, bob), {})),
+      kBobGone);
+}
+
 TEST(BranchChange, TheFirstLevelOfTheAddressTreeIsMadeWhereItIsMissing) {
-  EXPECT_EQ(text(branch_changes(imq_side(Direction::download), line(kTenMbit, kTenMbit), true,
-                                {TariffSet(), set_of(kBob)}, {})),
+  const TariffSet none;
+  EXPECT_EQ(text(branch_changes(imq_side(Direction::download), line(kTenMbit), true,
+                                difference(none, set_of(kBob)), {})),
             "create dev table 2: buckets 16\n"
             "create dev u32 0:0:1 at 16 link 2: by ff00\n"
             "create dev class 8000:5 parent 8000:1 rate 1250000 ceil 1250000 burst 300000 cburst "
@@ -125,22 +132,23 @@ TEST(BranchChange, TheFirstLevelOfTheAddressTreeIsMadeWhereItIsMissing) {
 }
 
 DeviceChange change_of(const LineChange& line, bool has_tree = true) {
-  return device_change(mark_side(Direction::download), line, has_tree, {TariffSet(), set_of(kBob)},
-                       {});
+  const TariffSet none;
+  return device_change(mark_side(Direction::download), line, has_tree,
+                       difference(none, set_of(kBob)), {});
 }
 
 // 240 ms of 10 Mbit/s are 300,000 bytes.
 TEST(DeviceChange, ReplacesTheRootClassOnceWithTheLargestBurst) {
-  const GlobalSettings settings = line(kTenMbit, kTenMbit);
-  ASSERT_TRUE(change_of({settings, kTenMbit, kTenMbit}).root);
-  EXPECT_EQ(change_of({settings, kTenMbit, kTenMbit, 375'000}).root->burst, 375'000U);
-  EXPECT_EQ(change_of({settings, kTenMbit, kTenMbit, 1500}).root->burst, 300'000U);
+  const ResolvedLine next = line(kTenMbit);
+  ASSERT_TRUE(change_of({next, kTenMbit, kTenMbit}).root);
+  EXPECT_EQ(change_of({next, kTenMbit, kTenMbit, 375'000}).root->burst, 375'000U);
+  EXPECT_EQ(change_of({next, kTenMbit, kTenMbit, 1500}).root->burst, 300'000U);
 }
 
 TEST(DeviceChange, RemakesThePathWhereTheLineGrows) {
-  const GlobalSettings settings = line(kTenMbit, kTenMbit);
-  EXPECT_FALSE(change_of({settings, kTenMbit, kTenMbit}).path);
-  const auto path = change_of({settings, 1'000'000, 1'000'000}).path;
+  const ResolvedLine next = line(kTenMbit);
+  EXPECT_FALSE(change_of({next, kTenMbit, kTenMbit}).path);
+  const auto path = change_of({next, 1'000'000, 1'000'000}).path;
   ASSERT_TRUE(path);
   EXPECT_TRUE(path->classifier);
   EXPECT_EQ(path->feeder, "eth1");
@@ -148,8 +156,8 @@ TEST(DeviceChange, RemakesThePathWhereTheLineGrows) {
 }
 
 TEST(DeviceChange, LeavesTheLineOfAMissingDeviceAlone) {
-  const GlobalSettings settings = line(kTenMbit, kTenMbit);
-  const DeviceChange change = change_of({settings, 1'000'000, 1'000'000}, false);
+  const ResolvedLine next = line(kTenMbit);
+  const DeviceChange change = change_of({next, 1'000'000, 1'000'000}, false);
   EXPECT_FALSE(change.root);
   EXPECT_FALSE(change.path);
 }

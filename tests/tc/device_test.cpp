@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "model/tariff_dir_settings.h"
+#include "tc/firewall_rules.h"
 #include "tc/htb_eth_intf.h"
 #include "tc/htb_ifb_intf.h"
 #include "tc/htb_imq_intf.h"
@@ -59,40 +60,29 @@ TEST_F(Device, IsTheImqDeviceWithoutAWanName) {
   }
 }
 
-TEST_F(Device, NumbersItsObjectsByMarkOnTheWanAndIfbDevices) {
-  for (const bool ingress : {true, false}) {
-    const auto device = made("eth1", ingress);
-    EXPECT_EQ(device->cid(0x4005), 5U);
-    EXPECT_EQ(device->root_cid(), 1U);
+TEST_F(Device, NumbersItsObjectsInItsOwnWay) {
+  const struct {
+    const char* wan;
+    bool ingress;
+    unsigned cid, root, table, node;
+    std::uint32_t leaf, handle;
+  } rows[] = {{"eth1", false, 5, 1, 2, 1, 0x80050000, 0x80000005},
+              {"eth1", true, 5, 1, 2, 1, 0x80050000, 0x80000005},
+              {"", true, 5, 1, 2, 1, 0x80050000, 0x80000005},
+              {"", false, 0x8005, 0x8001, 19, 2, 52'773U << 16, 0x80008005}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.wan << ' ' << row.ingress);
+    const auto device = made(row.wan, row.ingress);
+    EXPECT_EQ(device->cid(5), row.cid);
+    EXPECT_EQ(device->root_cid(), row.root);
     EXPECT_EQ(device->def_cid(), 2U);
-    EXPECT_EQ(device->base_ht_id(), 2U);
-    EXPECT_EQ(device->base_ht_node(), 1U);
-    EXPECT_EQ(device->qhandle(5), 0x80050000U);
-    EXPECT_EQ(device->chandle(5), 0x80000005U);
-    EXPECT_EQ(device->chandle(0x4005), 0x80000005U);
+    EXPECT_EQ(device->base_ht_id(), row.table);
+    EXPECT_EQ(device->base_ht_node(), row.node);
+    EXPECT_EQ(device->qhandle(5), row.leaf);
+    EXPECT_EQ(device->chandle(5), row.handle);
   }
-}
-
-TEST_F(Device, NumbersImqDownloadPlainly) {
-  const auto device = made("", true);
-  EXPECT_EQ(device->cid(0x4005), 0x4005U);
-  EXPECT_EQ(device->root_cid(), 1U);
-  EXPECT_EQ(device->def_cid(), 2U);
-  EXPECT_EQ(device->base_ht_id(), 2U);
-  EXPECT_EQ(device->base_ht_node(), 1U);
-  EXPECT_EQ(device->qhandle(5), 0x80050000U);
-  EXPECT_EQ(device->chandle(5), 0x80000005U);
-}
-
-TEST_F(Device, NumbersImqUploadApart) {
-  const auto device = made("", false);
-  EXPECT_EQ(device->cid(5), 0x8005U);
-  EXPECT_EQ(device->root_cid(), 0x8001U);
-  EXPECT_EQ(device->def_cid(), 2U);
-  EXPECT_EQ(device->base_ht_id(), 19U);
-  EXPECT_EQ(device->base_ht_node(), 2U);
-  EXPECT_EQ(device->qhandle(5), 52'773U << 16);
-  EXPECT_EQ(device->chandle(5), 0x80008005U);
+  EXPECT_EQ(made("eth1", false)->cid(0x4005), 5U);
+  EXPECT_EQ(made("", true)->cid(0x4005), 0x4005U);
 }
 
 TEST_F(Device, KnowsWhichLinksExist) {
@@ -120,6 +110,8 @@ TEST_F(Device, RefusesToUpdateALeafInPlace) {
               Eq("Error: ifb_ingr: wrong sfq action unknown(7)\n"));
   EXPECT_EXIT(device->fq_codel_op(t, htb_action{0}), ExitedWithCode(1),
               Eq("Error: ifb_ingr: wrong fq_codel action unknown(0)\n"));
+  EXPECT_EXIT(device->def_qdisc_op(t, htb_action::update), ExitedWithCode(1),
+              Eq("Error: ifb_ingr: wrong fq_codel action update\n"));
 }
 
 TEST_F(Device, RefusesAnUnknownClassAction) {
@@ -129,25 +121,40 @@ TEST_F(Device, RefusesAnUnknownClassAction) {
               Eq("Error: eth1: cls 5 wrong action unknown(0)\n"));
 }
 
+// The condition as the message shows it, where a settings record has the wrong direction.
+std::string assertion(const std::string& condition) {
+  return "kavo-tc-htb:.*`" + condition + "' failed";
+}
+
 TEST_F(Device, StopsWhenASettingsDirectionIsNotItsOwn) {
   const TariffDirSettings up(false);
   const TariffDirSettings down(true);
-  GlobalDirSettings root(false);
-  const auto ifb = made("eth1", true);
-  const auto eth = made("eth1", false);
+  const auto wan = std::make_unique<HtbEthIntf>("eth1", sock, links);
+  const auto ifb = std::make_unique<HtbIfbIntf>(sock, links);
   const auto imq = made("", true);
-  const auto action = htb_action::create;
-  EXPECT_DEATH(ifb->class_op(up, action), "kavo-tc-htb:.*`t\\.download\\(\\)' failed");
-  EXPECT_DEATH(eth->class_op(down, action), "kavo-tc-htb:.*`!t\\.download\\(\\)' failed");
-  EXPECT_DEATH(imq->class_op(up, action), "kavo-tc-htb:.*`t\\.download\\(\\) == ingress\\(\\)'");
-  EXPECT_DEATH(ifb->def_class_op(up, action), "kavo-tc-htb:.*`def\\.download\\(\\)' failed");
-  EXPECT_DEATH(eth->def_qdisc_op(down, action), "kavo-tc-htb:.*`!def\\.download\\(\\)' failed");
-  EXPECT_DEATH(imq->def_qdisc_op(up, action),
-               "kavo-tc-htb:.*`def\\.download\\(\\) == ingress\\(\\)'");
-  EXPECT_DEATH(ifb->create_qdisc(up), "kavo-tc-htb:.*`tariff\\.download\\(\\) == ingress\\(\\)'");
-  EXPECT_DEATH(eth->delete_qdisc(down), "kavo-tc-htb:.*`tariff\\.download\\(\\) == ingress\\(\\)'");
-  EXPECT_DEATH(ifb->create_root_leaf(root),
-               "kavo-tc-htb:.*`root\\.download\\(\\) == ingress\\(\\)'");
+  constexpr auto kCreate = htb_action::create;
+  const std::string of_class = assertion("!t\\.download\\(\\)");
+  const std::string of_default = assertion("!def\\.download\\(\\)");
+  EXPECT_DEATH(wan->class_op(down, kCreate), of_class);
+  EXPECT_DEATH(wan->def_class_op(down, kCreate), of_default);
+  EXPECT_DEATH(wan->def_tar_class_op(down, kCreate), of_default);
+  EXPECT_DEATH(wan->def_qdisc_op(down, kCreate), of_default);
+  EXPECT_DEATH(wan->def_tar_qdisc_op(down, kCreate), of_default);
+  EXPECT_DEATH(ifb->class_op(up, kCreate), assertion("t\\.download\\(\\)"));
+  const std::string of_ifb = assertion("def\\.download\\(\\)");
+  EXPECT_DEATH(ifb->def_class_op(up, kCreate), of_ifb);
+  EXPECT_DEATH(ifb->def_tar_class_op(up, kCreate), of_ifb);
+  EXPECT_DEATH(ifb->def_qdisc_op(up, kCreate), of_ifb);
+  EXPECT_DEATH(ifb->def_tar_qdisc_op(up, kCreate), of_ifb);
+  const std::string own = "\\.download\\(\\) == ingress\\(\\)";
+  EXPECT_DEATH(imq->class_op(up, kCreate), assertion("t" + own));
+  EXPECT_DEATH(imq->def_class_op(up, kCreate), assertion("def" + own));
+  EXPECT_DEATH(imq->def_qdisc_op(up, kCreate), assertion("def" + own));
+  EXPECT_DEATH(ifb->create_qdisc(up), assertion("tariff" + own));
+  EXPECT_DEATH(wan->delete_qdisc(down), assertion("tariff" + own));
+  EXPECT_DEATH(imq->tariff_qdisc_op(up, kCreate), assertion("tariff" + own));
+  EXPECT_DEATH(ifb->create_root_leaf(up), assertion("root" + own));
+  EXPECT_DEATH(imq->update_root_leaf(up), assertion("root" + own));
 }
 
 const char* const kAccept = "sudo iptables -t raw -R QOS_CONNTRACK 1 -j ACCEPT";
@@ -161,25 +168,16 @@ TEST_F(Device, WritesNoEgressRulesWithoutTheWanDevice) {
   EXPECT_EQ(made("eth1", false)->fill_fw_rules(set, list), "");
 }
 
-TEST_F(Device, BlocksUploadOnTheWanDevice) {
+TEST_F(Device, AppendsTheEgressRulesOfItsRecords) {
   know("eth1");
   GlobalSet set;
   set.global.wan = "eth1";
-  set.global.upload.speed = 0;
-  std::string list = "first";
-  made("eth1", false)->fill_fw_rules(set, list);
-  EXPECT_EQ(list,
-            "first;sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
-            "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j DROP");
-}
-
-TEST_F(Device, MarksUploadOfNoTariffAsClass3) {
-  know("eth1");
-  GlobalSet set;
-  set.global.wan = "eth1";
-  std::string list;
-  made("eth1", false)->fill_fw_rules(set, list);
-  EXPECT_NE(list.find(" -j MARK --set-xmark 0x80000003/0x80003fff;"), std::string::npos) << list;
+  for (const std::int64_t speed : {0, 125}) {
+    set.global.upload.speed = speed;
+    std::string list = "first";
+    made("eth1", false)->fill_fw_rules(set, list);
+    EXPECT_EQ(list, "first;" + upload_rules({"eth1", speed, std::nullopt}, 0x80000003));
+  }
 }
 
 TEST_F(Device, TracksDownloadsWhereTheWanDeviceExists) {
@@ -198,14 +196,9 @@ TEST_F(Device, WritesImqRulesInOneDirection) {
   std::string list;
   EXPECT_EQ(HtbImqIntf(true, sock, links).fill_fw_rules(set, list), "");
   EXPECT_EQ(HtbIngrImqIntf(false, sock, links).fill_fw_rules(set, list), "");
-  EXPECT_EQ(HtbIngrImqIntf(true, sock, links).fill_fw_rules(set, list),
-            "sudo iptables -t mangle -A KAVO_QOS_FW_IN_HOOK -i eth9 -j IMQ --todev 0");
+  EXPECT_EQ(HtbIngrImqIntf(true, sock, links).fill_fw_rules(set, list), imq_download_rules("eth9"));
   list.clear();
-  EXPECT_EQ(
-      HtbImqIntf(false, sock, links).fill_fw_rules(set, list),
-      "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -m addrtype --src-type=LOCAL -j RETURN;"
-      "sudo iptables -t mangle -A KAVO_QOS_FW_OUT_HOOK -j IMQ --todev 0;"
-      "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN");
+  EXPECT_EQ(HtbImqIntf(false, sock, links).fill_fw_rules(set, list), imq_upload_rules());
 }
 
 TEST_F(Device, WritesTheRemovalSetOncePerPair) {

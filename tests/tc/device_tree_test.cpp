@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "model/rate_resolution.h"
 #include "tests/support/tariffs.h"
 
 // Which objects each direction of each device gets. Their values are the business of other tests.
@@ -11,6 +12,8 @@ namespace {
 
 constexpr std::int64_t kLink = 125'000'000;
 constexpr std::int64_t kNone = kNeverSet;
+// No tariff at all, not one without a speed.
+constexpr std::int64_t kNobody = -3;
 constexpr std::int64_t kTenMbit = 1'250'000;
 
 // A line, a default tariff and Bob with class number 5, all with one speed for both directions.
@@ -32,7 +35,7 @@ ResolvedSettings settings_of(const Given& given) {
     set.defaults.direction(way).speed = set.defaults.direction(way).ceiling = given.def;
     bob.direction(way).speed = given.bob;
   }
-  return resolve(set, test::set_of(bob), kLink);
+  return resolve(set, given.bob == kNobody ? TariffSet() : test::set_of(bob), kLink);
 }
 
 void add(std::string& text, const std::string& word) { text += (text.empty() ? "" : " ") + word; }
@@ -79,25 +82,31 @@ void expect_rows(Side (*side)(Direction), const std::vector<Row>& rows) {
 }
 
 TEST(DeviceTree, OfDevicesThatClassifyByMark) {
-  expect_rows(mark_side,
-              {
-                  {{kTenMbit, kNone, kTenMbit},
-                   "ingress htb default marks 1 2/q 5",
-                   "htb default marks fed 1 2/q 5"},
-                  {{kTenMbit, 1000, kTenMbit},
-                   "ingress htb default marks 1 2/q 3/q 5",
-                   "htb default marks fed 1 2/q 3/q 5"},
-                  {{kTenMbit, kNone, kNone},
-                   "ingress htb default marks 1 2/q",
-                   "htb default marks fed 1 2/q"},
-                  // A line without a speed is as fast as its tariffs.
-                  {{kNone, kNone, kTenMbit}, "ingress htb marks 1 5", "htb marks fed 1 5"},
-                  {{kNone, 1000, kNone}, "ingress htb marks 1 3/q", "htb marks fed 1 3/q"},
-                  {{kNone, kNone, kNone}, "ingress", ""},
-                  {{kNone, 0, kNone}, "ingress", ""},
-                  {{0, kNone, kTenMbit}, "ingress fq_codel", ""},
-                  {{0, 1000, kNone}, "ingress fq_codel", ""},
-              });
+  expect_rows(
+      mark_side,
+      {
+          {{kTenMbit, kNone, kTenMbit},
+           "ingress htb default marks 1 2/q 5",
+           "htb default marks fed 1 2/q 5"},
+          {{kTenMbit, 1000, kTenMbit},
+           "ingress htb default marks 1 2/q 3/q 5",
+           "htb default marks fed 1 2/q 3/q 5"},
+          {{kTenMbit, kNone, kNone},
+           "ingress htb default marks 1 2/q",
+           "htb default marks fed 1 2/q"},
+          // Without tariffs and default tariff no packet has a mark.
+          {{kTenMbit, kNone, kNobody}, "ingress htb default 1 2/q", "htb default fed 1 2/q"},
+          {{kTenMbit, 1000, kNobody},
+           "ingress htb default marks 1 2/q 3/q",
+           "htb default marks fed 1 2/q 3/q"},
+          // A line without a speed is as fast as its tariffs.
+          {{kNone, kNone, kTenMbit}, "ingress htb marks 1 5", "htb marks fed 1 5"},
+          {{kNone, 1000, kNone}, "ingress htb marks 1 3/q", "htb marks fed 1 3/q"},
+          {{kNone, kNone, kNone}, "ingress", ""},
+          {{kNone, 0, kNone}, "ingress", ""},
+          {{0, kNone, kTenMbit}, "ingress fq_codel", ""},
+          {{0, 1000, kNone}, "ingress fq_codel", ""},
+      });
 }
 
 TEST(DeviceTree, OfTheDeviceThatClassifiesByAddress) {
@@ -107,10 +116,31 @@ TEST(DeviceTree, OfTheDeviceThatClassifiesByAddress) {
           {{kTenMbit, kNone, kTenMbit}, "htb tables 8001 8005/a", "tables 1 5/a"},
           {{kTenMbit, 1000, kTenMbit}, "htb default tables 8001 8005/a", "tables 1 2/q 5/a"},
           {{kTenMbit, kNone, kNone}, "htb tables 8001", "tables 1"},
+          {{kTenMbit, 1000, kNobody}, "htb default tables 8001", "tables 1 2/q"},
           {{kNone, kNone, kTenMbit}, "htb tables 8001 8005/a", "tables 1 5/a"},
           {{kNone, kNone, kNone}, "htb", ""},
           {{0, kNone, kTenMbit}, "htb tables 8001 8005/a", "tables 1 5/a"},
       });
+}
+
+TEST(DeviceTree, TheDefaultClassHasTheSpeedAsConfiguredAndTheRootClassTheResolvedOne) {
+  ResolvedSettings settings = settings_of({kTenMbit, kNone, kTenMbit});
+  settings.upload.line.speed = 2 * kTenMbit;
+  const DeviceTree tree = device_tree(mark_side(Direction::upload), settings);
+  ASSERT_EQ(tree.line.size(), 2U);
+  EXPECT_EQ(tree.line[0].htb.ceil, 2'500'000U);
+  EXPECT_EQ(tree.line[0].htb.rate, 2'500'000U);
+  EXPECT_EQ(tree.line[1].htb.ceil, 1'250'000U);
+  EXPECT_EQ(tree.line[1].htb.rate, 8U);
+}
+
+TEST(DeviceTree, ALineWithoutASectionHasNoDefaultClass) {
+  ResolvedSettings settings = settings_of({kTenMbit, kNone, kTenMbit});
+  settings.configured.has_global = false;
+  const DeviceTree tree = device_tree(mark_side(Direction::upload), settings);
+  EXPECT_EQ(tree.line.size(), 1U);
+  ASSERT_TRUE(tree.root);
+  EXPECT_EQ(tree.root->default_class, 0U);
 }
 
 }  // namespace

@@ -20,7 +20,10 @@ bool needed(const Row& row) {
   set.has_default = row.has_default;
   set.defaults.download.speed = row.default_download;
   set.defaults.upload.speed = row.default_upload;
-  return needs_drop_chain(set);
+  ResolvedSettings settings;
+  settings.upload.line = as_given(set, Direction::upload);
+  settings.download.line = as_given(set, Direction::download);
+  return needs_drop_chain(settings);
 }
 
 TEST(DropChain, IsNeededForABlockedLine) {

@@ -8,19 +8,10 @@ namespace {
 // The mark of class number 3, which packets of no tariff get.
 constexpr std::uint32_t kDefaultMark = 0x80000003;
 
-GlobalSet line(const char* wan, std::int64_t download, std::int64_t upload) {
-  GlobalSet set;
-  set.global.wan = wan;
-  set.global.download.speed = download;
-  set.global.upload.speed = upload;
-  return set;
-}
+ResolvedLine line(const char* wan, std::int64_t speed) { return {wan, speed, std::nullopt}; }
 
-GlobalSet with_default(GlobalSet set, std::int64_t download, std::int64_t upload) {
-  set.has_default = true;
-  set.defaults.download.speed = download;
-  set.defaults.upload.speed = upload;
-  return set;
+ResolvedLine with_default(const char* wan, std::int64_t speed, std::int64_t def) {
+  return {wan, speed, ClassRates{def, def, 0}};
 }
 
 const std::string kMarkingOnEth1 =
@@ -48,17 +39,17 @@ TEST(EgressRules, OfABlockedLineAreTwoFilterCommands) {
   const std::string expected =
       "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
       "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j DROP";
-  EXPECT_EQ(upload_rules(line("eth1", -2, 0), kDefaultMark), expected);
-  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, 0), 0, 0), kDefaultMark), expected);
+  EXPECT_EQ(upload_rules(line("eth1", 0), kDefaultMark), expected);
+  EXPECT_EQ(upload_rules(with_default("eth1", 0, 0), kDefaultMark), expected);
 }
 
 TEST(EgressRules, MarkForwardedPackets) {
   for (const std::int64_t upload : {-2, -1, 1, 125'000'000})
-    EXPECT_EQ(upload_rules(line("eth1", 0, upload), kDefaultMark), kMarkingOnEth1) << upload;
+    EXPECT_EQ(upload_rules(line("eth1", upload), kDefaultMark), kMarkingOnEth1) << upload;
 }
 
 TEST(EgressRules, OfAnUnsetLineDropTheBlockedDefaultFirst) {
-  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), -2, 0), kDefaultMark),
+  EXPECT_EQ(upload_rules(with_default("eth1", -2, 0), kDefaultMark),
             "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
             "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o eth1 -j CONNMARK --restore-mark"
             " --nfmask 0x80003fff --ctmask 0x80003fff"
@@ -68,16 +59,12 @@ TEST(EgressRules, OfAnUnsetLineDropTheBlockedDefaultFirst) {
 }
 
 TEST(EgressRules, DropNoDefaultThatIsNotBlocked) {
-  GlobalSet unread = with_default(line("eth1", -2, -2), 0, 0);
-  unread.has_default = false;
-  EXPECT_EQ(upload_rules(unread, kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), 0, 125), kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, -2), 0, -2), kDefaultMark), kMarkingOnEth1);
-  EXPECT_EQ(upload_rules(with_default(line("eth1", -2, 125), 0, 0), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(with_default("eth1", -2, 125), kDefaultMark), kMarkingOnEth1);
+  EXPECT_EQ(upload_rules(with_default("eth1", 125, 0), kDefaultMark), kMarkingOnEth1);
 }
 
 TEST(EgressRules, QuoteAStrangeDeviceName) {
-  EXPECT_EQ(upload_rules(line("a b", -2, 0), kDefaultMark),
+  EXPECT_EQ(upload_rules(line("a b", 0), kDefaultMark),
             "sudo iptables -t filter -I OSTREA_FW_OUT_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
             "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -o 'a b' -j DROP");
 }
@@ -91,15 +78,14 @@ TEST(IngressRules, OfABlockedLineDropEverythingAndTrackAsBefore) {
       "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j DROP;"
       "sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN";
   for (const bool wan_found : {true, false}) {
-    EXPECT_EQ(download_rules(line("eth1", 0, -2), kDefaultMark, wan_found), expected);
-    EXPECT_EQ(download_rules(with_default(line("eth1", 0, -2), 0, 0), kDefaultMark, wan_found),
-              expected);
+    EXPECT_EQ(download_rules(line("eth1", 0), kDefaultMark, wan_found), expected);
+    EXPECT_EQ(download_rules(with_default("eth1", 0, 0), kDefaultMark, wan_found), expected);
   }
 }
 
 TEST(IngressRules, OfAnUnsetLineDropTheBlockedDefault) {
   for (const bool wan_found : {true, false}) {
-    EXPECT_EQ(download_rules(with_default(line("eth1", -2, 125), 0, -2), kDefaultMark, wan_found),
+    EXPECT_EQ(download_rules(with_default("eth1", -2, 0), kDefaultMark, wan_found),
               "sudo iptables -t filter -I OSTREA_FW_IN_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
               "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i eth1 -j CONNMARK --restore-mark"
               " --nfmask 0x80003fff --ctmask 0x80003fff"
@@ -110,12 +96,11 @@ TEST(IngressRules, OfAnUnsetLineDropTheBlockedDefault) {
 }
 
 TEST(IngressRules, TrackConnectionsWhereTheWanDeviceExists) {
-  EXPECT_EQ(download_rules(line("eth1", 125, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(download_rules(line("eth1", -2, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(download_rules(line("eth1", 125, 0), kDefaultMark, false), kReturn);
-  EXPECT_EQ(download_rules(with_default(line("eth1", 125, 0), 0, 0), kDefaultMark, true), kAccept);
-  EXPECT_EQ(download_rules(with_default(line("eth1", -2, 0), 125, 0), kDefaultMark, false),
-            kReturn);
+  EXPECT_EQ(download_rules(line("eth1", 125), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(line("eth1", -2), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(line("eth1", 125), kDefaultMark, false), kReturn);
+  EXPECT_EQ(download_rules(with_default("eth1", 125, 0), kDefaultMark, true), kAccept);
+  EXPECT_EQ(download_rules(with_default("eth1", -2, 125), kDefaultMark, false), kReturn);
 }
 
 TEST(ImqRules, SendForwardedPacketsThroughTheDevice) {
@@ -139,16 +124,12 @@ TEST(AppendCommands, SeparatesListsWithASemicolon) {
 }
 
 TEST(DefaultBlocked, WantsAnUnsetLineAndADefaultOfZero) {
-  const GlobalSet blocked = with_default(line("eth1", -2, -2), 0, 125);
-  EXPECT_TRUE(default_blocked(blocked, Direction::download));
-  EXPECT_FALSE(default_blocked(blocked, Direction::upload));
-  for (const std::int64_t download : {-1, 0, 125})
-    EXPECT_FALSE(
-        default_blocked(with_default(line("eth1", download, -2), 0, 125), Direction::download))
-        << download;
-  for (const std::int64_t def : {-2, -1, 1})
-    EXPECT_FALSE(default_blocked(with_default(line("eth1", -2, -2), def, 0), Direction::download))
-        << def;
+  EXPECT_TRUE(with_default("eth1", -2, 0).default_blocked());
+  EXPECT_FALSE(line("eth1", -2).default_blocked());
+  for (const std::int64_t speed : {-1, 0, 125})
+    EXPECT_FALSE(with_default("eth1", speed, 0).default_blocked()) << speed;
+  for (const std::int64_t def : {-1, 1})
+    EXPECT_FALSE(with_default("eth1", -2, def).default_blocked()) << def;
 }
 
 }  // namespace

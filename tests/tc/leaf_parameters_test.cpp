@@ -1,27 +1,19 @@
 #include <gtest/gtest.h>
 
-#include "model/global_settings.h"
 #include "tc/qdisc.h"
 
 namespace quenby {
 namespace {
 
-GlobalDirSettings with_speed(std::int64_t bytes_per_second) {
-  GlobalDirSettings settings(true);
-  settings.speed = bytes_per_second;
-  return settings;
-}
-
 TEST(Pfifo, Holds11000PacketsUnlessTheSpeedIsZero) {
   for (const std::int64_t speed : {1, 125'000, -1, -2})
-    EXPECT_EQ(pfifo_limit(with_speed(speed)), 11'000) << speed;
-  EXPECT_EQ(pfifo_limit(with_speed(0)), 0);
+    EXPECT_EQ(pfifo_limit(speed), 11'000) << speed;
+  EXPECT_EQ(pfifo_limit(0), 0);
 }
 
 TEST(Sfq, Holds127PacketsUnlessTheSpeedIsZero) {
-  for (const std::int64_t speed : {1, 125'000, -1, -2})
-    EXPECT_EQ(sfq_limit(with_speed(speed)), 127) << speed;
-  EXPECT_EQ(sfq_limit(with_speed(0)), 0);
+  for (const std::int64_t speed : {1, 125'000, -1, -2}) EXPECT_EQ(sfq_limit(speed), 127) << speed;
+  EXPECT_EQ(sfq_limit(0), 0);
 }
 
 TEST(FqCodel, GrowsWithTheSpeed) {
@@ -52,15 +44,8 @@ TEST(FqCodel, GrowsWithTheSpeed) {
   }
 }
 
-TariffDirSettings tariff(int number, std::int64_t bytes_per_second) {
-  TariffDirSettings settings(false);
-  settings.id = number;
-  settings.speed = bytes_per_second;
-  return settings;
-}
-
 TEST(Leaf, IsOfTheKindThatTheTariffNames) {
-  TariffDirSettings t = tariff(5, 1'250'000);
+  ResolvedTariff t{5, {1'250'000, 1'250'000, 0}, kQdiscNone, {}};
   for (const int kind : {0, 4, -1}) {
     t.qdisc = kind;
     EXPECT_EQ(tariff_leaf(HandleScheme::mark, t), std::nullopt) << kind;
@@ -78,13 +63,13 @@ TEST(Leaf, IsOfTheKindThatTheTariffNames) {
 
 TEST(FqCodel, CountsWholeKilobits) {
   // 10,000.992 kbit/s
-  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, with_speed(1'250'124)).limit, 600);
-  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, with_speed(1'250'125)).limit, 800);
+  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, 1'250'124).limit, 600);
+  EXPECT_EQ(default_leaf(HandleScheme::mark, 2, 1'250'125).limit, 800);
 }
 
 TEST(FqCodel, OfASpeedNeverSetIsThatOfZero) {
-  EXPECT_EQ(plain_root(with_speed(-2)).limit, 0);
-  EXPECT_EQ(plain_root(with_speed(-2)).quantum, 300U);
+  EXPECT_EQ(plain_root(-2).limit, 0);
+  EXPECT_EQ(plain_root(-2).quantum, 300U);
 }
 
 }  // namespace
