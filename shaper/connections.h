@@ -18,16 +18,20 @@
 /// connection tracking has no marks to mend, and a connection may end at any moment.
 namespace quenby {
 
-/// An IPv4 connection that carries a mark. Addresses in network order, the mark in host order.
-struct Connection {
+/// A connection that carries a mark. Addresses in network order, the mark in host order.
+template <typename Address>
+struct ConnectionOf {
   /// The attributes that name the connection to the kernel, as it sent them.
   std::string original_tuple;
   std::optional<std::uint16_t> zone;
 
-  std::uint32_t source = 0;
-  std::uint32_t reply_source = 0;
+  Address source{};
+  Address reply_source{};
   std::uint32_t mark = 0;
 };
+
+using Connection = ConnectionOf<std::uint32_t>;
+using Ip6Connection = ConnectionOf<Ip6Address>;
 
 /// Which connections are looked at: those whose mark has these bits under the mask. The kernel
 /// picks them out.
@@ -44,9 +48,13 @@ MarkFilter one_of(const std::vector<std::uint32_t>& marks);
 
 /// The connections that the filter picks; none when the kernel cannot tell.
 std::vector<Connection> list_connections(const SocketPtr& netfilter, const MarkFilter& filter);
+std::vector<Ip6Connection> list_ip6_connections(const SocketPtr& netfilter,
+                                                const MarkFilter& filter);
 
 /// Gives each of these connections the mark that its addresses have in `marks`, in our bits alone.
 /// One that has it already costs no request.
 void mend_marks(const SocketPtr& netfilter, const MarkTable& marks, const MarkFilter& filter);
+/// The same for those of IPv6.
+void mend_ip6_marks(const SocketPtr& netfilter, const MarkTable& marks, const MarkFilter& filter);
 
 }  // namespace quenby

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "model/rate_resolution.h"
+#include "model/resolved_settings.h"
 #include "shaper/address_set.h"
 #include "tc/device_tree.h"
 
@@ -27,10 +27,16 @@ struct DesiredState {
   DeviceTree download;
   /// The address set's entries; none where the IMQ device is shaped.
   std::vector<AddressSetEntry> addresses;
+  /// Those of the set of IPv6; none where it is not shaped.
+  std::vector<PrefixSetEntry> prefixes{};
   /// The shell commands that put our rules into the firewall, and those of packet steering. Each a
   /// list joined with ";", or empty.
   std::string firewall;
   std::string steering;
+  /// Those of ip6tables; empty where IPv6 is not shaped.
+  std::string ip6_firewall{};
+  /// Whether IPv6 is shaped too.
+  bool ipv6 = false;
 
   const DeviceTree& tree(Direction way) const {
     return way == Direction::download ? download : upload;

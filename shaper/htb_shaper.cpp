@@ -1,16 +1,16 @@
 #include "shaper/htb_shaper.h"
 
-#include <linux/netlink.h>
-
 #include <utility>
 
+#include "cli/error.h"
 #include "cli/system.h"
+#include "model/rate_resolution.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
 #include "shaper/desired_state.h"
 #include "shaper/hardware.h"
+#include "shaper/ipv6_note.h"
 #include "shaper/packet_steering.h"
-#include "shaper/session.h"
 #include "tc/firewall_rules.h"
 #include "tc/htb_class.h"
 #include "tc/links.h"
@@ -18,35 +18,56 @@
 
 namespace quenby {
 
-HtbShaper::HtbShaper()
-    : route_(open_socket(NETLINK_ROUTE)),
-      netfilter_(open_socket(NETLINK_NETFILTER)),
-      links_(open_link_cache(route_)) {
-  read_psched_hz();
-}
-
 void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
   const bool has_wan = !set.global.wan.empty();
   const std::int64_t speed = link_speed(set.global.wan);
   const ResolvedSettings settings = resolve(std::move(set), std::move(tariffs), speed);
 
-  const Devices both = devices(settings.line.global);
-  clean_rules(both, has_wan && needs_drop_chain(settings.line));
+  const Devices both = devices(settings.configured.global);
+  const bool drops = has_wan && needs_drop_chain(settings);
+  clean_rules(both, drops);
   if (has_wan) create_ipset();
-  const DesiredState wanted =
-      desired_state(settings, {link_exists(settings.line), has_wan ? board_name() : std::string()});
+  const bool ipv6 = settings.configured.global.shapes_ipv6();
+  if (ipv6) {
+    begin_ip6(drops);
+  } else if (ipv6_is_noted()) {
+    // What it leaves stays noted, and keeps nobody from shaping IPv4.
+    clear_ip6();
+  }
+  const DesiredState wanted = desired_state(
+      settings, {link_exists(settings.configured), has_wan ? board_name() : std::string()});
   run_list(wanted.steering);
   for (const Direction way : kDirections) {
     both.at(way).setup(wanted.tree(way));
     both.at(way).create_leaves(wanted.tree(way));
   }
   add_ipset_entries(wanted.addresses);
+  add_ipset_entries(wanted.prefixes);
   run_list(wanted.firewall);
-  if (has_wan) mend_marks(netfilter_, MarkTable(wanted.addresses), any_mark());
+  run_list(wanted.ip6_firewall);
+  const MarkTable marks(wanted.addresses, wanted.prefixes);
+  if (has_wan) mend_marks(session_.netfilter, marks, any_mark());
+  if (ipv6) mend_ip6_marks(session_.netfilter, marks, any_mark());
+}
+
+void HtbShaper::begin_ip6(bool drop_chain) {
+  note_ipv6();
+  run_list(firewall_start_command());
+  clean_ip6_rules(drop_chain);
+  create_address_set(session_.netfilter, Family::ipv6);
+}
+
+bool HtbShaper::clear_ip6() {
+  std::string commands = quenby::clean_rules(Family::ipv6);
+  append_commands(commands, firewall_end_commands(Family::ipv6));
+  if (!run_commands(commands)) return false;
+  flush_prefix_set(session_.netfilter);
+  forget_ipv6();
+  return true;
 }
 
 bool HtbShaper::link_exists(const GlobalSet& set) const {
-  return index_of(links_.get(), set.global.wan) != 0;
+  return index_of(session_.links.get(), set.global.wan) != 0;
 }
 
 void HtbShaper::clear(const GlobalSet& set) {
@@ -63,6 +84,7 @@ void HtbShaper::clear(const GlobalSet& set) {
   }
   both.download->teardown(set);
   both.upload->teardown(set);
+  if (ipv6_is_noted() && !clear_ip6()) fail_silently("a command of ip6tables failed");
 }
 
 void HtbShaper::del_global(const GlobalSet& set, const TariffConfig& tariffs) {
@@ -77,30 +99,30 @@ void HtbShaper::class_stat(const GlobalSet& set, const TariffConfig& tariffs) {
   for (const Direction way : kDirections) device(set.global, way)->class_stat(tariffs);
 }
 
-void HtbShaper::create_ipset() { create_address_set(netfilter_); }
+void HtbShaper::create_ipset() { create_address_set(session_.netfilter); }
 
-void HtbShaper::delete_ipset() { flush_address_set(netfilter_); }
+void HtbShaper::delete_ipset() { flush_address_set(session_.netfilter); }
 
 void HtbShaper::add_ipset_item(std::uint32_t address, std::uint64_t number) {
-  add_address(netfilter_, address_set_entry(address, number));
+  add_address(session_.netfilter, address_set_entry(address, number));
 }
 
-void HtbShaper::del_ipset_item(std::uint32_t address) { delete_address(netfilter_, address); }
+void HtbShaper::del_ipset_item(std::uint32_t address) {
+  delete_address(session_.netfilter, address);
+}
 
 void HtbShaper::add_ipset_tariffs(const TariffSet& set) {
   add_ipset_entries(address_set_entries(set));
 }
 
-void HtbShaper::add_ipset_entries(const std::vector<AddressSetEntry>& entries) {
-  for (const AddressSetEntry& entry : entries) add_address(netfilter_, entry);
-}
-
 void HtbShaper::del_ipset_tariffs(const TariffSet& set) {
-  for (const AddressSetEntry& entry : address_set_entries(set)) del_ipset_item(entry.address);
+  del_ipset_entries(address_set_entries(set));
 }
 
-void HtbShaper::mend_connections(const TariffSet& tariffs, const MarkFilter& filter) {
-  mend_marks(netfilter_, MarkTable(address_set_entries(tariffs)), filter);
+void HtbShaper::mend_connections(const TariffSet& tariffs, bool ipv6, const MarkFilter& filter) {
+  const MarkTable marks(address_set_entries(tariffs), prefix_set_entries(tariffs));
+  mend_marks(session_.netfilter, marks, filter);
+  if (ipv6) mend_ip6_marks(session_.netfilter, marks, filter);
 }
 
 void HtbShaper::set_rps(const GlobalSet& set) {
@@ -112,7 +134,7 @@ void HtbShaper::clean_rps(const GlobalSet& set) {
 }
 
 std::unique_ptr<HtbIntf> HtbShaper::device(const GlobalSettings& settings, Direction way) {
-  return make_intf(settings, way, route_, links_);
+  return make_intf(settings, way, session_.route, session_.links);
 }
 
 HtbShaper::Devices HtbShaper::devices(const GlobalSettings& settings) {
@@ -124,6 +146,12 @@ void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
   devices.upload->fill_clean_fw_rules(commands);
   devices.download->fill_clean_fw_rules(commands);
   if (drop_chain) append_commands(commands, drop_chain_commands());
+  run_list(commands);
+}
+
+void HtbShaper::clean_ip6_rules(bool drop_chain) {
+  std::string commands = quenby::clean_rules(Family::ipv6);
+  if (drop_chain) append_commands(commands, drop_chain_commands(Family::ipv6));
   run_list(commands);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "model/global_set.h"
@@ -9,6 +10,7 @@
 #include "model/tariff_set.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
+#include "shaper/session.h"
 #include "shaper/tariff_change.h"
 #include "tc/htb_intf.h"
 #include "tc/nl_types.h"
@@ -23,7 +25,8 @@ namespace quenby {
 /// made.
 class HtbShaper {
  public:
-  HtbShaper();
+  HtbShaper() : HtbShaper(open_session()) {}
+  explicit HtbShaper(Session session) : session_(std::move(session)) {}
 
   /// Builds everything. Removes nothing that is installed already but the program's own firewall
   /// rules and the devices' root qdiscs.
@@ -47,11 +50,16 @@ class HtbShaper {
   void add_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& added);
   void del_tariffs(GlobalSet set, const TariffSet& current, const TariffSet& removed);
 
-  /// One direction of such a change. `settings`, `added` and `previous`, the direction's settings
-  /// before the change, are resolved; `configured` is its speed as configured; `remove` is false
-  /// when there is nothing to delete. `burst` in bytes is what the root class has to cover. Speeds
-  /// in bytes per second. The link's speed never matters: packets carry marks wherever there are
-  /// tariffs.
+  /// Whether the kernel holds what a change in place relies on when `settings` are what it was
+  /// given last: root qdiscs, each direction's last class, the redirection, the sets' last entries.
+  /// A doubt is a no.
+  bool everything_stands(const ResolvedSettings& settings);
+
+  /// One direction of such a change, with the rates that the records state: those of `settings` and
+  /// `added`, and of `previous`, the direction's settings before the change. `configured` is its
+  /// speed as configured; `remove` is false when there is nothing to delete. `burst` in bytes is
+  /// what the root class has to cover. Speeds in bytes per second. The link's speed never matters:
+  /// packets carry marks wherever there are tariffs.
   void update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
                    const TariffSet& removed, const BandwidthSettings& previous,
                    std::int64_t configured, bool remove, std::int64_t link_speed,
@@ -85,22 +93,32 @@ class HtbShaper {
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
   static void clean_rules(const Devices& devices, bool drop_chain);
+  static void clean_ip6_rules(bool drop_chain);
+  /// What comes before the first IPv6 object: the note, a firewall without rules of ours, the set.
+  void begin_ip6(bool drop_chain);
+  /// Takes our IPv6 rules and entries away, and the note of them; false when a command failed.
+  bool clear_ip6();
   /// Whether there is a device of the configured WAN name.
   bool link_exists(const GlobalSet& set) const;
 
-  void add_ipset_entries(const std::vector<AddressSetEntry>& entries);
-  bool everything_stands(const ResolvedSettings& settings);
+  template <typename Key>
+  void add_ipset_entries(const std::vector<SetEntry<Key>>& entries) {
+    for (const SetEntry<Key>& entry : entries) add_address(session_.netfilter, entry);
+  }
+  template <typename Key>
+  void del_ipset_entries(const std::vector<SetEntry<Key>>& entries) {
+    for (const SetEntry<Key>& entry : entries) delete_address(session_.netfilter, entry.address);
+  }
   /// Gives live connections that the filter picks the marks that `tariffs` give their addresses.
   /// Comes after every change of the set, so that no connection begins with an old mark any more.
-  void mend_connections(const TariffSet& tariffs, const MarkFilter& filter);
+  void mend_connections(const TariffSet& tariffs, bool ipv6, const MarkFilter& filter);
   void mend_changed(const TariffChange& change, const TariffSet& removed, const TariffSet& added);
   void keep_line_only(const TariffChange& change);
   void change_in_place(const TariffChange& change, const TariffSet& removed);
+  static void change_direction(HtbIntf& intf, const LineChange& line,
+                               const TariffDifference& tariffs);
 
-  // Released in reverse order.
-  SocketPtr route_;
-  SocketPtr netfilter_;
-  CachePtr links_;
+  Session session_;
 };
 
 }  // namespace quenby

@@ -1,6 +1,10 @@
 #include "shaper/packet_steering.h"
 
+#include <algorithm>
+#include <cctype>
+#include <fstream>
 #include <map>
+#include <sstream>
 
 namespace quenby {
 namespace {
@@ -16,8 +20,22 @@ const std::map<std::string, const char*> kPortMasks = {
 };
 
 // The names are those of the table, so that they need no quoting.
+std::string mask_file(const std::string& wan) {
+  return "/sys/class/net/" + wan + "/queues/rx-0/rps_cpus";
+}
+
 std::string write_mask(const std::string& mask, const std::string& wan) {
-  return "echo " + mask + " > /sys/class/net/" + wan + "/queues/rx-0/rps_cpus";
+  return "echo " + mask + " > " + mask_file(wan);
+}
+
+// The kernel groups the digits by eight, with commas, and fills them up with zeros.
+std::string without_filling(std::string mask) {
+  std::erase(mask, ',');
+  const std::size_t start = mask.find_first_not_of('0');
+  if (start == std::string::npos) return mask.empty() ? mask : "0";
+  std::transform(mask.begin(), mask.end(), mask.begin(),
+                 [](unsigned char digit) { return static_cast<char>(std::tolower(digit)); });
+  return mask.substr(start);
 }
 
 }  // namespace
@@ -26,6 +44,21 @@ std::string steering_command(const std::string& board, const std::string& wan) {
   const auto port = kPortMasks.find(wan);
   if (board != kSteeredBoard || port == kPortMasks.end()) return "";
   return write_mask(port->second, wan);
+}
+
+std::string steered_processors(const std::string& command) {
+  std::istringstream words(command);
+  std::string echo;
+  std::string mask;
+  words >> echo >> mask;
+  return without_filling(mask);
+}
+
+std::string standing_processors(const std::string& wan) {
+  std::ifstream file(mask_file(wan));
+  std::string mask;
+  file >> mask;
+  return without_filling(mask);
 }
 
 std::string steering_reset_command(const std::string& board, const std::string& wan) {

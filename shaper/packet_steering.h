@@ -9,6 +9,12 @@ namespace quenby {
 /// mask of their own. `board` is the hardware tool's output, untrimmed.
 std::string steering_command(const std::string& board, const std::string& wan);
 
+/// The processors, in hexadecimal without leading zeros, that a list of `steering_command` gives
+/// the receive work to, and those that have it now. Empty for an empty list, or when nothing can be
+/// read.
+std::string steered_processors(const std::string& command);
+std::string standing_processors(const std::string& wan);
+
 /// The shell command that takes the steering back. Empty unless the hardware tool printed exactly
 /// the text that stands for "no board in use".
 std::string steering_reset_command(const std::string& board, const std::string& wan);

@@ -12,6 +12,16 @@ SocketPtr open_socket(int protocol);
 /// process.
 CachePtr open_link_cache(const SocketPtr& sock);
 
+/// What one operation talks to the kernel over. Released in reverse order.
+struct Session {
+  SocketPtr route;
+  SocketPtr netfilter;
+  CachePtr links;
+};
+
+/// All of it, and the scheduler clock too.
+Session open_session();
+
 /// Reads the scheduler clock that bursts are computed from (`psched_hz`).
 void read_psched_hz();
 

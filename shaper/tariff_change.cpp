@@ -2,22 +2,24 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "model/rate.h"
-#include "model/tariff_config.h"
+#include "model/rate_resolution.h"
 
 namespace quenby {
 namespace {
 
 // Whether neither direction has a tree.
-bool unshaped(const GlobalSettings& g) {
-  return g.download.speed == kNeverSet && g.upload.speed == kNeverSet;
+bool unshaped(const ResolvedSettings& s) {
+  return s.download.line.speed == kNeverSet && s.upload.line.speed == kNeverSet;
 }
 
 // Whether a direction goes from unshaped to shaped or back.
-bool tree_comes_or_goes(const GlobalSettings& before, const GlobalSettings& after) {
+bool tree_comes_or_goes(const ResolvedSettings& before, const ResolvedSettings& after) {
   return std::any_of(kDirections.begin(), kDirections.end(), [&](Direction way) {
-    return (before.direction(way).speed == kNeverSet) != (after.direction(way).speed == kNeverSet);
+    return (before.direction(way).line.speed == kNeverSet) !=
+           (after.direction(way).line.speed == kNeverSet);
   });
 }
 
@@ -26,22 +28,31 @@ bool blocked_imq(const GlobalSet& g) {
   return g.global.wan.empty() && (g.global.download.speed == 0 || g.global.upload.speed == 0);
 }
 
-// The number of the last tariff by name that has an address.
-using Owners = std::map<std::uint32_t, int>;
+// The number of the last tariff by name that has an address or a prefix.
+template <typename Key>
+using OwnersOf = std::map<Key, int>;
+using Owners = OwnersOf<std::uint32_t>;
 
-Owners owners_of(const TariffSet& set) {
-  Owners owners;
+template <typename Key>
+using AddressList = std::vector<Key> TariffSettings::*;
+
+template <typename Key>
+OwnersOf<Key> owners_of(const TariffSet& set, AddressList<Key> addresses) {
+  OwnersOf<Key> owners;
   for (const TariffSettings& tariff : set.tariffs()) {
-    for (const std::uint32_t address : tariff.addresses) owners[address] = tariff.id;
+    for (const Key& address : tariff.*addresses) owners[address] = tariff.id;
   }
   return owners;
 }
 
+Owners owners_of(const TariffSet& set) { return owners_of(set, &TariffSettings::addresses); }
+
 // The entries that lead from `found` to `wanted` at the addresses of `touched`. Addresses that
 // nobody wants are passed over.
-std::vector<AddressSetEntry> corrections(const Owners& touched, const Owners& found,
-                                         const Owners& wanted) {
-  std::vector<AddressSetEntry> entries;
+template <typename Key>
+std::vector<SetEntry<Key>> corrections(const OwnersOf<Key>& touched, const OwnersOf<Key>& found,
+                                       const OwnersOf<Key>& wanted) {
+  std::vector<SetEntry<Key>> entries;
   for (const auto& [address, number] : touched) {
     const auto owner = wanted.find(address);
     const auto present = found.find(address);
@@ -49,6 +60,19 @@ std::vector<AddressSetEntry> corrections(const Owners& touched, const Owners& fo
     entries.push_back(address_set_entry(address, static_cast<std::uint64_t>(owner->second)));
   }
   return entries;
+}
+
+template <typename Key>
+std::vector<SetEntry<Key>> kept_entries(const TariffSet& removed, const TariffSet& rest,
+                                        AddressList<Key> addresses) {
+  return corrections(owners_of(removed, addresses), OwnersOf<Key>(), owners_of(rest, addresses));
+}
+
+template <typename Key>
+std::vector<SetEntry<Key>> settled_entries(const TariffSet& added, const TariffSet& all,
+                                           AddressList<Key> addresses) {
+  const OwnersOf<Key> come = owners_of(added, addresses);
+  return corrections(come, come, owners_of(all, addresses));
 }
 
 // Whether two tariffs of `set` have one of the touched addresses.
@@ -63,32 +87,25 @@ bool shared(const TariffSet& set, const Owners& removed, const Owners& added) {
   return false;
 }
 
-// The records that the tariffs of `added` have in `resolved`, found by their class numbers.
-TariffSet pick(const TariffSet& added, const TariffSet& resolved) {
-  TariffConfig all;
-  all.update(resolved, true);
-  all = all.orderedByID();
-  TariffSet picked;
-  for (const TariffSettings& tariff : added.tariffs()) {
-    TariffSettings record;
-    if (all.get(tariff.id, record)) picked.addTariff(std::move(record));
-  }
-  return picked;
+std::set<unsigned> numbers_of(const TariffSet& set) {
+  std::set<unsigned> numbers;
+  for (const TariffSettings& tariff : set.tariffs())
+    numbers.insert(static_cast<unsigned>(tariff.id));
+  return numbers;
 }
 
 ChangeReason reason_for(const TariffChange& change, const Owners& gone, const Owners& come) {
   const GlobalSet& g = change.before.configured;
-  const GlobalSettings& before = change.before.line.global;
-  if (change.tariffs.empty()) return ChangeReason::last_tariff;
+  if (change.after.tariffs.empty()) return ChangeReason::last_tariff;
   if (change.before.tariffs.empty()) return ChangeReason::first_tariff;
   if (change.before.summary.oversubscribed() || change.after.summary.oversubscribed())
     return ChangeReason::oversubscribed;
-  if (unshaped(before)) return ChangeReason::unshaped;
-  if (tree_comes_or_goes(before, change.after.line.global)) return ChangeReason::tree_comes_or_goes;
+  if (unshaped(change.before)) return ChangeReason::unshaped;
+  if (tree_comes_or_goes(change.before, change.after)) return ChangeReason::tree_comes_or_goes;
   if (blocked_imq(g)) return ChangeReason::blocked_imq;
   if (!g.global.wan.empty()) return ChangeReason::in_place;
   const bool is_shared =
-      shared(change.before.tariffs, gone, come) || shared(change.tariffs, gone, come);
+      shared(change.before.tariffs, gone, come) || shared(change.after.tariffs, gone, come);
   return is_shared ? ChangeReason::shared_address : ChangeReason::in_place;
 }
 
@@ -116,20 +133,32 @@ const char* reason_text(ChangeReason reason) {
   return "";
 }
 
+std::vector<ResolvedTariff> TariffChange::created(Direction way) const {
+  std::vector<ResolvedTariff> picked;
+  for (const ResolvedTariff& tariff : after.direction(way).tariffs) {
+    if (added.count(tariff.number) != 0) picked.push_back(tariff);
+  }
+  return picked;
+}
+
 TariffChange plan_change(const GlobalSet& g, const TariffSet& current, const TariffSet& removed,
                          const TariffSet& added, std::int64_t link_speed) {
   TariffChange change;
   change.before = resolve(g, current, link_speed);
-  change.tariffs = current;
-  change.tariffs.remove(removed);
+  TariffSet tariffs = current;
+  tariffs.remove(removed);
   const Owners gone = owners_of(removed);
-  change.kept = corrections(gone, Owners(), owners_of(change.tariffs));
-  change.tariffs.TariffConfigBase::update(added, false);
-  change.after = resolve(g, change.tariffs, link_speed);
-  change.created = pick(added, change.after.tariffs);
-
+  const auto addresses = &TariffSettings::addresses;
+  const auto prefixes = &TariffSettings::prefixes;
+  const bool ipv6 = g.global.shapes_ipv6();
+  change.kept = kept_entries(removed, tariffs, addresses);
+  if (ipv6) change.kept_prefixes = kept_entries(removed, tariffs, prefixes);
+  tariffs.TariffConfigBase::update(added, false);
   const Owners come = owners_of(added);
-  change.settled = corrections(come, come, owners_of(change.tariffs));
+  change.settled = settled_entries(added, tariffs, addresses);
+  if (ipv6) change.settled_prefixes = settled_entries(added, tariffs, prefixes);
+  change.after = resolve(g, std::move(tariffs), link_speed);
+  change.added = numbers_of(added);
   change.reason = reason_for(change, gone, come);
   return change;
 }

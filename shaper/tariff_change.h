@@ -1,9 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <set>
 #include <vector>
 
-#include "model/rate_resolution.h"
+#include "model/resolved_settings.h"
 #include "shaper/address_set.h"
 
 namespace quenby {
@@ -37,21 +38,24 @@ struct TariffChange {
   /// The running and the new configuration.
   ResolvedSettings before;
   ResolvedSettings after;
-  /// All tariffs after the change, as configured.
-  TariffSet tariffs;
-  /// The added tariffs, resolved.
-  TariffSet created;
+  /// The class numbers of the added tariffs.
+  std::set<unsigned> added;
   /// Entries of the address set for addresses that removed tariffs share with tariffs that stay.
   std::vector<AddressSetEntry> kept;
   /// Entries for added addresses that belong to another tariff in the end: of several tariffs with
   /// one address, the last by name has it.
   std::vector<AddressSetEntry> settled;
+  /// The same for prefixes, where IPv6 is shaped.
+  std::vector<PrefixSetEntry> kept_prefixes{};
+  std::vector<PrefixSetEntry> settled_prefixes{};
 
   /// Whether everything has to be rebuilt, because more than the changed tariffs' own objects
   /// would differ.
   bool rebuild() const {
     return reason != ChangeReason::in_place && reason != ChangeReason::last_tariff;
   }
+  /// What one direction has of the added tariffs.
+  std::vector<ResolvedTariff> created(Direction way) const;
 };
 
 /// Works out a change. `g` and `current` are what the kernel holds now, as configured; a changed

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
+#include "model/rate_resolution.h"
 #include "shaper/packet_steering.h"
 #include "tests/support/tariffs.h"
 

@@ -45,8 +45,8 @@ TEST(TariffChange, NewListIsTheOldOneWithoutTheRemovedAndWithTheAdded) {
   faster.download.speed = 250'000;
   const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob),
                                           set_of(kBob), set_of(faster, kZed), kLink);
-  EXPECT_EQ(names(change.tariffs), (std::vector<std::string>{"amy", "bob", "zed"}));
-  EXPECT_EQ(change.tariffs.tariffs()[1].download.speed, 250'000);
+  EXPECT_EQ(names(change.after.tariffs), (std::vector<std::string>{"amy", "bob", "zed"}));
+  EXPECT_EQ(change.after.tariffs.tariffs()[1].download.speed, 250'000);
   EXPECT_FALSE(change.rebuild());
 }
 
@@ -57,21 +57,26 @@ TEST(TariffChange, CreatedTariffsCarryTheRatesOfTheNewSet) {
   too_fast.download.aggregation = too_fast.upload.aggregation = 100.0;
   const TariffChange change = plan_change(line(1'000'000, 900'000), set_of(kAmy), TariffSet(),
                                           set_of(too_fast, empty_speed), kLink);
-  ASSERT_EQ(names(change.created), (std::vector<std::string>{"fast", "zed"}));
-  EXPECT_EQ(change.created.tariffs()[0].download.speed, 1'000'000);
-  EXPECT_EQ(change.created.tariffs()[0].upload.speed, 900'000);
-  EXPECT_EQ(change.created.tariffs()[1].download.speed, 1'000'000);
-  EXPECT_EQ(change.created.tariffs()[1].download.rateBps(), 0);
+  const std::vector<ResolvedTariff> download = change.created(Direction::download);
+  ASSERT_EQ(download.size(), 2U);
+  EXPECT_EQ(download[0].number, 7U);
+  EXPECT_EQ(download[0].rates.ceiling, 1'000'000);
+  EXPECT_EQ(change.created(Direction::upload).at(0).rates.ceiling, 900'000);
+  EXPECT_EQ(download[1].number, 6U);
+  EXPECT_EQ(download[1].rates.ceiling, 1'000'000);
+  EXPECT_EQ(download[1].rates.guarantee, 0);
   // The list itself stays as configured.
-  EXPECT_EQ(change.tariffs.tariffs()[2].download.speed, -1);
+  EXPECT_EQ(change.after.tariffs.tariffs()[2].download.speed, -1);
 }
 
 TEST(TariffChange, RecordsAreFoundByNumberWhateverTheOrderOfNames) {
   const TariffSettings first_name = subscriber("aaa", 90, 10'000, "10.0.0.9");
   const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob, kZed),
                                           TariffSet(), set_of(first_name), kLink);
-  ASSERT_EQ(names(change.created), std::vector<std::string>{"aaa"});
-  EXPECT_EQ(change.created.tariffs()[0].id, 90);
+  const std::vector<ResolvedTariff> created = change.created(Direction::upload);
+  ASSERT_EQ(created.size(), 1U);
+  EXPECT_EQ(created[0].number, 90U);
+  EXPECT_EQ(created[0].addresses, first_name.addresses);
 }
 
 TEST(TariffChange, LargestBurstIsThatOfTheWholeNewSet) {
@@ -79,14 +84,14 @@ TEST(TariffChange, LargestBurstIsThatOfTheWholeNewSet) {
   bursty.download.burst_size = 400'000;
   const TariffChange change = plan_change(line(1'000'000, 1'000'000), set_of(bursty, kBob),
                                           TariffSet(), set_of(kZed), kLink);
-  EXPECT_EQ(change.after.root_burst(Direction::download), 400'000);
-  EXPECT_EQ(change.after.root_burst(Direction::upload), 0);
+  EXPECT_EQ(largest_burst(change.after.download.tariffs), 400'000);
+  EXPECT_EQ(largest_burst(change.after.upload.tariffs), 0);
 }
 
 TEST(TariffChange, UnsetDirectionGrowsWithTheTariffs) {
   const TariffChange change = add_zed(line(1'000'000, kUnset));
-  EXPECT_EQ(change.before.line.global.upload.speed, 300'000);
-  EXPECT_EQ(change.after.line.global.upload.speed, 600'000);
+  EXPECT_EQ(change.before.upload.line.speed, 300'000);
+  EXPECT_EQ(change.after.upload.line.speed, 600'000);
   EXPECT_FALSE(change.rebuild());
 }
 
@@ -109,8 +114,8 @@ TEST(TariffChange, RebuildsWhenTheRunningSetIsOversubscribed) {
 TEST(TariffChange, IsMadeInPlaceWithoutAnyGlobalSpeed) {
   const TariffChange change = add_zed(line(kUnset, kUnset));
   EXPECT_FALSE(change.rebuild());
-  EXPECT_EQ(change.before.line.global.download.speed, 300'000);
-  EXPECT_EQ(change.after.line.global.download.speed, 600'000);
+  EXPECT_EQ(change.before.download.line.speed, 300'000);
+  EXPECT_EQ(change.after.download.line.speed, 600'000);
 }
 
 TEST(TariffChange, RebuildsWhereNeitherDirectionIsShaped) {
@@ -231,17 +236,17 @@ TEST(TariffChange, OfNothingChangesNothing) {
   const TariffChange change =
       plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob), TariffSet(), TariffSet(), kLink);
   EXPECT_FALSE(change.rebuild());
-  EXPECT_TRUE(change.created.empty());
-  EXPECT_EQ(names(change.tariffs), (std::vector<std::string>{"amy", "bob"}));
-  EXPECT_EQ(change.before.line.global, change.after.line.global);
+  EXPECT_TRUE(change.created(Direction::upload).empty());
+  EXPECT_EQ(names(change.after.tariffs), (std::vector<std::string>{"amy", "bob"}));
+  EXPECT_EQ(change.before.upload.line, change.after.upload.line);
 }
 
 TEST(TariffChange, RemovingEveryTariffLeavesAnEmptyList) {
   const TariffChange change =
       plan_change(line(1'000'000, kUnset), set_of(kAmy), set_of(kAmy), TariffSet(), kLink);
-  EXPECT_TRUE(change.tariffs.empty());
-  EXPECT_EQ(change.before.line.global.upload.speed, 100'000);
-  EXPECT_EQ(change.after.line.global.upload.speed, kUnset);
+  EXPECT_TRUE(change.after.tariffs.empty());
+  EXPECT_EQ(change.before.upload.line.speed, 100'000);
+  EXPECT_EQ(change.after.upload.line.speed, kUnset);
 }
 
 }  // namespace
