@@ -61,20 +61,6 @@ TEST_F(AddressSetTest, AddsAnAddressWithItsMark) {
 )");
 }
 
-TEST_F(AddressSetTest, AClassNumberIsCutTo14Bits) {
-  quenby::add_address(kernel.socket(), quenby::address_set_entry(address, 16'388));
-  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_ADD REQUEST|ACK
-  family 2 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper"
-  DATA(7) NESTED
-    IP(1) NESTED
-      IPADDR_IPV4(1) NET_BYTEORDER c0 a8 01 0a
-    SKBMARK(27) NET_BYTEORDER 80 00 00 04 80 00 3f ff
-    LINENO(9) NET_BYTEORDER 00 00 00 00
-)");
-}
-
 TEST_F(AddressSetTest, DeletesAnAddress) {
   quenby::delete_address(kernel.socket(), address);
   EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_DEL REQUEST|ACK
@@ -86,17 +72,6 @@ TEST_F(AddressSetTest, DeletesAnAddress) {
       IPADDR_IPV4(1) NET_BYTEORDER c0 a8 01 0a
     LINENO(9) NET_BYTEORDER 00 00 00 00
 )");
-}
-
-TEST_F(AddressSetTest, EntriesFollowTheTariffsAndTheirAddresses) {
-  const auto set = tariffs({tariff("b", 9, kTenMbit, {"10.0.0.2", "10.0.0.1"}),
-                            tariff("none", 7, kTenMbit, {}), tariff("a", 4, -2, {"10.0.0.3"})});
-  const std::vector<quenby::AddressSetEntry> expected = {
-      {inet_addr("10.0.0.2"), 0x80000009, 0x80003fff},
-      {inet_addr("10.0.0.1"), 0x80000009, 0x80003fff},
-      {inet_addr("10.0.0.3"), 0x80000004, 0x80003fff}};
-  EXPECT_EQ(quenby::address_set_entries(set), expected);
-  EXPECT_TRUE(quenby::address_set_entries({}).empty());
 }
 
 TEST_F(AddressSetTest, EveryRefusalEndsTheRun) {
@@ -113,6 +88,28 @@ TEST_F(AddressSetTest, EveryRefusalEndsTheRun) {
               "^Error: failed to add ipset ip ack\\(Object exists\\)\n$");
   EXPECT_EXIT(quenby::delete_address(sock, address), ExitedWithCode(1),
               "^Error: failed to del ipset ip ack\\(Object not found\\)\n$");
+}
+
+TEST_F(AddressSetTest, ListsTheSet) {
+  quenby::list_address_set(kernel.socket());
+  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_LIST REQUEST|ACK|DUMP
+  family 2 version 0 resource 0
+  PROTOCOL(1) 06
+  SETNAME(2) "kavo_opt_shaper"
+)");
+}
+
+TEST_F(AddressSetTest, NoSetAndAKernelWithoutSetsAreTheSame) {
+  for (const int error : {ENOENT, EINVAL}) {
+    refuse(IPSET_CMD_LIST, error);
+    EXPECT_EQ(quenby::list_address_set(kernel.socket()), std::nullopt);
+  }
+}
+
+TEST_F(AddressSetTest, AListThatIsRefusedIsNoEmptyOne) {
+  refuse(IPSET_CMD_LIST, EPERM);
+  EXPECT_EXIT(quenby::list_address_set(kernel.socket()), ExitedWithCode(1),
+              "Error: failed to list ipset\\(");
 }
 
 TEST_F(AddressSetTest, AFailureToSendEndsTheRun) {

@@ -22,6 +22,7 @@ const Names& top_names() {
 
 const Names& data_names() {
   static const Names names = {{IPSET_ATTR_IP, "IP"},
+                              {IPSET_ATTR_CIDR, "CIDR"},
                               {IPSET_ATTR_CADT_FLAGS, "CADT_FLAGS"},
                               {IPSET_ATTR_CADT_LINENO, "LINENO"},
                               {IPSET_ATTR_SKBMARK, "SKBMARK"}};
@@ -29,7 +30,8 @@ const Names& data_names() {
 }
 
 const Names& address_names() {
-  static const Names names = {{IPSET_ATTR_IPADDR_IPV4, "IPADDR_IPV4"}};
+  static const Names names = {{IPSET_ATTR_IPADDR_IPV4, "IPADDR_IPV4"},
+                              {IPSET_ATTR_IPADDR_IPV6, "IPADDR_IPV6"}};
   return names;
 }
 
@@ -37,7 +39,8 @@ std::string command_name(int command) {
   static const Names names = {
       {IPSET_CMD_CREATE, "IPSET_CMD_CREATE"}, {IPSET_CMD_DESTROY, "IPSET_CMD_DESTROY"},
       {IPSET_CMD_FLUSH, "IPSET_CMD_FLUSH"},   {IPSET_CMD_ADD, "IPSET_CMD_ADD"},
-      {IPSET_CMD_DEL, "IPSET_CMD_DEL"},       {IPSET_CMD_TEST, "IPSET_CMD_TEST"}};
+      {IPSET_CMD_DEL, "IPSET_CMD_DEL"},       {IPSET_CMD_TEST, "IPSET_CMD_TEST"},
+      {IPSET_CMD_LIST, "IPSET_CMD_LIST"}};
   const auto name = names.find(command);
   return name == names.end() ? "ipset command " + std::to_string(command) : name->second;
 }
@@ -71,7 +74,9 @@ void decode_level(std::string_view stream, const Names& names, const Text& text)
 
 void decode_ipset(const nlmsghdr& message, const Text& text) {
   const auto header = header_of<nfgenmsg>(message);
-  text.line(summarize_ipset(message) + " " + flag_names(message.nlmsg_flags, Request::make, "|"));
+  const Request request =
+      NFNL_MSG_TYPE(message.nlmsg_type) == IPSET_CMD_LIST ? Request::get : Request::make;
+  text.line(summarize_ipset(message) + " " + flag_names(message.nlmsg_flags, request, "|"));
   const Text fields = text.deeper();
   fields.line("family " + std::to_string(header.nfgen_family) + " version " +
               std::to_string(header.version) + " resource " + std::to_string(ntohs(header.res_id)));

@@ -1,5 +1,6 @@
 #include "tests/golden/device_test.h"
 
+#include "model/rate_resolution.h"
 #include "tc/htb_class.h"
 
 namespace golden {
@@ -39,11 +40,8 @@ quenby::HtbImqIntf& DeviceTest::imq(bool ingress) {
   return made;
 }
 
-quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set,
-                        const quenby::GlobalSet& given, bool tariffs) {
-  quenby::ResolvedSettings settings{given, set, {}, {}};
-  if (tariffs) settings.tariffs = golden::tariffs({tariff("silent", 4, kTenMbit, {})});
-  return quenby::device_tree(side, settings);
+quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set) {
+  return device_tree(side, quenby::resolve(set, {}, kGigabit));
 }
 
 quenby::GlobalSettings line(std::int64_t download, std::int64_t upload) {

@@ -47,10 +47,8 @@ class BareRouterTest : public DeviceTest {
   BareRouterTest();
 };
 
-/// The tree of a direction whose configuration `given` was resolved to `set`, with or
-/// without tariffs. They have no addresses and so no classes.
-quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set,
-                        const quenby::GlobalSet& given, bool tariffs);
+/// The tree of a direction without tariffs.
+quenby::DeviceTree tree(const quenby::Side& side, const quenby::GlobalSet& set);
 
 /// Settings of a line with these speeds in bytes per second.
 quenby::GlobalSettings line(std::int64_t download, std::int64_t upload);

@@ -17,8 +17,8 @@ GlobalSet imq_set(std::int64_t download, std::int64_t upload) {
 }
 
 TEST_F(BareRouterTest, TheUploadMakesTheImqDevice) {
-  GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(false).setup(tree(kUpload, set, set, true));
+  const GlobalSet set = imq_set(kTenMbit, kTenMbit);
+  imq(false).setup(tree(kUpload, set));
   EXPECT_EQ(kernel.summaries(), R"(RTM_NEWLINK CREATE "imq0"
 RTM_GETLINK DUMP
 RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
@@ -28,8 +28,8 @@ RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8001 parent 8000:0
 
 TEST_F(DeviceTest, TheUploadReplacesTheImqRoot) {
   kernel.has_root_qdisc(kImqIndex, 0x80000000);
-  GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(false).setup(tree(kUpload, set, set, true));
+  const GlobalSet set = imq_set(kTenMbit, kTenMbit);
+  imq(false).setup(tree(kUpload, set));
   EXPECT_EQ(kernel.summaries(), R"(RTM_GETQDISC DUMP
 RTM_DELQDISC ifindex 9 htb 8000:0 parent root
 RTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root
@@ -37,28 +37,15 @@ RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8001 parent 8000:0
 )");
 }
 
-TEST_F(DeviceTest, AnUploadWithoutSpeedStillMakesTheRoot) {
-  GlobalSet set = imq_set(kTenMbit, -2);
-  imq(false).setup(tree(kUpload, set, set, true));
-  EXPECT_EQ(kernel.summaries(),
-            "RTM_GETQDISC DUMP\nRTM_NEWQDISC CREATE ifindex 9 htb 8000:0 parent root\n");
-}
-
 TEST_F(DeviceTest, TheDownloadAddsToTheSameRoot) {
   GlobalSet set = imq_set(kTenMbit, kTenMbit);
   set.defaults.download = default_direction(true, kTenMbit, kTenMbit);
   set.has_default = true;
-  imq(true).setup(tree(kDownload, set, set, true));
+  imq(true).setup(tree(kDownload, set));
   EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0
 RTM_NEWTCLASS CREATE ifindex 9 htb 8000:2 parent 8000:1
 RTM_NEWQDISC CREATE ifindex 9 fq_codel 8002:0 parent 8000:2
 )");
-}
-
-TEST_F(DeviceTest, ADownloadWithoutDefaultGetsTheRootClassOnly) {
-  GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  imq(true).setup(tree(kDownload, set, set, true));
-  EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0\n");
 }
 
 // Both objects are made before either builds anything.
@@ -66,10 +53,10 @@ TEST_F(BareRouterTest, TheDownloadFindsTheDeviceThatTheUploadMade) {
   quenby::CachePtr links = kernel.links();
   quenby::HtbImqIntf upload(false, kernel.socket(), links);
   quenby::HtbImqIntf download(true, kernel.socket(), links);
-  GlobalSet set = imq_set(kTenMbit, kTenMbit);
-  upload.setup(tree(kUpload, set, set, true));
+  const GlobalSet set = imq_set(kTenMbit, kTenMbit);
+  upload.setup(tree(kUpload, set));
   kernel.requests();
-  download.setup(tree(kDownload, set, set, true));
+  download.setup(tree(kDownload, set));
   EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 9 htb 8000:1 parent 8000:0\n");
 }
 

@@ -61,22 +61,6 @@ RTM_NEWQDISC CREATE ifindex 3 sfq 8005:0 parent 8000:5
 )");
 }
 
-TEST_F(DeviceTest, EveryRemovedTariffGoesBeforeTheFirstAddedOneComes) {
-  const auto removed = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.4"}, kQdiscSfq),
-                                tariff("b", 6, kTenMbit, {"10.0.1.6"}, kQdiscPfifo)});
-  const auto added = tariffs(
-      {tariff("b", 6, kTenMbit, {"10.0.1.6"}, kQdiscSfq), tariff("c", 7, kTenMbit, {"10.0.1.7"})});
-  ifb().update_leaves(kLine, removed, added, true);
-  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 7 sfq 8004:0 parent 8000:4
-RTM_DELTCLASS ifindex 7 8000:4 parent 8000:1
-RTM_DELQDISC ifindex 7 pfifo 8006:0 parent 8000:6
-RTM_DELTCLASS ifindex 7 8000:6 parent 8000:1
-RTM_NEWTCLASS CREATE ifindex 7 htb 8000:6 parent 8000:1
-RTM_NEWQDISC CREATE ifindex 7 sfq 8006:0 parent 8000:6
-RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
-)");
-}
-
 TEST_F(DeviceTest, OnlyTariffsWithAddressesHaveLeavesToChange) {
   const auto silent = tariffs({tariff("gold", 5, kTenMbit, {}, kQdiscSfq)});
   eth().update_leaves(kLine, silent, gold(kTenMbit, kQdiscSfq), true);
@@ -89,30 +73,6 @@ RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
 )");
   eth().update_leaves(kLine, silent, silent, true);
   EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, AnAddedTariffWithoutSpeedGetsNoLeaf) {
-  ifb().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(-2, kQdiscSfq), true);
-  EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 7 sfq 8005:0 parent 8000:5
-RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1
-)");
-}
-
-TEST_F(DeviceTest, NothingIsDeletedWhereNothingWasShaped) {
-  eth().update_leaves(kLine, gold(kTenMbit, kQdiscSfq), gold(kTenMbit, kQdiscNone), false);
-  EXPECT_EQ(kernel.summaries(), "RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1\n");
-}
-
-TEST_F(DeviceTest, ABlockedDirectionOnlyLosesLeaves) {
-  for (const std::int64_t speed : {-2, 0}) {
-    eth().update_leaves(line(kTenMbit, speed), gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
-    ifb().update_leaves(line(speed, kTenMbit), gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
-    EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
-RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
-RTM_DELQDISC ifindex 7 sfq 8005:0 parent 8000:5
-RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1
-)") << speed;
-  }
 }
 
 TEST_F(BareRouterTest, AMissingDeviceHasNoLeavesToChange) {
@@ -174,38 +134,30 @@ RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
   }
 }
 
-// One step of the change from an sfq leaf to another is refused.
-class RefusedLeafTest : public DeviceTest {
- protected:
-  void expect_exit(int type, int error, const std::string& message) {
-    quenby::HtbEthIntf& device = eth();
-    kernel.refuse(type, error);
-    EXPECT_EXIT(device.update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true),
-                ExitedWithCode(1), "^Error: eth1 failed to " + message + "\n$");
+// One step of the change from an sfq leaf to another is refused. Unlike a leaf, a class is not gone
+// when the kernel finds the request invalid.
+TEST_F(DeviceTest, ARefusedStepOfAChangeEndsTheRun) {
+  const struct {
+    int type;
+    std::vector<int> errors;
+    const char* message;
+  } steps[] = {
+      {RTM_DELQDISC, {EBUSY}, "delete sfq qdisc\\(Object busy\\)"},
+      {RTM_DELTCLASS, {EBUSY}, "delete 5 cls\\(Object busy\\)"},
+      {RTM_DELTCLASS, {EINVAL}, "delete 5 cls\\(Invalid input data or parameter\\)"},
+      {RTM_NEWTCLASS, {ENOENT}, "add 5 cls\\(Object not found\\)"},
+      // The second time too, once what may stand there was deleted.
+      {RTM_NEWQDISC, {EINVAL, EINVAL}, "add sfq qdisc\\(Invalid input data or parameter\\)"},
+  };
+  quenby::HtbEthIntf& device = eth();
+  const auto change = [&](int type, const std::vector<int>& errors) {
+    for (const int error : errors) kernel.refuse(type, error);
+    device.update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
+  };
+  for (const auto& step : steps) {
+    EXPECT_EXIT(change(step.type, step.errors), ExitedWithCode(1),
+                "^Error: eth1 failed to " + std::string(step.message) + "\n$");
   }
-};
-
-TEST_F(RefusedLeafTest, OldLeafThatCannotBeDeletedEndsTheRun) {
-  expect_exit(RTM_DELQDISC, EBUSY, "delete sfq qdisc\\(Object busy\\)");
-}
-
-TEST_F(RefusedLeafTest, OldClassThatCannotBeDeletedEndsTheRun) {
-  expect_exit(RTM_DELTCLASS, EBUSY, "delete 5 cls\\(Object busy\\)");
-}
-
-// Unlike a leaf, a class is not gone when the kernel finds the request invalid.
-TEST_F(RefusedLeafTest, InvalidDeleteOfTheOldClassEndsTheRun) {
-  expect_exit(RTM_DELTCLASS, EINVAL, "delete 5 cls\\(Invalid input data or parameter\\)");
-}
-
-TEST_F(RefusedLeafTest, NewClassThatIsRefusedEndsTheRun) {
-  expect_exit(RTM_NEWTCLASS, ENOENT, "add 5 cls\\(Object not found\\)");
-}
-
-// The second time too, once what may stand there was deleted.
-TEST_F(RefusedLeafTest, NewLeafThatIsRefusedEndsTheRun) {
-  kernel.refuse(RTM_NEWQDISC, EINVAL);
-  expect_exit(RTM_NEWQDISC, EINVAL, "add sfq qdisc\\(Invalid input data or parameter\\)");
 }
 
 }  // namespace

@@ -37,19 +37,29 @@ bool enter_namespace() {
   return true;
 }
 
-// Covers /sbin with an empty file system that holds the stand-in.
-bool mount_stand_in(const fs::path& notes, int tc_status) {
+void put_stand_in(const std::string& name, int status) {
+  const std::string place = "/sbin/" + name;
+  write_file(place, "#!/bin/sh\necho \"" + place + " $*\" >>\"$GOLDEN_NOTES\"\nexit " +
+                        std::to_string(status) + "\n");
+  fs::permissions(place, fs::perms{0755});
+}
+
+// Covers /sbin with an empty file system that holds the stand-ins, and /run, where notes go.
+bool mount_stand_ins(int tc_status) {
   if (!enter_namespace() || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-      mount("tmpfs", "/sbin", "tmpfs", 0, nullptr) != 0)
+      mount("tmpfs", "/sbin", "tmpfs", 0, nullptr) != 0 ||
+      mount("tmpfs", "/run", "tmpfs", 0, nullptr) != 0)
     return false;
-  write_file("/sbin/tc", "#!/bin/sh\necho \"$0 $*\" >>" + notes.string() + "\nexit " +
-                             std::to_string(tc_status) + "\n");
-  return chmod("/sbin/tc", 0755) == 0;
+  put_stand_in("tc", tc_status);
+  put_stand_in("sudo", 0);
+  setenv("PATH", ("/sbin:" + std::string(getenv("PATH"))).c_str(), 1);
+  return true;
 }
 
 [[noreturn]] void child(const fs::path& folder, int tc_status,
                         const std::function<std::string()>& code) {
-  if (!mount_stand_in(folder / "commands", tc_status)) _exit(kImpossible);
+  setenv("GOLDEN_NOTES", (folder / "commands").c_str(), 1);
+  if (!mount_stand_ins(tc_status)) _exit(kImpossible);
   const int errors = open((folder / "errors").c_str(), O_WRONLY | O_CREAT, 0600);
   dup2(errors, STDERR_FILENO);
   write_file(folder / "result", code());
@@ -64,6 +74,10 @@ fs::path new_folder() {
 
 }  // namespace
 
+void note_command(const std::string& line) {
+  std::ofstream(getenv("GOLDEN_NOTES"), std::ios::app) << line << '\n';
+}
+
 SbinRun run_with_private_sbin(int tc_status, const std::function<std::string()>& code) {
   const fs::path folder = new_folder();
   const pid_t pid = fork();
@@ -74,8 +88,7 @@ SbinRun run_with_private_sbin(int tc_status, const std::function<std::string()>&
   SbinRun run{status, contents(folder / "result"), contents(folder / "commands"),
               contents(folder / "errors")};
   fs::remove_all(folder);
-  if (status == kImpossible)
-    throw std::runtime_error("no mount namespace for a stand-in of /sbin/tc");
+  if (status == kImpossible) throw std::runtime_error("no mount namespace for stand-ins in /sbin");
   return run;
 }
 

@@ -66,7 +66,9 @@ RecordingKernel::RecordingKernel(int protocol)
   kernels()[socket_.get()] = this;
 }
 
-RecordingKernel::~RecordingKernel() { kernels().erase(socket_.get()); }
+RecordingKernel::~RecordingKernel() {
+  std::erase_if(kernels(), [this](const auto& entry) { return entry.second == this; });
+}
 
 quenby::CachePtr RecordingKernel::links() {
   const std::string requests = requests_;
@@ -125,6 +127,7 @@ void RecordingKernel::handle(const nlmsghdr& request) {
   requests_ += decode(request, protocol_);
   summaries_ += summary(request, protocol_) + "\n";
   values_ += golden::values(request, protocol_) + "\n";
+  listener_(summary(request, protocol_), decode(request, protocol_));
   const int error = refusal_of(request);
   if (error == 0) apply(request);
   if (error == 0 && is_dump(request)) {
@@ -191,11 +194,16 @@ void RecordingKernel::answer_status(const nlmsghdr& request, int error) {
 
 void RecordingKernel::answer_dump(const nlmsghdr& request) {
   if (protocol_ == NETLINK_NETFILTER) {
-    for (const ListedConnection& listed : connections_) queue(request, connection_message(listed));
+    const bool ip6 = header_of<nfgenmsg>(request).nfgen_family == AF_INET6;
+    const auto answer = [&](const auto& list) {
+      for (const auto& listed : list) queue(request, connection_message(listed));
+    };
+    ip6 ? answer(ip6_connections_) : answer(connections_);
   } else if (request.nlmsg_type == RTM_GETLINK) {
     for (const auto& [name, ifindex] : links_) queue(request, link_message(name, ifindex));
   } else if (request.nlmsg_type == RTM_GETQDISC) {
     for (const auto& [ifindex, handle] : roots_) queue(request, root_message(ifindex, handle));
+    for (const ListedClass& listed : leaves_) queue(request, leaf_message(listed));
   } else {
     answer_device_dump(request, header_of<tcmsg>(request));
   }

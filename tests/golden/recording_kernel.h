@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -26,6 +27,8 @@ inline constexpr int kImqIndex = 9;
 /// a test wants it refused.
 class RecordingKernel {
  public:
+  using Listener = std::function<void(const std::string& summary, const std::string& request)>;
+
   /// `protocol` is the netlink family of the session. Also pins the packet scheduler's clock to
   /// ticks of 64 ns.
   explicit RecordingKernel(int protocol = NETLINK_ROUTE);
@@ -47,12 +50,17 @@ class RecordingKernel {
   void has_filter(const ListedFilter& filter) { filters_.push_back(filter); }
   void has_redirection(const ListedRedirection& listed) { redirections_.push_back(listed); }
   void has_class(const ListedClass& listed) { classes_.push_back(listed); }
+  /// A qdisc under a class, with the counters of one.
+  void has_leaf(const ListedClass& listed) { leaves_.push_back(listed); }
   void has_connection(const ListedConnection& listed) { connections_.push_back(listed); }
+  void has_ip6_connection(const ListedIp6Connection& listed) { ip6_connections_.push_back(listed); }
   /// Answers the next request of message type `type` with the error number `error`; calls add up
   /// and 0 lets one pass.
   void refuse(int type, int error) { refusals_[type].push_back(error); }
   /// Takes no message any more, as a kernel without memory does.
   void fail_to_send() { fails_to_send_ = true; }
+  /// From now on hands each request over when it is made: in one line, and decoded in full.
+  void tell(const Listener& listener) { listener_ = listener; }
   /// Acknowledges new links without making them.
   void forget_new_links() { forgets_links_ = true; }
 
@@ -87,8 +95,11 @@ class RecordingKernel {
   std::vector<ListedFilter> filters_;
   std::vector<ListedRedirection> redirections_;
   std::vector<ListedClass> classes_;
+  std::vector<ListedClass> leaves_;
   std::vector<ListedConnection> connections_;
+  std::vector<ListedIp6Connection> ip6_connections_;
   std::map<int, std::deque<int>> refusals_;
+  Listener listener_ = [](const std::string&, const std::string&) {};
   bool forgets_links_ = false;
   bool fails_to_send_ = false;
   std::string requests_;

@@ -35,14 +35,14 @@ IngressFilters found_in(const quenby::MsgPtr& message) {
 
 TEST(IngressFilters, HaveOurRedirection) {
   const IngressFilters filters = found_in(redirection_message(kOurs));
-  EXPECT_EQ(filters.redirections, (std::vector<Redirection>{{kHandle, kIfbIndex}}));
+  EXPECT_EQ(filters.redirections, (std::vector<Redirection>{{kHandle, kIfbIndex, true}}));
   EXPECT_FALSE(filters.others);
 }
 
 TEST(IngressFilters, HaveARedirectionToADeletedDevice) {
   const IngressFilters filters =
       found_in(redirection_message(but([](ListedRedirection& r) { r.target = 0; })));
-  EXPECT_EQ(filters.redirections, (std::vector<Redirection>{{kHandle, 0}}));
+  EXPECT_EQ(filters.redirections, (std::vector<Redirection>{{kHandle, 0, true}}));
 }
 
 TEST(IngressFilters, AnythingElseIsSomebodyElses) {

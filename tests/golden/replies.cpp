@@ -49,12 +49,34 @@ void put_action(const MsgPtr& msg, int number, const std::string& kind, const tc
   nla_nest_end(msg.get(), action);
 }
 
-void put_tuple(const MsgPtr& msg, int attribute, std::uint32_t source) {
+void put_source(const MsgPtr& msg, std::uint32_t source) { put(msg, CTA_IP_V4_SRC, source); }
+void put_source(const MsgPtr& msg, const quenby::Ip6Address& source) {
+  put(msg, CTA_IP_V6_SRC, source);
+}
+
+template <typename Address>
+void put_tuple(const MsgPtr& msg, int attribute, const Address& source) {
   nlattr* const tuple = nla_nest_start(msg.get(), attribute | NLA_F_NESTED);
   nlattr* const ip = nla_nest_start(msg.get(), CTA_TUPLE_IP | NLA_F_NESTED);
-  nla_put_u32(msg.get(), CTA_IP_V4_SRC, source);
+  put_source(msg, source);
   nla_nest_end(msg.get(), ip);
   nla_nest_end(msg.get(), tuple);
+}
+
+MsgPtr counted_message(int type, const char* kind, const ListedClass& counted) {
+  tcmsg header{};
+  header.tcm_ifindex = counted.ifindex;
+  header.tcm_handle = counted.handle;
+  header.tcm_parent = counted.parent;
+  MsgPtr msg = listed(type, header);
+  nla_put_string(msg.get(), TCA_KIND, kind);
+  nlattr* const counters = nla_nest_start(msg.get(), TCA_STATS2);
+  put(msg, TCA_STATS_BASIC, counted.traffic);
+  put(msg, TCA_STATS_RATE_EST, counted.rate);
+  put(msg, TCA_STATS_QUEUE, counted.queue);
+  if (counted.packets != 0) put(msg, TCA_STATS_PKT64, counted.packets);
+  nla_nest_end(msg.get(), counters);
+  return msg;
 }
 
 }  // namespace
@@ -116,18 +138,11 @@ MsgPtr redirection_message(const ListedRedirection& redirection) {
 }
 
 MsgPtr class_message(const ListedClass& listed_class) {
-  tcmsg header{};
-  header.tcm_ifindex = listed_class.ifindex;
-  header.tcm_handle = listed_class.handle;
-  header.tcm_parent = listed_class.parent;
-  MsgPtr msg = listed(RTM_NEWTCLASS, header);
-  nla_put_string(msg.get(), TCA_KIND, "htb");
-  nlattr* const counters = nla_nest_start(msg.get(), TCA_STATS2);
-  put(msg, TCA_STATS_BASIC, listed_class.traffic);
-  put(msg, TCA_STATS_RATE_EST, listed_class.rate);
-  put(msg, TCA_STATS_QUEUE, listed_class.queue);
-  nla_nest_end(msg.get(), counters);
-  return msg;
+  return counted_message(RTM_NEWTCLASS, "htb", listed_class);
+}
+
+MsgPtr leaf_message(const ListedClass& listed_leaf) {
+  return counted_message(RTM_NEWQDISC, "pfifo", listed_leaf);
 }
 
 MsgPtr connection_message(const ListedConnection& connection) {
@@ -138,6 +153,16 @@ MsgPtr connection_message(const ListedConnection& connection) {
   put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
   nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
   if (connection.zone != 0) nla_put_u16(msg.get(), CTA_ZONE, htons(connection.zone));
+  return msg;
+}
+
+MsgPtr connection_message(const ListedIp6Connection& connection) {
+  nfgenmsg header{};
+  header.nfgen_family = AF_INET6;
+  MsgPtr msg = listed(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, header);
+  put_tuple(msg, CTA_TUPLE_ORIG, connection.source);
+  put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
+  nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
   return msg;
 }
 

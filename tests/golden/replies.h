@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <string>
 
+#include "model/ip6_prefix.h"
 #include "tc/nl_types.h"
 
 /// What the recording kernel answers a dump with: one message an object.
@@ -45,6 +46,8 @@ struct ListedClass {
   gnet_stats_basic traffic{};
   gnet_stats_rate_est rate{};
   gnet_stats_queue queue{};
+  /// The packets where 32 bits do not hold them; 0 is not listed.
+  std::uint64_t packets = 0;
 };
 
 /// A connection as the kernel lists it. Addresses in network order; zone 0 is not listed.
@@ -55,13 +58,22 @@ struct ListedConnection {
   std::uint16_t zone = 0;
 };
 
+/// The same of IPv6.
+struct ListedIp6Connection {
+  quenby::Ip6Address source{};
+  quenby::Ip6Address reply_source{};
+  std::uint32_t mark = 0;
+};
+
 quenby::MsgPtr link_message(const std::string& name, int ifindex);
 /// The root qdisc of a device; handle 0 is one of the kernel's own.
 quenby::MsgPtr root_message(int ifindex, std::uint32_t handle);
 quenby::MsgPtr filter_message(const ListedFilter& filter);
 quenby::MsgPtr redirection_message(const ListedRedirection& redirection);
 quenby::MsgPtr class_message(const ListedClass& listed_class);
+quenby::MsgPtr leaf_message(const ListedClass& listed_leaf);
 quenby::MsgPtr connection_message(const ListedConnection& connection);
+quenby::MsgPtr connection_message(const ListedIp6Connection& connection);
 /// The end of every dump.
 quenby::MsgPtr done_message();
 

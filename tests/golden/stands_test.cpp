@@ -16,11 +16,14 @@ constexpr std::int64_t kUnset = -2;
 // A tree with the classes 4 and 5 wherever the line has one.
 DeviceTree loaded(const quenby::Side& side, std::int64_t download, std::int64_t upload) {
   quenby::ResolvedSettings settings;
-  settings.line.has_global = true;
-  settings.line.global = line(download, upload);
-  settings.configured = settings.line;
+  settings.configured.has_global = true;
+  settings.configured.global = line(download, upload);
   settings.tariffs =
       tariffs({tariff("amy", 4, kTenMbit, {"10.0.1.4"}), tariff("bob", 5, kTenMbit, {"10.0.1.5"})});
+  settings.upload = {as_given(settings.configured, Direction::upload),
+                     as_given(settings.tariffs, Direction::upload)};
+  settings.download = {as_given(settings.configured, Direction::download),
+                       as_given(settings.tariffs, Direction::download)};
   return device_tree(side, settings);
 }
 
@@ -149,19 +152,19 @@ TEST_F(StandsTest, ADoubtIsANo) {
 }
 
 TEST_F(BareRouterTest, HasATreeWhereBothDevicesExist) {
-  EXPECT_FALSE(ifb().has_tree(line(kTenMbit, kTenMbit)));
+  EXPECT_FALSE(ifb().has_tree(as_given(line(kTenMbit, kTenMbit), Direction::download)));
   kernel.has_link("eth1", kWanIndex);
-  EXPECT_FALSE(ifb().has_tree(line(kTenMbit, kTenMbit)));
-  EXPECT_TRUE(eth().has_tree(line(kUnset, kTenMbit)));
-  EXPECT_FALSE(eth().has_tree(line(kTenMbit, kUnset)));
-  EXPECT_FALSE(eth().has_tree(line(kTenMbit, 0)));
+  EXPECT_FALSE(ifb().has_tree(as_given(line(kTenMbit, kTenMbit), Direction::download)));
+  EXPECT_TRUE(eth().has_tree(as_given(line(kUnset, kTenMbit), Direction::upload)));
+  EXPECT_FALSE(eth().has_tree(as_given(line(kTenMbit, kUnset), Direction::upload)));
+  EXPECT_FALSE(eth().has_tree(as_given(line(kTenMbit, 0), Direction::upload)));
   kernel.has_link("ifb_ingr", kIfbIndex);
-  EXPECT_TRUE(ifb().has_tree(line(kTenMbit, kTenMbit)));
+  EXPECT_TRUE(ifb().has_tree(as_given(line(kTenMbit, kTenMbit), Direction::download)));
 }
 
 TEST_F(DeviceTest, ABlockedImqDirectionHasATree) {
-  EXPECT_TRUE(imq(false).has_tree(line(kTenMbit, 0)));
-  EXPECT_FALSE(imq(false).has_tree(line(kTenMbit, kUnset)));
+  EXPECT_TRUE(imq(false).has_tree(as_given(line(kTenMbit, 0), Direction::upload)));
+  EXPECT_FALSE(imq(false).has_tree(as_given(line(kTenMbit, kUnset), Direction::upload)));
 }
 
 }  // namespace

@@ -34,17 +34,6 @@ TEST_F(DeviceTest, ATariffWithoutGuaranteeIgnoresItsBurst) {
 )");
 }
 
-// 700,000 bytes would take 280 s, and 2^32 ticks are 274.877906944 s: 687,194 bytes at this rate,
-// 274,877,600 us.
-TEST_F(DeviceTest, ABurstBeyondTheKernelsClockIsCut) {
-  auto t = direction(true, 5, 2500);
-  t.burst_size = 700'000;
-  ifb().class_op(t, htb_action::create);
-  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 7 htb 8000:5 parent 8000:1
-  rate 2500 ceil 2500 buffer 4294962500 cbuffer 10000000 quantum 1000
-)");
-}
-
 // The ticks of the one burst in the recorded requests.
 std::uint64_t ticks_of(const std::string& requests) {
   const std::string word = " buffer ";
@@ -66,13 +55,6 @@ TEST_F(DeviceTest, TheLargestBurstWrapsAtNoRate) {
     EXPECT_LE(ticks, us * 15'625 / 1000) << rate;
     EXPECT_GT(ticks, (us - one_byte_us) * 15'625 / 1000 - 16) << rate;
   }
-}
-
-TEST_F(DeviceTest, ATariffOfTheImqUpload) {
-  imq(false).class_op(direction(false, 5, kTenMbit), htb_action::create);
-  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 9 htb 8000:8005 parent 8000:8001
-  rate 1250000 ceil 1250000 buffer 3750000 cbuffer 3750000 quantum 125000
-)");
 }
 
 TEST_F(DeviceTest, TariffClassesOfEveryDevice) {
@@ -122,12 +104,6 @@ TEST_F(DeviceTest, ARefusedUpdateIsReportedAsAdd) {
   kernel.refuse(RTM_NEWTCLASS, EINVAL);
   EXPECT_EXIT(device.class_op(direction(false, 5, kTenMbit), htb_action::update), ExitedWithCode(1),
               "^Error: eth1 failed to add 5 cls\\(Invalid input data or parameter\\)\n$");
-}
-
-TEST_F(DeviceTest, AWrongActionEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  EXPECT_EXIT(device.class_op(direction(false, 5, kTenMbit), kNoAction), ExitedWithCode(1),
-              "^Error: eth1: cls 5 wrong action unknown\\(0\\)\n$");
 }
 
 }  // namespace

@@ -1,0 +1,219 @@
+#include <sstream>
+
+#include "shaper/htb_shaper.h"
+#include "tests/golden/device_test.h"
+#include "tests/golden/private_sbin.h"
+
+// The order of an operation's work across devices, address set, connections and firewall.
+namespace golden {
+namespace {
+
+using quenby::GlobalSet;
+using quenby::HtbShaper;
+using quenby::TariffSet;
+
+constexpr std::uint32_t kHtb = 0x80000000;
+
+const auto kAmy = tariff("amy", 4, 100'000, {"10.0.0.4"});
+const auto kBob = tariff("bob", 5, 200'000, {"10.0.0.5"});
+const auto kZed = tariff("zed", 6, 300'000, {"10.0.0.6"});
+
+GlobalSet eth1(std::int64_t upload = kTenMbit) {
+  GlobalSet set;
+  set.has_global = true;
+  set.global = line(kTenMbit, upload);
+  return set;
+}
+
+// What follows an attribute's name in a decoded request.
+std::string value_after(const std::string& request, const std::string& name) {
+  const auto place = request.find(name);
+  if (place == std::string::npos) return "";
+  const auto begin = place + name.size();
+  return request.substr(begin, request.find('\n', begin) - begin);
+}
+
+// Entries with the last byte of their address and that of their mark.
+void note_netfilter(const std::string& summary, const std::string& request) {
+  const std::string address = value_after(request, "IPADDR_IPV4(1) NET_BYTEORDER ");
+  const std::string mark = value_after(request, " SKBMARK(27) NET_BYTEORDER ");
+  note_command(summary + (address.empty() ? "" : address.substr(8)) +
+               (mark.empty() ? "" : " mark" + mark.substr(8, 3)));
+}
+
+// Without the looks; commands of the firewall are counted.
+std::string changes(const std::string& commands) {
+  std::istringstream in(commands);
+  std::string text;
+  int firewall = 0;
+  const auto end_firewall = [&] {
+    if (firewall != 0) text += "firewall " + std::to_string(firewall) + "\n";
+    firewall = 0;
+  };
+  for (std::string line; std::getline(in, line);) {
+    if (line.starts_with("/sbin/sudo ")) {
+      ++firewall;
+    } else if (!line.starts_with("RTM_GET")) {
+      end_firewall();
+      text += (line.starts_with("/sbin/tc ") ? "tc" : line) + "\n";
+    }
+  }
+  end_firewall();
+  return text;
+}
+
+class ShaperTest : public testing::Test {
+ protected:
+  ShaperTest() {
+    route.has_link("eth1", kWanIndex);
+    route.has_link("ifb_ingr", kIfbIndex);
+  }
+
+  // Everything that a change relies on, with class number `last` as the last one.
+  void stands(std::uint32_t last) {
+    route.has_ingress_qdisc(kWanIndex);
+    route.has_redirection({kWanIndex, kIfbIndex});
+    for (const int device : {kWanIndex, kIfbIndex}) {
+      route.has_root_qdisc(device, kHtb);
+      route.has_class({.ifindex = device, .handle = kHtb | last, .parent = kHtb | 1});
+    }
+  }
+
+  template <typename Operation>
+  std::string run(const Operation& operation) {
+    const SbinRun run = run_with_private_sbin(0, [&] {
+      quenby::CachePtr links = route.links();
+      route.tell([](const auto& summary, const auto& /*request*/) { note_command(summary); });
+      netfilter.tell(note_netfilter);
+      HtbShaper shaper(
+          {std::move(route.socket()), std::move(netfilter.socket()), std::move(links)});
+      operation(shaper);
+      return std::string();
+    });
+    EXPECT_EQ(run.status, 0) << run.errors;
+    return changes(run.commands);
+  }
+
+  std::string update(const TariffSet& current, const TariffSet& removed, const TariffSet& added) {
+    return run([&](HtbShaper& shaper) { shaper.update_tariffs(eth1(), current, removed, added); });
+  }
+
+  RecordingKernel route;
+  RecordingKernel netfilter{NETLINK_NETFILTER};
+};
+
+const std::string kUploadLine = R"(RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
+RTM_NEWQDISC CREATE ifindex 3 htb 8000:0 parent root
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS CREATE ifindex 3 htb 8000:2 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 3 fq_codel 8002:0 parent 8000:2
+RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1
+RTM_DELTFILTER ifindex 3 fw parent 8000:0 prio 2
+)";
+const std::string kDownloadLine = R"(RTM_NEWQDISC CREATE ifindex 7 htb 8000:0 parent root
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:2 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 7 fq_codel 8002:0 parent 8000:2
+RTM_DELTFILTER ifindex 7 parent 8000:0 prio 1
+RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
+)";
+const std::string kUploadMarks = "RTM_NEWTFILTER CREATE ifindex 3 fw parent 8000:0 prio 1\n";
+const std::string kDownloadMarks = "RTM_NEWTFILTER CREATE ifindex 7 fw parent 8000:0 prio 1\n";
+const std::string kIngress = "RTM_NEWQDISC CREATE ifindex 3 ingress ffff:0 parent ingress\n";
+// The rules that mark and the one that tracks; what takes them away, with the drop chain emptied;
+// both, one after the other.
+const std::string kRules = "firewall 8\n";
+const std::string kCleaned = "firewall 4\n";
+const std::string kCleanedAndEmptied = "firewall 5\n";
+const std::string kCleanedAndSet = "firewall 12\n";
+const std::string kMended = "IPCTNL_MSG_CT_GET\n";
+
+std::string new_class(int device, const std::string& number) {
+  return "RTM_NEWTCLASS CREATE ifindex " + std::to_string(device) + " htb 8000:" + number +
+         " parent 8000:1\n";
+}
+std::string gone_class(int device, const std::string& number) {
+  return "RTM_DELTCLASS ifindex " + std::to_string(device) + " 8000:" + number + " parent 8000:1\n";
+}
+std::string root_replaced(int device) {
+  return "RTM_NEWTCLASS REPLACE ifindex " + std::to_string(device) + " htb 8000:1 parent 8000:0\n";
+}
+std::string entry(const std::string& byte, const std::string& mark) {
+  return "IPSET_CMD_ADD " + byte + " mark " + mark + "\n";
+}
+
+// Connections are marked when the classes stand, and none of another run's rules marks them before.
+const std::string kAmyBuilt = "IPSET_CMD_CREATE\n" + kUploadLine + kUploadMarks + kIngress +
+                              new_class(3, "4") + kDownloadLine + kDownloadMarks + "tc\n" +
+                              new_class(7, "4") + entry("04", "04") + kRules + kMended;
+
+TEST_F(ShaperTest, ABuildEndsWithAddressesRulesAndConnections) {
+  EXPECT_EQ(run([](HtbShaper& shaper) { shaper.create(eth1(), tariffs({kAmy})); }),
+            kCleaned + kAmyBuilt);
+}
+
+TEST_F(ShaperTest, ABlockedLineNeedsTheDropChain) {
+  const std::string text = run([](HtbShaper& shaper) { shaper.create(eth1(0), tariffs({kAmy})); });
+  EXPECT_TRUE(text.starts_with(kCleanedAndEmptied)) << text;
+}
+
+TEST_F(ShaperTest, AnAddedTariffGetsItsAddressWhenItsClassesStand) {
+  stands(5);
+  EXPECT_EQ(update(tariffs({kAmy, kBob}), {}, tariffs({kZed})),
+            "IPSET_CMD_TEST 05\n" + root_replaced(3) + new_class(3, "6") + root_replaced(7) +
+                new_class(7, "6") + entry("06", "06") + kMended);
+}
+
+TEST_F(ShaperTest, ARemovedTariffLosesItsAddressBeforeItsClasses) {
+  stands(5);
+  EXPECT_EQ(update(tariffs({kAmy, kBob}), tariffs({kAmy}), {}),
+            "IPSET_CMD_TEST 05\nIPSET_CMD_DEL 04\n" + root_replaced(3) + gone_class(3, "4") +
+                root_replaced(7) + gone_class(7, "4") + kMended);
+}
+
+// Of several owners the last by name has it.
+TEST_F(ShaperTest, ASharedAddressGoesToTheOwnerThatStays) {
+  stands(6);
+  const auto shared = tariff("ann", 7, 1000, {"10.0.0.6"});
+  const std::string ours = "IPSET_CMD_TEST 06\nIPSET_CMD_DEL 06\n" + entry("06", "06") +
+                           root_replaced(3) + gone_class(3, "7") + new_class(3, "7") +
+                           root_replaced(7) + gone_class(7, "7") + new_class(7, "7") +
+                           entry("06", "07") + entry("06", "06") + kMended;
+  EXPECT_EQ(update(tariffs({shared, kZed}), tariffs({shared}), tariffs({shared})), ours);
+}
+
+TEST_F(ShaperTest, LiveConnectionsOfAChangeAreMended) {
+  stands(5);
+  // One of amy's and one that began before zed was there.
+  netfilter.has_connection({kAmy.addresses[0], 1, 0x80000004});
+  netfilter.has_connection({kZed.addresses[0], 1, 0x80000003});
+  const std::string text = update(tariffs({kAmy, kBob}), tariffs({kAmy}), tariffs({kZed}));
+  const std::string mended = entry("06", "06") + kMended + "IPCTNL_MSG_CT_NEW\nIPCTNL_MSG_CT_NEW\n";
+  EXPECT_TRUE(text.ends_with(mended)) << text;
+}
+
+TEST_F(ShaperTest, WhatDoesNotStandIsBuilt) {
+  EXPECT_EQ(update(tariffs({kBob}), tariffs({kBob}), tariffs({kAmy})),
+            "IPSET_CMD_DEL 05\n" + kCleaned + kAmyBuilt);
+}
+
+TEST_F(ShaperTest, TheLastTariffLeavesTheLine) {
+  EXPECT_EQ(update(tariffs({kAmy}), tariffs({kAmy}), {}), "IPSET_CMD_DEL 04\n" + kUploadLine +
+                                                              kIngress + kDownloadLine + "tc\n" +
+                                                              kCleanedAndSet + kMended);
+}
+
+TEST_F(ShaperTest, ATeardownTakesRulesAddressesDownloadAndUpload) {
+  stands(5);
+  EXPECT_EQ(run([](HtbShaper& shaper) { shaper.clear(eth1()); }),
+            R"(firewall 7
+IPSET_CMD_FLUSH
+RTM_DELQDISC ifindex 3 htb 8000:0 parent root
+RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
+RTM_DELLINK "ifb_ingr"
+RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
+)");
+}
+
+}  // namespace
+}  // namespace golden
