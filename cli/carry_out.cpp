@@ -12,6 +12,7 @@ void change_kernel(const Edit& edit) {
     case KernelWork::none:
       return;
     case KernelWork::change:
+      warn_of_unshaped_ipv6(edit.line);
       return HtbShaper().update_tariffs(edit.line, edit.stored, edit.removed, edit.added);
     case KernelWork::rebuild:
       clear_shaper(edit.line_before);
@@ -19,6 +20,7 @@ void change_kernel(const Edit& edit) {
       return;
     case KernelWork::rebuild_always: {
       clear_shaper(edit.line_before);
+      warn_of_unshaped_ipv6(edit.line);
       const TariffSet& all = edit.tariffs;
       return HtbShaper().create(edit.line, all);
     }

@@ -15,14 +15,19 @@ enum Status { kAccepted = 0, kRefused = 1, kWrongCall = 2 };
 void print(const GlobalSet& set) {
   std::cout << "wan=" << set.global.wan << '\n'
             << "enabled=" << (set.global.enabled ? "true" : "false") << '\n';
+  if (set.global.ipv6) std::cout << "ipv6=true\n";
 }
 
 void print(const TariffConfig& tariffs) {
   std::set<std::uint32_t> addresses;
-  for (const TariffSettings& tariff : tariffs.tariffs())
+  std::set<Ip6Prefix> prefixes;
+  for (const TariffSettings& tariff : tariffs.tariffs()) {
     addresses.insert(tariff.addresses.begin(), tariff.addresses.end());
+    prefixes.insert(tariff.prefixes.begin(), tariff.prefixes.end());
+  }
   std::cout << "tariffs=" << tariffs.tariffs().size() << '\n'
             << "addresses=" << addresses.size() << '\n';
+  if (!prefixes.empty()) std::cout << "prefixes=" << prefixes.size() << '\n';
 }
 
 // Whether the file that fills an object of this kind is accepted.

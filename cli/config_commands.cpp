@@ -1,5 +1,7 @@
 #include "cli/config_commands.h"
 
+#include <iostream>
+
 #include "cli/carry_out.h"
 #include "cli/config_input.h"
 #include "config/system_config.h"
@@ -10,8 +12,16 @@ void clear_shaper(const GlobalSet& global) { HtbShaper().clear(global); }
 
 bool create_shaper(const GlobalSet& global, const TariffSet& tariffs) {
   if (!is_shaped(global, tariffs)) return false;
+  warn_of_unshaped_ipv6(global);
   HtbShaper().create(global, tariffs);
   return true;
+}
+
+void warn_of_unshaped_ipv6(const GlobalSet& global) {
+  static bool said = false;
+  if (said || !global.global.ipv6 || global.global.shapes_ipv6()) return;
+  said = true;
+  std::cerr << "IPv6 is not shaped: no WAN interface is named\n";
 }
 
 void load_config() { carry_out(edit_of_load()); }

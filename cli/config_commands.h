@@ -15,6 +15,9 @@ void clear_shaper(const GlobalSet& global);
 /// Builds everything if `global` is enabled and there is something to shape. False when not.
 bool create_shaper(const GlobalSet& global, const TariffSet& tariffs);
 
+/// Says on standard error, once a run, when a line is asked to shape IPv6 and has no WAN interface.
+void warn_of_unshaped_ipv6(const GlobalSet& global);
+
 /// `--load`: builds the shaping from the files. Class numbers that do not fit are handed out again
 /// and saved first. A disabled or empty configuration removes all shaping.
 void load_config();

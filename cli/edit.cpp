@@ -16,11 +16,10 @@ void read_given(const std::string& path, Edit& edit, const char* message) {
 
 // Both stored files. False when there is no tariff file.
 bool read_stored_files(Edit& edit) {
-  load_global_config(edit.line);
-  edit.line_before = edit.line;
-  const bool stored = load_tariff_config(edit.stored);
-  edit.tariffs = edit.stored;
-  return stored;
+  Stored stored = load_stored();
+  edit.line_before = edit.line = std::move(stored.global);
+  edit.stored = edit.tariffs = std::move(stored.tariffs);
+  return stored.has_tariffs;
 }
 
 void number_new(Edit& edit) {

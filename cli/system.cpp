@@ -6,6 +6,8 @@
 #include <iostream>
 #include <string_view>
 
+#include "cli/error.h"
+
 namespace quenby {
 
 void _system(const std::string& command, std::string& out) {
@@ -18,9 +20,24 @@ void _system(const std::string& command, std::string& out) {
   out = buffer.data();
 }
 
-void run_or_exit(const std::string& commands) {
+std::optional<std::string> read_command(const std::string& command) {
+  std::FILE* pipe = popen(command.c_str(), "re");
+  if (pipe == nullptr) return std::nullopt;
+  std::string output;
+  std::array<char, 4096> buffer;
+  while (const std::size_t got = std::fread(buffer.data(), 1, buffer.size(), pipe))
+    output.append(buffer.data(), got);
+  if (pclose(pipe) != 0) return std::nullopt;
+  return output;
+}
+
+bool run_commands(const std::string& commands) {
   std::cout << std::flush;
-  if (std::system(commands.c_str()) != 0) std::exit(1);
+  return std::system(commands.c_str()) == 0;
+}
+
+void run_or_exit(const std::string& commands) {
+  if (!run_commands(commands)) fail_silently("a command failed: " + commands);
 }
 
 std::string shell_word(const std::string& text) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 namespace quenby {
@@ -9,9 +10,16 @@ namespace quenby {
 /// not looked at. `out` is left as it was when the shell could not be started.
 void _system(const std::string& command, std::string& out);
 
-/// Runs a list of shell commands with the program's own output streams. A status other than 0
-/// (which is that of the list's last command) ends the process with status 1 and no message: the
-/// commands speak for themselves.
+/// All that `command` prints to standard output; nothing when it cannot be started or ends with
+/// another status than 0.
+std::optional<std::string> read_command(const std::string& command);
+
+/// Runs a list of shell commands with the program's own output streams. True when its status (which
+/// is that of the list's last command) is 0.
+bool run_commands(const std::string& commands);
+
+/// The same. A status other than 0 ends the process with status 1 and no message: the commands
+/// speak for themselves.
 void run_or_exit(const std::string& commands);
 /// The same; nothing for an empty list.
 void run_list(const std::string& commands);

@@ -9,9 +9,11 @@
 
 namespace quenby {
 
+const char* version() { return QUENBY_VERSION; }
+
 void print_version() {
   std::cout << "Copyright (C) 2026 The Quenby authors" << std::endl;
-  std::cout << "Quenby version " << QUENBY_VERSION << std::endl;
+  std::cout << "Quenby version " << version() << std::endl;
   libnl_version();
 }
 

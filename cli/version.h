@@ -2,6 +2,9 @@
 
 namespace quenby {
 
+/// This program's version, as "0.7".
+const char* version();
+
 /// Prints the version block: copyright, this program's version, the netlink library's version.
 void print_version();
 

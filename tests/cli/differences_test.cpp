@@ -106,7 +106,8 @@ std::vector<Change> direction_changes() {
 
 void expect_difference(const std::vector<Change>& changes) {
   TariffSettings stored = tariff("b", 5);
-  ASSERT_TRUE(stored.addCIDR("10.0.0.1") && stored.addCIDR("10.0.0.2"));
+  ASSERT_TRUE(stored.addCIDR("10.0.0.1") && stored.addCIDR("10.0.0.2") &&
+              stored.addPrefix("2001:db8::/64"));
   const auto current = set_of<TariffConfig>(tariff("a", 4), stored, tariff("c", 6));
   int index = 0;
   for (const Change change : changes) {
@@ -130,6 +131,9 @@ TEST(Differences, AreFoundInEveryFieldOfATariff) {
       [](TariffSettings& t) { t.addresses.pop_back(); },
       [](TariffSettings& t) { t.addresses.push_back(1); },
       [](TariffSettings& t) { std::swap(t.addresses[0], t.addresses[1]); },
+      [](TariffSettings& t) { t.prefixes[0].length = 63; },
+      [](TariffSettings& t) { t.prefixes.clear(); },
+      [](TariffSettings& t) { t.addPrefix("2001:db8::1"); },
   });
 }
 

@@ -87,5 +87,16 @@ TEST(RunOrExit, WritesOutWhatWasPrintedBefore) {
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "first second");
 }
 
+TEST(ReadCommand, GivesAllOfTheOutput) {
+  EXPECT_EQ(read_command("printf '%5000s' x"), std::string(4999, ' ') + "x");
+  EXPECT_EQ(read_command("printf 'a\\0b'"), std::string("a\0b", 3));
+  EXPECT_EQ(read_command("true"), "");
+}
+
+TEST(ReadCommand, GivesNothingOfACommandThatFails) {
+  EXPECT_EQ(read_command("echo abc; exit 3"), std::nullopt);
+  EXPECT_EQ(read_command("kill $$"), std::nullopt);
+}
+
 }  // namespace
 }  // namespace quenby

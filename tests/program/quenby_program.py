@@ -5,12 +5,19 @@ and snapshots of the router's kernel state.
 Only for the lab's guest: it replaces /bin/sh and deletes every network device.
 """
 
-import collections
 import os
 import pathlib
 import shutil
-import subprocess
+import sys
 import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "kernel"))
+
+import guest  # noqa: E402
+from guest import GLOBAL_FILE, TARIFF_FILE, Result, command  # noqa: E402
+from guest import make_device as make_link  # noqa: E402
+from router_state import read_state  # noqa: E402
+from tc_dump import htb_classes  # noqa: E402
 
 WORK = pathlib.Path("/run/quenby-program")
 SHELL_LOG = WORK / "shell.log"
@@ -18,8 +25,6 @@ SUDO_LOG = WORK / "sudo.log"
 HARDWARE_LOG = WORK / "hardware.log"
 HARDWARE_ANSWERS = WORK / "hardware"
 HARDWARE_TOOL = pathlib.Path("/usr/sbin/kavo-hal")
-GLOBAL_FILE = pathlib.Path("/config/tc/tc_global.ini")
-TARIFF_FILE = pathlib.Path("/config/tc/tc_tariff.ini")
 
 # The recorders' own shell is the real one, so they do not record themselves.
 RECORDING_SHELL = r"""#!/usr/bin/busybox sh
@@ -46,16 +51,13 @@ printf '%s\0' "$#" "$@" >>"$QUENBY_HARDWARE_LOG"
 [ ! -e "$QUENBY_HARDWARE/$1" ] || cat "$QUENBY_HARDWARE/$1"
 """
 
-Result = collections.namedtuple("Result", "status out err")
-
 program = None
 
 
 def install(path):
     """Prepares the guest once; `path` is the program."""
     global program
-    if os.environ.get("QUENBY_IN_LAB") != "guest":
-        raise SystemExit("Error: only inside the lab's guest: scripts/lab")
+    guest.only_in_lab(("guest",))
     program = path
     (WORK / "bin").mkdir(parents=True)
     HARDWARE_ANSWERS.mkdir()
@@ -72,55 +74,24 @@ def write_script(path, text):
     os.chmod(path, 0o755)
 
 
-def command(*words, check=True):
-    """Output of a command of the lab itself."""
-    done = subprocess.run(words, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-    if check and done.returncode != 0:
-        raise RuntimeError("%s: %s" % (words, done.stderr))
-    return done.stdout
-
-
-def make_link(name, kind="dummy"):
-    command("ip", "link", "add", name, "type", kind)
-    command("ip", "link", "set", name, "up")
-
-
 def make_set():
     """The address set, which the platform's firewall script makes before any teardown."""
     command("ipset", "create", "kavo_opt_shaper", "hash:ip", "family", "inet", "skbinfo")
 
 
+def devices():
+    return [name for name in sorted(os.listdir("/sys/class/net")) if name != "lo"]
+
+
 def kernel_state():
-    """Everything of the kernel that the program may change, without counters."""
-    rules = command("iptables-save").splitlines()
-    devices = [name for name in sorted(os.listdir("/sys/class/net")) if name != "lo"]
-    return {
-        "links": command("ip", "-o", "link"),
-        "traffic control": traffic_control(devices),
-        "set": command("ipset", "save"),
-        "rules": [line.split(" [")[0] for line in rules if not line.startswith("#")],
-    }
+    """Everything of the kernel that the program may change, without counters. What is made again
+    has another link number."""
+    return {"links": command("ip", "-o", "link"), "objects": read_state(devices())}
 
 
-def traffic_control(devices):
-    """Qdiscs, HTB classes and filters of each device, all from one process: its start is what takes
-    time. A queue shows the connections that wait in it as classes of its own."""
-    commands = [line.format(name) for name in devices for line in
-                ("qdisc show dev {}\n", "class show dev {}\n",
-                 "filter show dev {} parent 8000:\n", "filter show dev {} parent ffff:\n")]
-    text = subprocess.run(["tc", "-force", "-batch", "-"], input="".join(commands), text=True,
-                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
-    # Its status says nothing: a device without one of the qdiscs is a failure to tc.
-    if sum(line.startswith("qdisc ") for line in text.splitlines()) < len(devices):
-        raise RuntimeError("tc does not show every device: %r" % text)
-    return [line for line in text.splitlines()
-            if line.startswith("class htb ") or not line.startswith("class ")]
-
-
-def classes(device):
-    """The HTB classes; queued packets would show as classes of their own."""
-    lines = command("tc", "class", "show", "dev", device).splitlines()
-    return [line for line in lines if line.startswith("class htb ")]
+def class_numbers(device):
+    """The minors of the HTB classes."""
+    return {handle & 0xFFFF for handle in htb_classes(device)}
 
 
 def filters(device):
@@ -136,10 +107,9 @@ def set_entries():
 
 def clean_router():
     shutil.rmtree("/config", ignore_errors=True)
-    names = [name for name in os.listdir("/sys/class/net") if name != "lo"]
-    if names:
-        subprocess.run(["ip", "-force", "-batch", "-"], stderr=subprocess.DEVNULL, text=True,
-                       input="".join("link delete %s\n" % name for name in names))
+    if devices():
+        command("ip", "-force", "-batch", "-", check=False,
+                text="".join("link delete %s\n" % name for name in devices()))
     command("ipset", "destroy", "kavo_opt_shaper", check=False)
 
 
@@ -153,11 +123,11 @@ def answer_hardware(**answers):
 
 
 def store(global_text=None, tariff_text=None):
-    """Writes the stored files; bytes are taken as they are."""
+    """Writes the stored files, or one of them."""
     GLOBAL_FILE.parent.mkdir(parents=True, exist_ok=True)
     for path, text in ((GLOBAL_FILE, global_text), (TARIFF_FILE, tariff_text)):
         if text is not None:
-            path.write_bytes(text if isinstance(text, bytes) else text.encode())
+            guest.write_file(path, text)
 
 
 def given(text):
@@ -224,11 +194,8 @@ def run(*arguments, sudo="succeed", sudo_fails="", wrapper=(), variables=None):
     """Runs the program. `sudo` is "succeed" or "run"; a call whose words match the shell pattern
     `sudo_fails` exits with 1."""
     forget_calls()
-    done = subprocess.run([*wrapper, program, *arguments], stdin=subprocess.DEVNULL,
-                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, timeout=120,
-                          env=variables or environment(sudo, sudo_fails))
-    return Result(done.returncode, done.stdout.decode(errors="surrogateescape"),
-                  done.stderr.decode(errors="surrogateescape"))
+    return guest.run(program, *arguments, wrapper=wrapper, timeout=120,
+                     env=variables or environment(sudo, sudo_fails))
 
 
 class ProgramTest(unittest.TestCase):
@@ -246,6 +213,12 @@ class ProgramTest(unittest.TestCase):
     def fails(self, message, *arguments, out="", **options):
         """Ends with status 1 and this one line."""
         self.assertEqual(run(*arguments, **options), Result(1, out, "Error: " + message + "\n"))
+
+    def addresses(self, **numbers):
+        """The address set has these addresses, 10.0.0.x, with these class numbers."""
+        self.assertEqual(["add kavo_opt_shaper 10.0.0.%s skbmark 0x8000000%d/0x80003fff"
+                          % (name[1:], number) for name, number in numbers.items()],
+                         set_entries())
 
     def load(self, global_text, tariff_text=None, **options):
         store(global_text, tariff_text)

@@ -1,6 +1,7 @@
 """--stop, --clear and the --load that clears: texts for the shell, files and state."""
 
 import quenby_program as q
+from router_state import rule_lines
 
 GLOBAL = "[global]\nwan=eth1\nenabled=true\ndownload_speed=10000\nupload_speed=5000\n"
 TARIFF = "[gold]\nid=4\nip=10.0.0.1\ndownload_speed=2000\nupload_speed=1000\n"
@@ -93,7 +94,7 @@ class Effects(q.ProgramTest):
 
     def nothing_shaped(self):
         self.assertEqual(q.set_entries(), [])
-        self.assertEqual(q.command("tc", "class", "show", "dev", "eth1"), "")
+        self.assertEqual(q.class_numbers("eth1"), set())
         self.assertEqual(q.filters("eth1"), ["", ""])
         queues = q.command("tc", "qdisc", "show")
         self.assertNotIn("htb", queues)
@@ -180,11 +181,11 @@ class RealFirewall(q.ProgramTest):
                          ["-A KAVO_OPT_QOS_HOOK -o eth1 -j DROP"])
         self.assertEqual(self.rules("filter", "OSTREA_FW_OUT_HOOK"),
                          ["-A OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK"])
-        loaded = q.kernel_state()["rules"]
+        loaded = list(rule_lines())
         self.operate("--stop")
         self.assertEqual(q.kernel_state(), before)
         self.operate("--load")
-        self.assertEqual(q.kernel_state()["rules"], loaded)
+        self.assertEqual(list(rule_lines()), loaded)
         self.operate("--clear")
         self.assertEqual(q.kernel_state(), before)
         self.assertEqual(list(q.files_state()), ["/config/tc"])

@@ -2,14 +2,9 @@
 traffic above 1600 bytes, and the program asks the kernel how long a tick is."""
 
 import os
-import pathlib
-import sys
 
 import quenby_program as q
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "kernel"))
-
-from tc_dump import htb_classes  # noqa: E402
+from tc_dump import htb_classes
 
 GLOBAL = "[global]\nwan=eth1\nenabled=true\ndownload_speed=20000\nupload_speed=20000\n"
 # 2000 and 1000 bytes/s: 240 ms of that are 480 and 240 bytes, so that the tick decides.

@@ -32,12 +32,6 @@ class WithWan(EditCase):
         q.make_link("eth1")
         q.make_set()
 
-    def entries(self, **numbers):
-        """The address set has these addresses, 10.0.0.x, with these class numbers."""
-        self.assertEqual(["add kavo_opt_shaper 10.0.0.%s skbmark 0x8000000%d/0x80003fff"
-                          % (name[1:], number) for name, number in numbers.items()],
-                         q.set_entries())
-
 
 class NumbersThatDoNotFit(WithWan):
     """Everything is numbered again, in the order of names, and built again."""
@@ -49,17 +43,17 @@ class NumbersThatDoNotFit(WithWan):
     def test_replacing_the_list(self):
         self.operates(CLEARED + BUILT + ["sync"], "--update", q.given(TIN + GOLD))
         self.stored(GOLD + numbered(TIN, 5))
-        self.entries(x1=4, x3=5)
+        self.addresses(x1=4, x3=5)
 
     def test_replacing_the_list_by_itself(self):
         self.operates(CLEARED + BUILT + ["sync"], "--update", q.given(GOLD + IRON))
         self.stored(GOLD + IRON)
-        self.entries(x1=4, x2=5)
+        self.addresses(x1=4, x2=5)
 
     def test_adding(self):
         self.operates(CLEARED + BUILT + ["sync"], "--tariff-add", q.given(TIN))
         self.stored(GOLD + IRON + numbered(TIN, 6))
-        self.entries(x1=4, x2=5, x3=6)
+        self.addresses(x1=4, x2=5, x3=6)
 
     def test_a_number_beyond_the_limit(self):
         q.store(GLOBAL, GOLD + numbered(IRON, 15001))
@@ -87,7 +81,7 @@ class NoTariffsYet(WithWan):
         q.store(GLOBAL)
         self.operates(CLEARED + BUILT + ["sync"], "--update", q.given(TIN + IRON))
         self.stored(numbered(IRON, 4) + numbered(TIN, 5))
-        self.entries(x2=4, x3=5)
+        self.addresses(x2=4, x3=5)
 
     def test_replacing_the_list_by_nothing(self):
         q.store(GLOBAL)
@@ -105,7 +99,7 @@ class NoTariffsYet(WithWan):
         q.store(DISABLED)
         self.operates(CLEARED + BUILT + ["sync"], "--tariff-add", q.given(TIN))
         self.stored(numbered(TIN, 4))
-        self.entries(x3=4)
+        self.addresses(x3=4)
 
     def test_reload_without_files(self):
         self.operates([TEARDOWN], "--reload")
@@ -226,7 +220,7 @@ class GlobalFile(WithWan):
                       "--global-update", q.given(moved))
         self.assertNotIn("htb", q.command("tc", "qdisc", "show", "dev", "eth1"))
         self.assertIn("htb 8000:", q.command("tc", "qdisc", "show", "dev", "eth2"))
-        self.entries(x1=4)
+        self.addresses(x1=4)
 
     def test_stored_file_that_cannot_be_read_is_not_replaced(self):
         q.store("hello\n")

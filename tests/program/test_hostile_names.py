@@ -2,11 +2,11 @@
 
 import quenby_program as q
 
-TRAP = q.pathlib.Path("/tmp/x")
+TRAP = q.pathlib.Path("/run/x")
 # No device can have these names; the rules for a closed download name it even so.
-IMPOSSIBLE = ("eth1;touch /tmp/x", "$(touch /tmp/x)", "`touch /tmp/x`", "eth1 && touch /tmp/x",
-              "eth1|touch /tmp/x", "eth1>/tmp/x", "'; touch /tmp/x; '", "'$(touch /tmp/x)'",
-              "\"; touch /tmp/x; \"", "\"$(touch /tmp/x)\"", "eth1 eth2", "a\\'; touch /tmp/x #",
+IMPOSSIBLE = ("eth1;touch /run/x", "$(touch /run/x)", "`touch /run/x`", "eth1 && touch /run/x",
+              "eth1|touch /run/x", "eth1>/run/x", "'; touch /run/x; '", "'$(touch /run/x)'",
+              "\"; touch /run/x; \"", "\"$(touch /run/x)\"", "eth1 eth2", "a\\'; touch /run/x #",
               "eth1\ttouch", "*", "/*", "~", "${PATH}", "!!", "#eth1", "\xe9th1", "\\", "-o")
 # A kernel lets a device have these.
 POSSIBLE = ("a;reboot", "$(id)", "`id`", "x'y\"z", "a&b|c", "*?[a]", "~root", "$HOME", "a>b<c",
@@ -47,24 +47,24 @@ class HostileNames(q.ProgramTest):
 
     def test_second_query(self):
         q.answer_hardware(isSfpPlus="1", getEthPhysical="Speed: 10000")
-        self.load_with("$(touch /tmp/x)", 0)
-        self.assertEqual(q.hardware_calls()[:2], [["isSfpPlus", "$(touch /tmp/x)"],
-                                                  ["getEthPhysical", "$(touch /tmp/x)"]])
+        self.load_with("$(touch /run/x)", 0)
+        self.assertEqual(q.hardware_calls()[:2], [["isSfpPlus", "$(touch /run/x)"],
+                                                  ["getEthPhysical", "$(touch /run/x)"]])
         self.assertFalse(TRAP.exists())
 
     def test_steering(self):
         q.answer_hardware(getBoardShortName="KX-6-TR")
-        self.load_with("eth1;touch /tmp/x", 0)
+        self.load_with("eth1;touch /run/x", 0)
         self.assertFalse(TRAP.exists())
         self.assertFalse([text for text in q.shell_texts() if text.startswith("echo")])
 
     def test_single_quotes_around_a_name_that_is_not_ordinary(self):
-        self.load_with("eth1;touch /tmp/x", 0)
+        self.load_with("eth1;touch /run/x", 0)
         self.assertEqual(q.shell_texts()[0],
-                         "/usr/sbin/kavo-hal isSfpPlus 'eth1;touch /tmp/x' 2>&1")
+                         "/usr/sbin/kavo-hal isSfpPlus 'eth1;touch /run/x' 2>&1")
         self.assertEqual(q.shell_texts()[-1],
                          "sudo iptables -t filter -I OSTREA_FW_IN_HOOK 1 -j KAVO_OPT_QOS_HOOK;"
-                         "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i 'eth1;touch /tmp/x'"
+                         "sudo iptables -t filter -A KAVO_OPT_QOS_HOOK -i 'eth1;touch /run/x'"
                          " -j DROP;sudo iptables -t raw -R QOS_CONNTRACK 1 -j RETURN")
 
     def test_ordinary_names_stand_as_they_are(self):

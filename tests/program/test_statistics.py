@@ -4,14 +4,10 @@ the kernel's class dump gives."""
 import pathlib
 import socket
 import struct
-import sys
 import time
 
 import quenby_program as q
-
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "kernel"))
-
-from tc_dump import htb_classes  # noqa: E402
+from tc_dump import htb_classes
 
 GLOBAL = "[global]\nwan=eth1\nenabled=true\n%s"
 LINE = "download_speed=20000\nupload_speed=10000\n"
@@ -25,16 +21,19 @@ ROOT = 0x80000001
 IMQ_UPLOAD_ROOT = 0x80008001
 
 # Linux's numbers that Python's socket module does not have.
-SO_MARK, ETH_P_IP = 36, 0x0800
+SO_MARK, SO_SNDBUFFORCE, ETH_P_IP = 36, 32, 0x0800
 
 
-def send(device, count, mark=0, source="10.0.0.1", destination="10.0.0.2", size=100):
-    """Puts packets of `size` bytes, Ethernet header included, into the device's root queue."""
+def send(device, count, mark=0, source="10.0.0.1", destination="10.0.0.2", size=100, waits=True):
+    """Puts packets of `size` bytes, Ethernet header included, into the device's root queue. One
+    that waits has a few hundred in the queue at a time."""
     header = struct.pack("!BBHHHBBH4s4s", 0x45, 0, size - 14, 0, 0, 64, 17, 0,
                          socket.inet_aton(source), socket.inet_aton(destination))
     frame = bytes(12) + struct.pack("!H", ETH_P_IP) + header.ljust(size - 14, b"\0")
     with socket.socket(socket.AF_PACKET, socket.SOCK_RAW, socket.htons(ETH_P_IP)) as sock:
         sock.setsockopt(socket.SOL_SOCKET, SO_MARK, struct.pack("=I", mark))
+        if not waits:
+            sock.setsockopt(socket.SOL_SOCKET, SO_SNDBUFFORCE, 1 << 26)
         sock.bind((device, ETH_P_IP))
         for _ in range(count):
             try:

@@ -124,6 +124,12 @@ class Answer(s.SurroundingsTest):
         self.assertEqual(check("--summary"), s.Result(
             0, "wan=my wan=0\nenabled=false\ntariffs=2\naddresses=2\n", ""))
 
+    def test_summary_of_ipv6(self):
+        self.store("[global]\nwan=eth1\nenabled=true\nipv6=true\n",
+                   "[a]\nid=4\nip6=2001:db8::7/64\nip6=2001:db8::7\n[b]\nid=5\nip6=2001:db8::/64\n")
+        self.assertEqual(check("--summary"), s.Result(
+            0, "wan=eth1\nenabled=true\nipv6=true\ntariffs=2\naddresses=0\nprefixes=2\n", ""))
+
     def test_summary_of_the_accepted_file(self):
         self.store("[global]\nwan=eth1\n", "[a]\n")
         result = check("--summary")
