@@ -1,13 +1,23 @@
 # Completion of quenbyctl(1) for bash.
 # shellcheck shell=bash
 
+_quenbyctl_commands() {
+  printf '%s\n' load: tariff-add:file tariff-update:file tariff-del:tariff update:file \
+    global-update:file
+}
+
 # The options of each subcommand, with the kind of their argument.
 _quenbyctl_options() {
   case $1 in
     check) printf '%s\n' --global:file --tariffs:file --kind:kind --json: --help: ;;
-    plan) printf '%s\n' load: tariff-add:file tariff-update:file tariff-del:tariff update:file \
-      global-update:file --json: --help: ;;
-    '') printf '%s\n' check: plan: --help: ;;
+    plan) _quenbyctl_commands && printf '%s\n' --json: --help: ;;
+    apply) _quenbyctl_commands &&
+      printf '%s\n' --confirm:seconds --take-back: --when-due: --json: --help: ;;
+    confirm | verify | who) printf '%s\n' --json: --help: ;;
+    repair) printf '%s\n' --no-connections: --json: --help: ;;
+    export) printf '%s\n' --format:format --json: --output:file --help: ;;
+    top) printf '%s\n' --interval:none --sort:order --filter:tariff --once: --json: --help: ;;
+    '') printf '%s\n' check: plan: apply: confirm: verify: repair: who: export: top: --help: --version: ;;
   esac
 }
 
@@ -51,7 +61,13 @@ _quenbyctl() {
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       ;;
+    seconds) ;;
     kind) mapfile -t COMPREPLY < <(compgen -W "named stored" -- "$word") ;;
+    format) mapfile -t COMPREPLY < <(compgen -W "prometheus json csv" -- "$word") ;;
+    order)
+      mapfile -t COMPREPLY < <(compgen -W "rate share packets drops backlog name" -- "$word")
+      ;;
+    none) ;;
     tariff) _quenbyctl_offer "$word" < <(_quenbyctl_tariffs) ;;
     *) _quenbyctl_offer "$word" < <(_quenbyctl_options "$command" | sed 's/:.*//') ;;
   esac

@@ -2,7 +2,6 @@
 
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "config/paths.h"
 #include "config/system_config.h"
@@ -13,21 +12,11 @@
 namespace quenby {
 namespace {
 
-struct CheckOptions {
-  std::string global;
-  std::string tariffs;
-  std::string kind;
-  bool json = false;
-
-  bool names_a_file() const { return !global.empty() || !tariffs.empty(); }
-  FileKind kind_of(const std::string& path) const;
-};
-
 // A stored file is read by the rules of stored files, whoever names it.
-FileKind CheckOptions::kind_of(const std::string& path) const {
-  if (kind == "stored") return FileKind::stored;
+FileKind kind_of(const CheckOptions& options, const std::string& path) {
+  if (options.kind == "stored") return FileKind::stored;
   const bool is_stored = path.empty() || path == kGlobalFile || path == kTariffFile;
-  return kind.empty() && is_stored ? FileKind::stored : FileKind::named;
+  return options.kind.empty() && is_stored ? FileKind::stored : FileKind::named;
 }
 
 using GlobalFile = std::unique_ptr<CheckedFile<GlobalSet>>;
@@ -38,14 +27,14 @@ GlobalFile read_global(const CheckOptions& options) {
   if (options.global.empty() && GlobalSystemConfig::missing()) return nullptr;
   const std::string path = options.global.empty() ? kGlobalFile : options.global;
   return std::make_unique<CheckedFile<GlobalSet>>(
-      check_global_file(path, options.kind_of(options.global)));
+      check_global_file(path, kind_of(options, options.global)));
 }
 
 TariffFile read_tariffs(const CheckOptions& options) {
   if (options.tariffs.empty() && TariffSystemConfig::missing()) return nullptr;
   const std::string path = options.tariffs.empty() ? kTariffFile : options.tariffs;
   return std::make_unique<CheckedFile<TariffSet>>(
-      check_tariff_file(path, options.kind_of(options.tariffs)));
+      check_tariff_file(path, kind_of(options, options.tariffs)));
 }
 
 // A file that nobody has named is there for the other's sake: where it cannot be read, the other is
@@ -88,7 +77,9 @@ Findings findings_of(const GlobalFile& line, const TariffFile& tariffs, FileKind
     warn_of_values(*tariffs, findings);
     warn_of_sections(*tariffs, kind, findings);
   }
-  warn_of_rates({if_good(line), if_good(tariffs), port_speed(line)}, findings);
+  const Whole whole{if_good(line), if_good(tariffs), port_speed(line)};
+  warn_of_rates(whole, findings);
+  warn_of_ipv6(whole, findings);
   sort_by_place(findings);
   return findings;
 }
@@ -99,14 +90,7 @@ const IniText* source_of(const File& file, const Finding& finding) {
   return is_it ? &*file->source : nullptr;
 }
 
-void print_json(const Findings& findings) {
-  nlohmann::json list = nlohmann::json::array();
-  for (const Finding& finding : findings) list.push_back(to_json(finding));
-  // Names and values may be any bytes, and JSON is UTF-8.
-  std::cout << nlohmann::json{{"findings", list}}.dump(2, ' ', false,
-                                                       nlohmann::json::error_handler_t::replace)
-            << '\n';
-}
+}  // namespace
 
 Status check(const CheckOptions& options) {
   const bool all = !options.names_a_file();
@@ -115,9 +99,9 @@ Status check(const CheckOptions& options) {
   const TariffFile tariffs = all || !options.tariffs.empty()
                                  ? read_tariffs(options)
                                  : read_for_other(read_tariffs, options);
-  const Findings findings = findings_of(line, tariffs, options.kind_of(options.tariffs));
+  const Findings findings = findings_of(line, tariffs, kind_of(options, options.tariffs));
   if (options.json) {
-    print_json(findings);
+    std::cout << json_text(findings);
   } else {
     const bool colours = stdout_has_colours();
     for (const Finding& finding : findings) {
@@ -127,22 +111,6 @@ Status check(const CheckOptions& options) {
     }
   }
   return findings.empty() ? kFine : kFindings;
-}
-
-}  // namespace
-
-void add_check(CLI::App& app, Work& work) {
-  CLI::App* const command = app.add_subcommand(
-      "check", "Say where the program would refuse a file, and what is surely not meant");
-  const auto options = std::make_shared<CheckOptions>();
-  command->add_option("--global", options->global, "A global file, in the stored one's place")
-      ->type_name("FILE");
-  command->add_option("--tariffs", options->tariffs, "A tariff file, in the stored one's place")
-      ->type_name("FILE");
-  command->add_option("--kind", options->kind, "How the program would be given the files")
-      ->check(CLI::IsMember({"named", "stored"}));
-  command->add_flag("--json", options->json, "Print JSON");
-  command->callback([options, &work] { work = [options] { return check(*options); }; });
 }
 
 }  // namespace quenby

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 #include <tuple>
 
+#include "ctl/json.h"
+
 namespace quenby {
 namespace {
 
@@ -64,6 +66,17 @@ std::string excerpt(const std::string& line, std::size_t column, bool colours) {
   return before + after + '\n' + blanks_for(before) + painted("^", kGreen, colours) + '\n';
 }
 
+nlohmann::json json_of(const Finding& finding) {
+  nlohmann::json object = {{"file", finding.file}, {"line", nullptr},
+                           {"column", nullptr},    {"severity", severity_name(finding.severity)},
+                           {"code", finding.code}, {"text", finding.text}};
+  if (finding.at.line != 0) {
+    object["line"] = finding.at.line;
+    object["column"] = finding.at.column;
+  }
+  return object;
+}
+
 }  // namespace
 
 void sort_by_place(Findings& findings) {
@@ -82,15 +95,10 @@ std::string to_text(const Finding& finding, const IniText* source, bool colours)
   return text;
 }
 
-nlohmann::json to_json(const Finding& finding) {
-  nlohmann::json object = {{"file", finding.file}, {"line", nullptr},
-                           {"column", nullptr},    {"severity", severity_name(finding.severity)},
-                           {"code", finding.code}, {"text", finding.text}};
-  if (finding.at.line != 0) {
-    object["line"] = finding.at.line;
-    object["column"] = finding.at.column;
-  }
-  return object;
+std::string json_text(const Findings& findings) {
+  nlohmann::json list = nlohmann::json::array();
+  for (const Finding& finding : findings) list.push_back(json_of(finding));
+  return printed({{"findings", list}});
 }
 
 }  // namespace quenby

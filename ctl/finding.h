@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
@@ -31,8 +30,8 @@ void sort_by_place(Findings& findings);
 /// line and a caret, without characters that a terminal would obey.
 std::string to_text(const Finding& finding, const IniText* source, bool colours);
 
-/// An object with "file", "line", "column", "severity", "code" and "text"; line and column are null
-/// for the whole file.
-nlohmann::json to_json(const Finding& finding);
+/// JSON: an object with the list "findings", each with "file", "line", "column", "severity", "code"
+/// and "text"; line and column are null for the whole file.
+std::string json_text(const Findings& findings);
 
 }  // namespace quenby

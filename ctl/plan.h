@@ -1,12 +1,16 @@
 #pragma once
 
-#include <CLI/CLI.hpp>
-
+#include "ctl/command.h"
 #include "ctl/status.h"
 
 namespace quenby {
 
-/// Adds the subcommand `plan`, which becomes `work` when it is called.
-void add_plan(CLI::App& app, Work& work);
+struct PlanOptions {
+  Command command;
+  bool json = false;
+};
+
+/// The subcommand `plan`: says what a command would do, and does nothing.
+Status plan(const PlanOptions& options);
 
 }  // namespace quenby

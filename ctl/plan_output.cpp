@@ -1,11 +1,13 @@
 #include "ctl/plan_output.h"
 
-#include <arpa/inet.h>
-
 #include <cstdio>
 #include <nlohmann/json.hpp>
 #include <sstream>
 
+#include "ctl/direction_name.h"
+#include "ctl/json.h"
+#include "ctl/units.h"
+#include "tc/address_text.h"
 #include "tc/handles.h"
 
 namespace quenby {
@@ -25,23 +27,6 @@ const char* way_name(PlannedWay way) {
   return "";
 }
 
-const char* direction_name(Direction way) {
-  return way == Direction::download ? "download" : "upload";
-}
-
-std::string address_text(std::uint32_t address) {
-  char text[INET_ADDRSTRLEN];
-  const in_addr in{address};
-  return inet_ntop(AF_INET, &in, text, sizeof(text));
-}
-
-// In kbit/s, exactly.
-std::string kbit(std::uint32_t bytes) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.10g kbit/s", static_cast<double>(bytes) * 8.0 / 1000.0);
-  return text;
-}
-
 std::string shown(const std::optional<std::string>& value) {
   return value ? quoted(*value) : "nothing";
 }
@@ -56,13 +41,18 @@ void write(std::ostream& out, const SectionChange& change) {
 void write(std::ostream& out, const PlannedClass& planned) {
   out << "class " << planned.number << ' ' << quoted(planned.name) << ' '
       << direction_name(planned.way) << " on " << planned.device << ": rate "
-      << kbit(planned.htb.rate) << ", ceiling " << kbit(planned.htb.ceil) << ", burst "
+      << exact_kbit(planned.htb.rate) << ", ceiling " << exact_kbit(planned.htb.ceil) << ", burst "
       << planned.htb.burst << " bytes, queue "
       << (planned.leaf.empty() ? "of the kernel" : planned.leaf);
   if (planned.mark) out << ", mark 0x" << hex(*planned.mark);
   const char* before = ", addresses ";
   for (const std::uint32_t address : planned.addresses) {
     out << before << address_text(address);
+    before = " ";
+  }
+  before = ", prefixes ";
+  for (const Ip6Prefix& prefix : planned.prefixes) {
+    out << before << to_text(prefix);
     before = " ";
   }
   out << '\n';
@@ -101,6 +91,7 @@ nlohmann::json json_of(const PlannedClass& planned) {
                            {"touched", planned.touched}};
   if (!planned.leaf.empty()) object["leaf"] = planned.leaf;
   if (planned.mark) object["mark"] = *planned.mark;
+  for (const Ip6Prefix& prefix : planned.prefixes) object["prefixes"].push_back(to_text(prefix));
   return object;
 }
 
@@ -120,16 +111,17 @@ std::string to_text(const Plan& plan) {
   return out.str();
 }
 
-nlohmann::json to_json(const Plan& plan) {
+std::string json_text(const Plan& plan) {
   nlohmann::json classes = nlohmann::json::array();
   for (const PlannedClass& planned : plan.classes) classes.push_back(json_of(planned));
-  return {{"way", way_name(plan.way)},
-          {"reason", plan.reason},
-          {"line", json_of(plan.line)},
-          {"tariffs",
-           {{"added", plan.added}, {"removed", plan.removed}, {"changed", json_of(plan.changed)}}},
-          {"classes", classes},
-          {"commands", plan.commands}};
+  return printed(
+      {{"way", way_name(plan.way)},
+       {"reason", plan.reason},
+       {"line", json_of(plan.line)},
+       {"tariffs",
+        {{"added", plan.added}, {"removed", plan.removed}, {"changed", json_of(plan.changed)}}},
+       {"classes", classes},
+       {"commands", plan.commands}});
 }
 
 }  // namespace quenby

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 
 #include "ctl/plan_value.h"
@@ -11,7 +10,7 @@ namespace quenby {
 /// each command.
 std::string to_text(const Plan& plan);
 
-/// The same with all classes; members as in the manual page.
-nlohmann::json to_json(const Plan& plan);
+/// JSON: the same with all classes; members as in the manual page.
+std::string json_text(const Plan& plan);
 
 }  // namespace quenby

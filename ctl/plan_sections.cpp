@@ -37,6 +37,7 @@ void add_speeds(const BandwidthSettingsInterface<D>& settings, Values& values) {
 Values values_of(const GlobalSettings& line) {
   Values values = {{"enabled", line.enabled ? "true" : "false"}};
   if (!line.wan.empty()) values["wan"] = line.wan;
+  if (line.ipv6) values["ipv6"] = "true";
   add_speeds(line, values);
   return values;
 }

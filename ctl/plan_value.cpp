@@ -1,36 +1,27 @@
 #include "ctl/plan_value.h"
 
-#include <algorithm>
-#include <map>
 #include <sstream>
+#include <utility>
 
 #include "ctl/plan_sections.h"
+#include "model/rate_resolution.h"
 #include "shaper/packet_steering.h"
 #include "shaper/tariff_change.h"
 #include "tc/firewall_rules.h"
-#include "tc/qdisc.h"
 
 namespace quenby {
 namespace {
-
-constexpr unsigned kImqUploadOffset = 0x8000;
 
 void append_list(std::vector<std::string>& commands, const std::string& list) {
   std::istringstream in(list);
   for (std::string command; std::getline(in, command, ';');) commands.push_back(command);
 }
 
-std::string name_of(unsigned number, const std::map<unsigned, const TariffSettings*>& tariffs) {
-  if (number == kRootClass) return "root";
-  if (number == kDefaultClass) return "system";
-  if (number == kDefaultTariffClass) return DefaultSettings::printName();
-  return tariffs.at(number)->name;
-}
-
 // Makes a plan of one command.
 class Planner {
  public:
-  Planner(const Edit& edit, const PlanFacts& facts) : edit_(edit), facts_(facts) {}
+  Planner(const Edit& edit, const PlanFacts& facts)
+      : edit_(edit), facts_(facts), ipv6_noted_(facts.ipv6_noted) {}
 
   Plan plan();
 
@@ -41,8 +32,11 @@ class Planner {
   // What comes after a teardown, or without one.
   void build(const ResolvedSettings& settings, const char* reason);
   void tear_down();
+  // Before the rules of a family are made.
+  void clean(Family family, bool drop_chain);
+  // Takes away what may be left of IPv6.
+  void clear_ip6();
   void hold(const ResolvedSettings& settings);
-  void hold_direction(const ResolvedSettings& settings, const DesiredState& state, Direction way);
   void touch_alone(const TariffSet& tariffs);
 
   ResolvedSettings resolved() const {
@@ -55,6 +49,7 @@ class Planner {
 
   const Edit& edit_;
   const PlanFacts& facts_;
+  bool ipv6_noted_;
   Plan plan_;
 };
 
@@ -91,7 +86,8 @@ void Planner::change() {
       plan_change(edit_.line, edit_.stored, edit_.removed, edit_.added, facts_.link_speed);
   const bool has_wan = !edit_.line.global.wan.empty();
   const bool wan_missing = has_wan && !facts_.router.has_wan;
-  if (change.reason == ChangeReason::in_place && !wan_missing) {
+  const bool stands = !wan_missing && (!facts_.stands || facts_.stands(change.before));
+  if (change.reason == ChangeReason::in_place && stands) {
     plan_.way = PlannedWay::in_place;
     plan_.reason = "only the changed tariffs' own objects differ";
     hold(change.after);
@@ -99,10 +95,14 @@ void Planner::change() {
   } else if (change.reason == ChangeReason::last_tariff) {
     keep_line_only(change);
   } else {
-    if (has_wan && needs_drop_chain(change.before.line))
+    if (has_wan && needs_drop_chain(change.before)) {
       append_list(plan_.commands, drop_chain_commands());
-    build(change.after,
-          change.rebuild() ? reason_text(change.reason) : "rebuild: the WAN interface is missing");
+      if (edit_.line.global.shapes_ipv6())
+        append_list(plan_.commands, drop_chain_commands(Family::ipv6));
+    }
+    build(change.after, change.rebuild() ? reason_text(change.reason)
+                        : wan_missing    ? "rebuild: the WAN interface is missing"
+                                         : "rebuild: something that a change relies on is missing");
   }
 }
 
@@ -110,11 +110,25 @@ void Planner::keep_line_only(const TariffChange& change) {
   if (!edit_.line.has_global) return tear_down();
   plan_.way = PlannedWay::anew;
   plan_.reason = reason_text(change.reason);
-  const bool blocked = needs_drop_chain(change.before.line) || needs_drop_chain(change.after.line);
-  append_list(plan_.commands, clean_rules());
-  if (blocked && !edit_.line.global.wan.empty()) append_list(plan_.commands, drop_chain_commands());
-  append_list(plan_.commands, state(change.after).firewall);
+  const bool blocked = needs_drop_chain(change.before) || needs_drop_chain(change.after);
+  const bool drops = blocked && !edit_.line.global.wan.empty();
+  const DesiredState wanted = state(change.after);
+  clean(Family::ipv4, drops);
+  if (wanted.ipv6) clean(Family::ipv6, drops);
+  append_list(plan_.commands, wanted.firewall);
+  append_list(plan_.commands, wanted.ip6_firewall);
   hold(change.after);
+}
+
+void Planner::clean(Family family, bool drop_chain) {
+  append_list(plan_.commands, clean_rules(family));
+  if (drop_chain) append_list(plan_.commands, drop_chain_commands(family));
+}
+
+void Planner::clear_ip6() {
+  if (!std::exchange(ipv6_noted_, false)) return;
+  append_list(plan_.commands, clean_rules(Family::ipv6));
+  append_list(plan_.commands, firewall_end_commands(Family::ipv6));
 }
 
 void Planner::rebuild(const char* reason) {
@@ -125,12 +139,18 @@ void Planner::rebuild(const char* reason) {
 void Planner::build(const ResolvedSettings& settings, const char* reason) {
   plan_.way = PlannedWay::anew;
   plan_.reason = reason;
-  append_list(plan_.commands, clean_rules());
-  if (!settings.line.global.wan.empty() && needs_drop_chain(settings.line))
-    append_list(plan_.commands, drop_chain_commands());
+  const bool drops = !settings.configured.global.wan.empty() && needs_drop_chain(settings);
   const DesiredState wanted = state(settings);
+  clean(Family::ipv4, drops);
+  if (wanted.ipv6) {
+    append_list(plan_.commands, firewall_start_command());
+    clean(Family::ipv6, drops);
+  } else {
+    clear_ip6();
+  }
   append_list(plan_.commands, wanted.steering);
   append_list(plan_.commands, wanted.firewall);
+  append_list(plan_.commands, wanted.ip6_firewall);
   hold(settings);
 }
 
@@ -141,34 +161,11 @@ void Planner::tear_down() {
     append_list(plan_.commands, list);
   const std::string& wan = edit_.line_before.global.wan;
   if (!wan.empty()) append_list(plan_.commands, steering_reset_command(facts_.router.board, wan));
+  clear_ip6();
 }
 
 void Planner::hold(const ResolvedSettings& settings) {
-  const DesiredState wanted = state(settings);
-  for (const Direction way : kDirections) hold_direction(settings, wanted, way);
-}
-
-void Planner::hold_direction(const ResolvedSettings& settings, const DesiredState& state,
-                             Direction way) {
-  std::map<unsigned, const TariffSettings*> tariffs;
-  for (const TariffSettings& tariff : settings.tariffs.tariffs())
-    tariffs[static_cast<unsigned>(tariff.id)] = &tariff;
-  const bool by_mark = !settings.line.global.wan.empty();
-  const unsigned offset = !by_mark && way == Direction::upload ? kImqUploadOffset : 0;
-  const auto note = [&](const ClassBranch& branch, bool of_line) {
-    PlannedClass planned;
-    planned.way = way;
-    planned.device = way == Direction::download ? state.download_device : state.upload_device;
-    planned.number = (branch.htb.handle & 0xffffU) - offset;
-    planned.name = name_of(planned.number, tariffs);
-    planned.htb = branch.htb;
-    if (branch.leaf) planned.leaf = kind_name(branch.leaf->kind);
-    if (by_mark && planned.number >= kDefaultTariffClass) planned.mark = class_mark(planned.number);
-    if (!of_line) planned.addresses = tariffs.at(planned.number)->addresses;
-    plan_.classes.push_back(std::move(planned));
-  };
-  for (const ClassBranch& branch : state.tree(way).line) note(branch, true);
-  for (const ClassBranch& branch : state.tree(way).tariffs) note(branch, false);
+  plan_.classes = planned_classes(settings, state(settings));
 }
 
 void Planner::touch_alone(const TariffSet& tariffs) {

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "cli/edit.h"
+#include "ctl/planned_classes.h"
 #include "shaper/desired_state.h"
 
 /// What a command would do, as a value.
@@ -26,25 +28,6 @@ struct SectionChange {
   std::vector<ValueChange> values;
 };
 
-/// A class as the kernel is to hold it. Rates in bytes per second, bursts in bytes.
-struct PlannedClass {
-  Direction way = Direction::upload;
-  std::string device;
-  /// The class number of a tariff; 1 to 3 for those of the line.
-  unsigned number = 0;
-  /// The tariff's name, or what the statistics call a class of the line.
-  std::string name;
-  HtbClass htb;
-  /// The kind of the queue under it; empty for the kernel's own.
-  std::string leaf;
-  /// Where packets are classified by mark.
-  std::optional<std::uint32_t> mark;
-  /// In network order.
-  std::vector<std::uint32_t> addresses;
-  /// Whether the command makes it or changes it.
-  bool touched = true;
-};
-
 struct Plan {
   PlannedWay way = PlannedWay::nothing;
   /// Why this way.
@@ -60,13 +43,17 @@ struct Plan {
   std::vector<std::string> commands;
 };
 
-/// What the router tells: the WAN port's rate in bytes per second, and the facts of a state.
+/// What the router tells: the WAN port's rate in bytes per second, the facts of a state, whether
+/// IPv6 objects may stand, and whether what a change in place relies on does when these settings
+/// are what the kernel was given last; without this function it does.
 struct PlanFacts {
   std::int64_t link_speed = 0;
   RouterFacts router;
+  bool ipv6_noted = false;
+  std::function<bool(const ResolvedSettings&)> stands = nullptr;
 };
 
-/// Takes it for granted that the kernel holds what the stored files ask for.
+/// What the edit would do on a router that tells these facts.
 Plan plan_of(const Edit& edit, const PlanFacts& facts);
 
 }  // namespace quenby

@@ -7,7 +7,7 @@
 #include "model/number.h"
 #include "model/rate.h"
 #include "model/rate_resolution.h"
-#include "tc/htb_class.h"
+#include "tc/device_tree.h"
 
 namespace quenby {
 namespace {
@@ -54,7 +54,7 @@ class Rates {
   void look_at_sum(Direction way);
   Place place_of_sum(Direction way) const;
   void look_at_bursts();
-  void look_at_burst(const IniSection& section, const TariffSettings& resolved, Direction way);
+  void look_at_burst(const IniSection& section, const ResolvedTariff& tariff, Direction way);
 
   void warn(const Place& place, const char* code, const std::string& text) {
     findings_.push_back({place.file, place.at, Severity::warning, code, text});
@@ -120,28 +120,28 @@ void Rates::look_at_sum(Direction way) {
 
 void Rates::look_at_bursts() {
   if (whole_.tariffs == nullptr || !whole_.tariffs->asked_for) return;
+  const bool ipv6 = resolved_.configured.global.shapes_ipv6();
   for (const IniSection& section : whole_.tariffs->outline) {
     const TariffSettings record = record_of(section);
     const auto found = resolved_.tariffs.find(section.name);
     if (found == resolved_.tariffs.tariffs().end()) continue;
     for (const Direction way : kDirections) {
-      if (record.takes_part(way)) look_at_burst(section, *found, way);
+      if (record.takes_part(way, ipv6))
+        look_at_burst(section, resolved_tariff(*found, way, resolved_.summary), way);
     }
   }
 }
 
-void Rates::look_at_burst(const IniSection& section, const TariffSettings& resolved,
-                          Direction way) {
-  const TariffDirSettings& direction = resolved.direction(way);
+void Rates::look_at_burst(const IniSection& section, const ResolvedTariff& tariff, Direction way) {
   const std::string key = way == Direction::download ? "download_burst_size" : "upload_burst_size";
   const IniEntry* const entry = section.last(key);
-  const std::int64_t wanted = direction.burstSize();
+  const std::int64_t wanted = tariff.rates.burst;
   if (entry == nullptr || wanted <= 0) return;
-  const HtbClass sent = tariff_class(HandleScheme::mark, direction);
+  const HtbClass sent = tariff_branch(mark_side(way), tariff).htb;
   if (sent.burst < wanted) {
     warn({whole_.tariffs->source->path(), entry->value_at}, "long-burst",
          "a burst of " + std::to_string(wanted) + " bytes takes too long at the guaranteed " +
-             kbit(direction.rateBps()) + ": the kernel is given " + std::to_string(sent.burst));
+             kbit(tariff.rates.guarantee) + ": the kernel is given " + std::to_string(sent.burst));
   }
 }
 

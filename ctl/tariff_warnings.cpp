@@ -1,5 +1,6 @@
 #include <map>
 
+#include "ctl/direction_name.h"
 #include "ctl/records.h"
 #include "ctl/warnings.h"
 #include "model/rate.h"
@@ -7,12 +8,13 @@
 namespace quenby {
 namespace {
 
-// What the kernel's address set holds.
+// What each of the kernel's address sets holds.
 constexpr std::size_t kMostAddresses = 65536;
-
-std::string direction_name(Direction way) {
-  return way == Direction::download ? "download" : "upload";
-}
+constexpr const char* kTooManyAddresses =
+    "the address set holds 65536 addresses, and this is one more: a load fails";
+constexpr const char* kTooManyPrefixes =
+    "the address set of IPv6 holds 65536 prefixes, and this is one more: a load with ipv6=true "
+    "fails";
 
 class Sections {
  public:
@@ -21,7 +23,7 @@ class Sections {
 
   void look_at(const IniSection& section) {
     const TariffSettings tariff = record_of(section);
-    if (tariff.addresses.empty()) {
+    if (tariff.addresses.empty() && tariff.prefixes.empty()) {
       warn(section.at, "no-address",
            "tariff " + quoted(section.name) + " has no address and gets no class");
     }
@@ -53,25 +55,34 @@ class Sections {
 
   void look_at_addresses(const IniSection& section, const TariffSettings& tariff) {
     ++number_;
-    std::size_t next = 0;
+    auto address = tariff.addresses.begin();
+    auto prefix = tariff.prefixes.begin();
     for (const IniEntry& entry : section.entries) {
-      if (entry.key == "ip") look_at_address(section, entry, tariff.addresses.at(next++));
+      const Owner owner{number_, section.name, entry.value_at.line};
+      if (entry.key == "ip") {
+        const std::string text = entry.value.substr(0, entry.value.find('/'));
+        if (is_one_too_many(addresses_, *address++, text, owner, entry))
+          warn(entry.value_at, "too-many-addresses", kTooManyAddresses);
+      }
+      if (entry.key == "ip6") {
+        const std::string text = to_text(*prefix);
+        if (is_one_too_many(prefixes_, *prefix++, text, owner, entry))
+          warn(entry.value_at, "too-many-prefixes", kTooManyPrefixes);
+      }
     }
   }
 
-  void look_at_address(const IniSection& section, const IniEntry& entry, std::uint32_t address) {
-    const Owner owner{number_, section.name, entry.value_at.line};
-    const auto [first, is_new] = owners_.emplace(address, owner);
-    if (!is_new) warn_of_second(entry, first->second);
-    if (is_new && owners_.size() == kMostAddresses + 1) {
-      warn(entry.value_at, "too-many-addresses",
-           "the address set holds 65536 addresses, and this is one more: a load fails");
-    }
+  // Notes an address or prefix. Whether it is the first that its set has no room for.
+  template <typename Key>
+  bool is_one_too_many(std::map<Key, Owner>& owners, const Key& key, const std::string& text,
+                       const Owner& owner, const IniEntry& entry) {
+    const auto [first, is_new] = owners.emplace(key, owner);
+    if (!is_new) warn_of_second(entry, text, first->second);
+    return is_new && owners.size() == kMostAddresses + 1;
   }
 
-  void warn_of_second(const IniEntry& entry, const Owner& first) {
+  void warn_of_second(const IniEntry& entry, const std::string& address, const Owner& first) {
     const std::string line = " (line " + std::to_string(first.line) + ")";
-    const std::string address = entry.value.substr(0, entry.value.find('/'));
     warn(entry.value_at, "address-twice",
          first.section == number_ ? address + " stands in this tariff already" + line
                                   : address + " stands in tariff " + quoted(first.name) + " too" +
@@ -86,7 +97,8 @@ class Sections {
   FileKind kind_;
   Findings& findings_;
   std::size_t number_ = 0;
-  std::map<std::uint32_t, Owner> owners_;
+  std::map<std::uint32_t, Owner> addresses_;
+  std::map<Ip6Prefix, Owner> prefixes_;
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <map>
 
 #include "ctl/warnings.h"
+#include "model/ip6_prefix.h"
 #include "model/rate.h"
 
 namespace quenby {
@@ -66,6 +67,15 @@ class Values {
              " alone: what stands after it widens nothing");
   }
 
+  void look_at_prefix(const IniEntry& entry) {
+    const auto prefix = parse_ip6_prefix(entry.value);
+    const auto address = parse_ip6_prefix(entry.value.substr(0, entry.value.find('/')));
+    if (!prefix || address->address == prefix->address) return;
+    warn(entry, "host-bits",
+         quenby::quoted(entry.value) + " is stored as " + to_text(*prefix) +
+             ": the bits after the prefix are cleared");
+  }
+
   void look_at_queue(const IniEntry& entry) {
     TariffSettings tariff;
     tariff.setQDisc(entry.value);
@@ -101,6 +111,7 @@ void look(const CheckedFile<Config>& file, Findings& findings) {
       const auto unit = number_keys().find(entry.key);
       if (unit != number_keys().end()) values.look_at(entry, unit->second);
       if (entry.key == "ip") values.look_at_address(entry);
+      if (entry.key == "ip6") values.look_at_prefix(entry);
       if (entry.key == "queuing_discipline") values.look_at_queue(entry);
     }
   }

@@ -9,7 +9,8 @@
 namespace quenby {
 
 /// A file's values, each for itself: text after a number, fractions that are cut, negative speeds,
-/// prefix lengths, unknown queueing disciplines, an aggregation of 0.
+/// prefix lengths, bits that a prefix has not got, unknown queueing disciplines, an aggregation
+/// of 0.
 void warn_of_values(const CheckedFile<GlobalSet>& file, Findings& findings);
 void warn_of_values(const CheckedFile<TariffSet>& file, Findings& findings);
 
@@ -29,5 +30,8 @@ struct Whole {
 
 /// Speeds above the port's, guarantees that oversubscribe the limit, bursts that the kernel cuts.
 void warn_of_rates(const Whole& whole, Findings& findings);
+
+/// Prefixes on a line that does not shape IPv6, and a line that cannot.
+void warn_of_ipv6(const Whole& whole, Findings& findings);
 
 }  // namespace quenby

@@ -10,7 +10,7 @@ import time
 COMPLETION = pathlib.Path(__file__).resolve().parents[2] / "completion"
 DEADLINE = 60
 # Takes the place of the program: says what it was given, each word on a line.
-STAND_IN = "quenby() { printf '\\n<%s>' \"$@\"; echo; }"
+STAND_IN = "quenby() { printf '\\n<%s>' \"$@\"; echo; }; quenbyctl() { quenby \"$@\"; }"
 
 
 def typed(command, setup, keys, directory):

@@ -14,6 +14,7 @@ STORED = " [ gold 4711 ] best\nid=4\n[silver]\n[$(touch x)]\n[half\n[]\n[a'b\"c]
 SETUP = ["PS1='> '", "unsetopt beep prompt_cr prompt_sp",
          "fpath=(%s $fpath)" % interactive.COMPLETION,
          "_quenby_tariff_file() { print -r -- $PWD/tariffs.ini }",
+         "_quenbyctl_tariff_file() { print -r -- $PWD/tariffs.ini }",
          "autoload -Uz compinit", "compinit -u -D"]
 
 
@@ -49,6 +50,14 @@ class KeyPress(unittest.TestCase):
             with self.subTest(start):
                 self.given("quenby --tariff-del %s\t" % start, "--tariff-del", name)
         self.assertFalse((self.folder / "x").exists())
+
+    def test_tariffs_of_the_other_program(self):
+        for keys, words in (("plan tariff-del go\t", ("plan", "tariff-del", "gold 4711")),
+                            ("apply --confirm=60 tariff-del si\t",
+                             ("apply", "--confirm=60", "tariff-del", "silver")),
+                            ("--ver\t", ("--version",))):
+            with self.subTest(keys):
+                self.given("quenbyctl " + keys, *words)
 
     def test_tariff_after_an_equals_sign(self):
         self.given("quenby --tariff-del=go\t", "--tariff-del=gold 4711")

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include "ctl/plan_output.h"
 #include "tests/support/tariffs.h"
 
 // What a plan makes of an edit. That quenby then does it is shown with the program itself.
@@ -9,7 +10,9 @@ namespace quenby {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 using Lines = std::vector<std::string>;
 
 constexpr std::int64_t kMbit = 125'000;
@@ -51,6 +54,23 @@ Lines classes(const Plan& plan) {
     lines.push_back(c.device + " " + std::to_string(c.number) + " " + c.name +
                     (c.touched ? " *" : ""));
   return lines;
+}
+
+TEST(PlanOfAChange, IsABuildWhereSomethingIsMissing) {
+  PlanFacts facts = kFacts;
+  std::vector<std::size_t> asked;
+  facts.stands = [&asked](const ResolvedSettings& settings) {
+    asked.push_back(settings.tariffs.tariffs().size());
+    return asked.size() > 1;
+  };
+  const Plan missing = plan_of(adding(line("eth1")), facts);
+  EXPECT_EQ(missing.way, PlannedWay::anew);
+  EXPECT_EQ(missing.reason, "rebuild: something that a change relies on is missing");
+  EXPECT_FALSE(missing.commands.empty());
+  const Plan standing = plan_of(adding(line("eth1")), facts);
+  EXPECT_EQ(standing.way, PlannedWay::in_place);
+  // What stands before the change has tariff "a" alone.
+  EXPECT_THAT(asked, ElementsAre(1, 1));
 }
 
 TEST(PlanOfAChange, TouchesTheRootAndWhatChanges) {
@@ -116,6 +136,38 @@ TEST(PlanOfALine, NamesWhatChangesInIt) {
   EXPECT_EQ(plan.line[0].values.at(0).after, "eth2");
   EXPECT_EQ(plan.line[1].name, "defaultqosipqueue");
   EXPECT_EQ(plan.line[1].values.at(0).before, std::nullopt);
+}
+
+TEST(PlanOfPrefixes, NamesThemWhereTheyCount) {
+  GlobalSet global = line("eth1");
+  global.global.ipv6 = true;
+  Edit edit = adding(global);
+  TariffSettings b = shaped("b", 5, "10.0.0.2");
+  ASSERT_TRUE(b.addPrefix("2001:DB8:0:1::9/64") && b.addPrefix("2001:db8::7"));
+  edit.added = test::set_of(b);
+  edit.tariffs.update(edit.added, true, false);
+  const std::string text = to_text(plan_of(edit, kFacts));
+  EXPECT_THAT(text, HasSubstr("mark 0x80000005, addresses 10.0.0.2, prefixes 2001:db8:0:1::/64 "
+                              "2001:db8::7\n"));
+  const std::string json = json_text(plan_of(edit, kFacts));
+  EXPECT_THAT(json, HasSubstr("\"prefixes\": [\n        \"2001:db8:0:1::/64\",\n"));
+  edit.line.global.ipv6 = edit.line_before.global.ipv6 = false;
+  EXPECT_THAT(to_text(plan_of(edit, kFacts)), Not(HasSubstr("prefixes")));
+  EXPECT_THAT(json_text(plan_of(edit, kFacts)), Not(HasSubstr("prefixes")));
+}
+
+TEST(PlanOfPrefixes, NamesTheChangeOfTheLineAndOfATariff) {
+  Edit edit = adding(line("eth1"));
+  edit.line.global.ipv6 = true;
+  edit.tariffs = test::set_of<TariffConfig>(shaped("a", 4, "10.0.0.1"));
+  edit.stored = edit.tariffs;
+  edit.added = TariffSet();
+  edit.tariffs.tariffs()[0].addPrefix("2001:db8::1/64");
+  edit.work = KernelWork::rebuild;
+  edit.save_line = true;
+  const std::string text = to_text(plan_of(edit, kFacts));
+  EXPECT_THAT(text, HasSubstr("\nchange [global] ipv6: nothing to \"true\"\n"));
+  EXPECT_THAT(text, HasSubstr("\nchange [a] ip6: nothing to \"2001:db8::/64\"\n"));
 }
 
 TEST(PlanOfRenumbering, ShowsTheNumbers) {

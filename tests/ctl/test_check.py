@@ -43,6 +43,26 @@ class Answer(s.SurroundingsTest):
         self.assertEqual(check(), s.Result(0, "", ""))
         self.assertEqual(check("--json"), s.Result(0, '{\n  "findings": []\n}\n', ""))
 
+    def test_ipv6(self):
+        self.store(LINE, TARIFF + "ip6=2001:DB8::7/64\nip6=fe80::1\n")
+        self.assertEqual(check(), s.Result(
+            1, warning(TARIFF_FILE, 6, 5, '"2001:DB8::7/64" is stored as 2001:db8::/64: the bits after'
+                       " the prefix are cleared", "ip6=2001:DB8::7/64")
+            + '%s:7:5: error: "fe80::1" is not an IPv6 address or prefix of a subscriber, with a'
+            ' length from 1 to 128\nip6=fe80::1\n    ^\n' % TARIFF_FILE, ""))
+        prefix = TARIFF + "ip6=2001:db8::/64\n"
+        self.store(LINE + "ipv6=true\n", prefix)
+        self.assertEqual(check(), s.Result(0, "", ""))
+        self.store(LINE, prefix)
+        self.assertEqual(check(), s.Result(1, warning(
+            TARIFF_FILE, 6, 5, 'no "ip6" has an effect: the line has no "ipv6=true"',
+            "ip6=2001:db8::/64"), ""))
+        self.assertEqual(check("--global", str(GLOBAL_FILE)), s.Result(0, "", ""))
+        alone = "[global]\nenabled=true\nipv6=true\n"
+        self.assertEqual(check("--global", s.given(alone)), s.Result(1, warning(
+            s.GIVEN, 3, 6, 'ipv6=true has no effect without "wan": IPv6 is shaped on a WAN interface'
+            " alone", "ipv6=true"), ""))
+
     def test_no_files(self):
         self.store(None, None)
         self.assertEqual(check(), s.Result(0, "", ""))
@@ -130,6 +150,11 @@ class Calls(s.SurroundingsTest):
     def test_help(self):
         self.assertEqual(check("--help"), s.Result(0, HELP, ""))
 
+    def test_version(self):
+        ours = s.run("--version").out.splitlines()[1]
+        self.assertEqual(s.run("--version", program="/quenbyctl"),
+                         s.Result(0, ours.replace("Quenby version", "quenbyctl") + "\n", ""))
+
     def test_wrong_calls(self):
         for arguments in (["x"], ["--kind", "other"], ["--global"], ["--bogus"]):
             result = check(*arguments)
@@ -141,8 +166,10 @@ class Calls(s.SurroundingsTest):
     def test_output_that_goes_nowhere(self):
         self.store(LINE, "[a]\n")
         with open("/dev/full", "w") as full:
-            done = subprocess.run(["/quenbyctl", "check"], stdout=full, timeout=60)
-        self.assertEqual(done.returncode, 2)
+            done = subprocess.run(["/quenbyctl", "check"], stdout=full, stderr=subprocess.PIPE,
+                                  timeout=60)
+        self.assertEqual((done.returncode, done.stderr),
+                         (2, b"quenbyctl: cannot write to standard output\n"))
 
     def test_without_root(self):
         self.store(LINE, TARIFF)

@@ -17,12 +17,17 @@ LOG = pathlib.Path("/sudo.log")
 SUDO = pathlib.Path("/stand-in/sudo")
 
 
-def plan(*arguments, **options):
-    return s.run("plan", *arguments, program="/quenbyctl", **options)
+# For anybody but root nothing is taken to be missing, as it all is here.
+ANYBODY = ("setpriv", "--reuid=65534", "--clear-groups", "--inh-caps=+dac_override",
+           "--ambient-caps=+dac_override")
 
 
-def planned(*arguments):
-    result = plan("--json", *arguments)
+def plan(*arguments, wrapper=ANYBODY):
+    return s.run("plan", *arguments, program="/quenbyctl", wrapper=wrapper)
+
+
+def planned(*arguments, **options):
+    result = plan("--json", *arguments, **options)
     assert (result.status, result.err) == (0, ""), result
     return json.loads(result.out)
 
@@ -125,6 +130,13 @@ class Ways(s.SurroundingsTest):
                              "global-update": s.DISABLED}.get(expected[-2], NEW))
                 self.expect(*expected)
 
+    def test_nothing_stands(self):
+        self.store(LINE, A)
+        found = planned("tariff-add", s.given(NEW), wrapper=())
+        self.assertEqual((found["way"], found["reason"]),
+                         ("anew", "rebuild: something that a change relies on is missing"))
+        self.assertIn("sudo iptables -t raw -R QOS_CONNTRACK 1 -j ACCEPT", found["commands"])
+
 
 def as_run(command):
     """What a stand-in for sudo is given of a command of the plan."""
@@ -174,6 +186,16 @@ class Doing(s.SurroundingsTest):
             self.does(line, A, "tariff-del", "a")
             self.does(line, A + B, "update", text=NEW + A)
             self.does(line, A + B, "update", text="")
+
+    def test_ipv6(self):
+        six, prefix = LINE + "ipv6=true\n", "ip6=2001:db8::/56\n"
+        for line in (six, six.replace("10000", "0"), LINE):
+            self.does(line, A + prefix + B)
+            self.does(line, A, "tariff-add", text=NEW + prefix)
+            self.does(line, A + prefix, "tariff-del", "a")
+        self.does(six, A, "global-update", text=LINE.replace("=lo", "=eth9"))
+        self.does(LINE, A, "global-update", text=six.replace("=lo", "=eth9"))
+        self.does(six, A, "global-update", text=s.DISABLED)
 
     def test_new_lists(self):
         for line in (LINE, LINE.replace("true", "false")):

@@ -20,13 +20,17 @@ WORDS = {
     "download_burst_size": ["3000", "0", "-1", "3e9", "1500.9", "many"],
     "upload_burst_rate": ["8000", "0.5", "9.3e15", "-2", "x"],
     "ip": ["10.0.0.1", "10.0.0.0/24", "10.0.0.0/x", "10.0.0", "010.0.0.1", "::1", " 10.0.0.2 "],
+    "ip6": ["2001:db8::7", "2001:DB8:0:1::9/56", "2001:db8::/0", "2001:db8::1/129", "fe80::1",
+            "::ffff:10.0.0.1", "ff02::1/16", "::", "10.0.0.1", "2001:db8::/x", "::/1",
+            " 2001:db8::/1 "],
     "queuing_discipline": ["sfq", "SFQ", "cake"],
     "id": ["4", "5", "15999", "16000", "0", "1.5", "x"],
     "enabled": ["true", "false", "yes", "True"],
+    "ipv6": ["false", "true", "", "yes", "True", "1"],
     "wan": ["eth1", "eth 9;x"],
 }
-TARIFF_KEYS = [key for key in WORDS if key not in ("enabled", "wan")]
-SECTION_KEYS = {"global": ["wan", "enabled", "download_speed", "upload_speed"],
+TARIFF_KEYS = [key for key in WORDS if key not in ("enabled", "ipv6", "wan")]
+SECTION_KEYS = {"global": ["wan", "enabled", "ipv6", "download_speed", "upload_speed"],
                 "defaultqosipqueue": ["download_speed", "upload_speed"]}
 NOISE = ["# a comment", "[", "[]", "=", "key", "x=", "=x", "\t", "[c", "[ d ] e", "\0", "\xff=\xfe",
          "ip" * 3000 + "=1"]

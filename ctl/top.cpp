@@ -1,0 +1,170 @@
+#include "ctl/top.h"
+
+#include <sys/ioctl.h>
+
+#include <algorithm>
+#include <chrono>
+#include <clocale>
+#include <ctime>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <thread>
+#include <unistd.h>
+
+#include "ctl/refusal.h"
+#include "ctl/silence.h"
+#include "ctl/top_model.h"
+#include "ctl/top_output.h"
+#include "ctl/top_terminal.h"
+
+namespace quenby {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kAllRows = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t kUsualWidth = 80;
+
+// Looking takes no more than 4 % of a processor, however many classes there are: the router has
+// other work.
+constexpr double kLookShare = 25;
+
+const std::map<std::string, SortBy>& orders() {
+  static const std::map<std::string, SortBy> kOrders = {
+      {"rate", SortBy::rate},   {"share", SortBy::share},     {"packets", SortBy::packets},
+      {"drops", SortBy::drops}, {"backlog", SortBy::backlog}, {"name", SortBy::name}};
+  return kOrders;
+}
+
+TopState first_state(const TopOptions& options) {
+  TopState state;
+  state.sort = orders().at(options.order);
+  state.filter = options.filter;
+  return state;
+}
+
+std::string time_of_day() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  char text[16];
+  std::strftime(text, sizeof(text), "%H:%M:%S", &local);
+  return text;
+}
+
+std::size_t stdout_width() {
+  winsize size{};
+  const bool known = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0;
+  return known ? size.ws_col : kUsualWidth;
+}
+
+void print_line(const ScreenLine& line) {
+  std::cout << line.text.substr(0, line.text.find_last_not_of(' ') + 1) << '\n';
+}
+
+// Two looks, one interval apart.
+Status print_once(const TopOptions& options) {
+  TopModel model;
+  std::this_thread::sleep_for(std::chrono::duration<double>(options.interval));
+  model.sample(true);
+  const TopState state = first_state(options);
+  const TopView view = view_of(model.shaping(), model.activities(), state, kAllRows);
+  if (options.json) {
+    std::cout << json_text(model.shaping(), view, model.seconds());
+  } else {
+    const ScreenFacts facts = {time_of_day(), options.interval, ""};
+    for (const ScreenLine& line : screen_of(model.shaping(), view, state, facts, stdout_width()))
+      print_line(line);
+  }
+  return kFine;
+}
+
+// The screen and what it shows.
+class LiveScreen {
+ public:
+  explicit LiveScreen(const TopOptions& options)
+      : state_(first_state(options)),
+        facts_{time_of_day(), options.interval, ""},
+        interval_(std::chrono::duration_cast<Clock::duration>(
+            std::chrono::duration<double>(options.interval))) {}
+
+  // Until the operator ends it.
+  void run();
+
+ private:
+  void look();
+  void draw();
+  int milliseconds_left() const;
+
+  TopModel model_;
+  Terminal terminal_;
+  SilentStderr silence_;
+  TopState state_;
+  ScreenFacts facts_;
+  Clock::duration interval_;
+  Clock::time_point next_ = Clock::now();
+  std::size_t rows_ = 0;
+};
+
+void LiveScreen::look() {
+  next_ = std::max(next_ + interval_, Clock::now());
+  if (state_.paused) return;
+  const std::clock_t before = std::clock();
+  facts_.time = time_of_day();
+  facts_.message.clear();
+  // The files may be good again at the next look, and the kernel answer.
+  try {
+    model_.sample(false);
+  } catch (const std::exception& e) {
+    facts_.message = e.what();
+  }
+  const std::chrono::duration<double> used(static_cast<double>(std::clock() - before) /
+                                           CLOCKS_PER_SEC);
+  next_ = std::max(next_,
+                   Clock::now() + std::chrono::duration_cast<Clock::duration>(used * kLookShare));
+}
+
+void LiveScreen::draw() {
+  const TopView view =
+      view_of(model_.shaping(), model_.activities(), state_, rows_of_screen(terminal_.height()));
+  rows_ = view.all;
+  state_.offset = view.offset;
+  terminal_.draw(screen_of(model_.shaping(), view, state_, facts_, terminal_.width()),
+                 key_line(state_));
+}
+
+int LiveScreen::milliseconds_left() const {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(next_ - Clock::now());
+  return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+}
+
+void LiveScreen::run() {
+  next_ = Clock::now() + interval_;
+  for (bool wanted = true; wanted;) {
+    draw();
+    const auto key = terminal_.wait(milliseconds_left());
+    if (key) wanted = press(state_, *key, rows_of_screen(terminal_.height()), rows_);
+    if (Clock::now() >= next_) look();
+  }
+}
+
+}  // namespace
+
+Status top(const TopOptions& options) {
+  // What a character is on this terminal.
+  std::setlocale(LC_CTYPE, "");
+  return or_refusal([&options] {
+    if (options.once || options.json) return print_once(options);
+    LiveScreen(options).run();
+    return kFine;
+  });
+}
+
+std::vector<std::string> top_orders() {
+  std::vector<std::string> names;
+  for (const auto& [name, order] : orders()) names.push_back(name);
+  return names;
+}
+
+}  // namespace quenby

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "ctl/shaping.h"
+#include "tests/support/tariffs.h"
+
+/// A router's stored files as values.
+namespace quenby::test {
+
+inline constexpr std::int64_t kMbit = 125'000;
+/// A gigabit port that is there.
+inline const PlanFacts kGigabitPort = {1000 * kMbit, {true, ""}};
+
+inline TariffSettings shaped(const std::string& name, int id, const std::string& address,
+                             const std::string& download = "1000",
+                             const std::string& upload = "500") {
+  TariffSettings result = tariff(name, id);
+  result.addCIDR(address);
+  result.download.setSpeed(download);
+  result.upload.setSpeed(upload);
+  return result;
+}
+
+/// 10 and 5 Mbit/s; without a WAN interface the IMQ device.
+inline GlobalSet line(const std::string& wan = "eth1") {
+  GlobalSet set;
+  set.has_global = true;
+  set.global.wan = wan;
+  set.global.download.setSpeed("10000");
+  set.global.upload.setSpeed("5000");
+  return set;
+}
+
+template <typename... T>
+Edit load_of(const GlobalSet& global, const T&... tariffs) {
+  Edit edit;
+  edit.line_before = edit.line = global;
+  edit.stored = edit.tariffs = set_of<TariffConfig>(tariffs...);
+  edit.work = KernelWork::build;
+  return edit;
+}
+
+/// Tariffs "a" (number 4) and "b" (5).
+inline Shaping two_tariffs() {
+  return shaping_of(load_of(line(), shaped("a", 4, "10.0.0.1"), shaped("b", 5, "10.0.0.2", "2000")),
+                    kGigabitPort);
+}
+
+}  // namespace quenby::test
