@@ -8,12 +8,14 @@ The columns are the keys of quenby.ini(5):
 
   name                what --tariff-del and --stat call the subscriber
   ip                  IPv4 addresses, separated by blanks
+  ip6                 may be left out or empty: IPv6 prefixes as 2001:db8:0:1200::/56; where there
+                      is one, ip may be empty. They count with ipv6=true in the global file
   download_speed      in kbit/s, whole numbers
   upload_speed
   aggregation         may be left out or empty: 1
   queuing_discipline  may be left out or empty: the kernel's own queue
 
-Rows of one name are one tariff: they may differ in ip alone. Everything that the program would take
+Rows of one name are one tariff: they may differ in ip and ip6 alone. Everything that the program would take
 for something else is refused, each fault with its row, and then OUTPUT stays as it is: status 1.
 --update deletes every tariff that its file does not have, so an empty list is refused too, unless
 --allow-empty says that it is meant.
@@ -31,9 +33,9 @@ import tempfile
 import urllib.parse
 
 REQUIRED = ("name", "ip", "download_speed", "upload_speed")
-OPTIONAL = ("aggregation", "queuing_discipline")
+OPTIONAL = ("ip6", "aggregation", "queuing_discipline")
 
-# The kernel gets 32 bits of bytes/s, the address set and the class numbers end there.
+# The kernel gets 32 bits of bytes/s, each address set and the class numbers end there.
 FASTEST = 34359738
 MOST_ADDRESSES = 65536
 MOST_TARIFFS = 14997
@@ -62,7 +64,7 @@ def checked_name(text):
 
 def checked_address(text):
     if ":" in text:
-        raise Refused(f"ip {text!r}: IPv6 is not shaped")
+        raise Refused(f"ip {text!r}: IPv6 stands in the column ip6")
     single = text[:-3] if text.endswith("/32") else text
     if "/" in single:
         raise Refused(f"ip {text!r}: just its first address would be shaped; list each one")
@@ -75,10 +77,29 @@ def checked_address(text):
     return str(address)
 
 
-def checked_addresses(text):
-    if not text.split():
+def checked_prefix(text):
+    """A single address has no length, as in the stored file."""
+    try:
+        if "%" in text:
+            raise ValueError("a zone")
+        network = ipaddress.IPv6Network(text)
+    except ValueError as error:
+        what = "bits after the prefix" if "host bits" in str(error) else "no IPv6 prefix"
+        raise Refused(f"ip6 {text!r}: {what}") from None
+    first = network.network_address
+    if (first.is_unspecified or first.is_loopback or first.is_multicast or first.is_link_local
+            or first.ipv4_mapped or network.prefixlen == 0):
+        raise Refused(f"ip6 {text!r}: no subscriber's prefix")
+    return str(first) if network.prefixlen == network.max_prefixlen else str(network)
+
+
+def checked_addresses(row):
+    """(key, address) of each in the order of the file."""
+    addresses = [("ip", checked_address(word)) for word in row["ip"].split()]
+    addresses += [("ip6", checked_prefix(word)) for word in row.get("ip6", "").split()]
+    if not addresses:
         raise Refused("ip: empty; a tariff without an address shapes nothing")
-    return [checked_address(word) for word in text.split()]
+    return addresses
 
 
 def checked_speed(key, text):
@@ -160,32 +181,35 @@ class Tariffs:
     def __init__(self):
         self.addresses = {}
         self._settings = {}
-        self._owners = {}
+        self._owners = {"ip": {}, "ip6": {}}
 
     def add(self, row):
         name = checked_name(row["name"])
-        addresses, settings = checked_addresses(row["ip"]), checked_settings(row)
+        addresses, settings = checked_addresses(row), checked_settings(row)
         if self._settings.setdefault(name, settings) != settings:
-            raise Refused(f"{name}: differs from an earlier row in more than ip")
-        for address in addresses:
-            owner = self._owners.setdefault(address, name)
+            raise Refused(f"{name}: differs from an earlier row in more than ip and ip6")
+        for key, address in addresses:
+            owner = self._owners[key].setdefault(address, name)
             if owner != name:
-                raise Refused(f"ip {address}: {owner} has it already")
-            self.addresses.setdefault(name, {})[address] = None
+                raise Refused(f"{key} {address}: {owner} has it already")
+            self.addresses.setdefault(name, {})[key, address] = None
 
     def check_size(self, allow_empty):
         if not self.addresses and not allow_empty:
             raise Refused("no subscriber; --update would delete all (--allow-empty if that is meant)")
         if len(self.addresses) > MOST_TARIFFS:
             raise Refused(f"{len(self.addresses)} tariffs, {MOST_TARIFFS} at most")
-        if len(self._owners) > MOST_ADDRESSES:
-            raise Refused(f"{len(self._owners)} addresses, {MOST_ADDRESSES} at most")
+        for kind, owners in zip(("addresses", "prefixes"), self._owners.values()):
+            if len(owners) > MOST_ADDRESSES:
+                raise Refused(f"{len(owners)} {kind}, {MOST_ADDRESSES} at most")
 
     def ini(self):
         lines = []
         for name in sorted(self.addresses):
             lines.append(f"[{name}]")
-            lines += [f"ip={address}" for address in self.addresses[name]]
+            # Addresses before prefixes, as in the stored file.
+            lines += [f"{key}={address}" for key, address in sorted(
+                self.addresses[name], key=lambda entry: entry[0])]
             lines += [f"{key}={value}" for key, value in self._settings[name].items()]
         return "".join(line + "\n" for line in lines)
 

@@ -35,6 +35,7 @@ TEST(Billing, TheExampleIsRead) {
   const TariffSettings& miller = set.tariffs().at(1);
   EXPECT_EQ(miller.name, "4712 Miller");
   EXPECT_EQ(miller.addresses.size(), 3U);
+  EXPECT_EQ(miller.prefixes.size(), 1U);
   EXPECT_EQ(miller.download.speed, 625'000);
   EXPECT_EQ(miller.upload.speed, 375'000);
 }

@@ -68,6 +68,14 @@ class Accepted(Billing):
                    "[b]\nip=10.0.0.2\ndownload_speed=5000\nupload_speed=3000\n"
                    "aggregation=2.5\nqueuing_discipline=fq_codel\n")
 
+    def test_prefixes(self):
+        self.makes("name,ip,ip6,download_speed,upload_speed\n"
+                   "a,10.0.0.2 10.0.0.1,2001:DB8:0:1200::/56 2001:db8::7/128,1,1\n"
+                   "a,10.0.0.3,,1,1\nb,,2001:db8:0:1201::/64,1,1\n",
+                   "[a]\nip=10.0.0.2\nip=10.0.0.1\nip=10.0.0.3\nip6=2001:db8:0:1200::/56\n"
+                   "ip6=2001:db8::7\ndownload_speed=1\nupload_speed=1\n"
+                   "[b]\nip6=2001:db8:0:1201::/64\ndownload_speed=1\nupload_speed=1\n")
+
     def test_optional_columns_may_be_missing_and_any_order_will_do(self):
         self.makes("upload_speed,download_speed,ip,name\n1,2,10.0.0.1,x\n",
                    "[x]\nip=10.0.0.1\ndownload_speed=2\nupload_speed=1\n")
@@ -169,7 +177,33 @@ class RefusedRows(Billing):
         self.refuses_row("a, ,1,1,,", "ip: empty")
 
     def test_ipv6(self):
-        self.refuses_row("a,2001:db8::1,1,1,,", "ip '2001:db8::1': IPv6 is not shaped")
+        self.refuses_row("a,2001:db8::1,1,1,,", "ip '2001:db8::1': IPv6 stands in the column ip6")
+
+    def refuses_prefix(self, text, message):
+        self.refuses("name,ip,ip6,download_speed,upload_speed\na,10.0.0.1,%s,1,1\n" % text,
+                     f"line 2: ip6 {text!r}: {message}")
+
+    def test_ip6(self):
+        for text in ("10.0.0.1", "2001:db8::/129", "2001:db8::/x", "2001:db8", "2001:db8::1%eth0",
+                     "2001:db8::/64;2001:db8:1::/64", "host", "2001:db8::/-1"):
+            with self.subTest(text=text):
+                self.refuses_prefix(text, "no IPv6 prefix")
+
+    def test_bits_after_a_prefix(self):
+        self.refuses_prefix("2001:db8::1/64", "bits after the prefix")
+
+    def test_prefixes_of_nobody(self):
+        for text in ("::", "::/0", "::1", "fe80::1", "fe80::/10", "ff02::1", "ff00::/8",
+                     "::ffff:10.0.0.1"):
+            with self.subTest(text=text):
+                self.refuses_prefix(text, "no subscriber's prefix")
+
+    def test_prefix_of_two(self):
+        self.refuses("name,ip,ip6,download_speed,upload_speed\na,,2001:db8::/64,1,1\n"
+                     "b,,2001:DB8:0::/64,1,1\n", "line 3: ip6 2001:db8::/64: a has it already")
+
+    def test_neither_address_nor_prefix(self):
+        self.refuses("name,ip,ip6,download_speed,upload_speed\na,, ,1,1\n", "line 2: ip: empty")
 
     def test_prefix(self):
         self.refuses_row("a,10.0.0.0/24,1,1,,", "ip '10.0.0.0/24': just its first address")
