@@ -9,5 +9,5 @@ cd "$(dirname "$0")/../.."
 
 # Names alone, with commas.
 depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/|[^,]*//g; s/ //g')
-exec scripts/lab --debian "$depends" --cpus 1 --timeout 900 --audit --cable virtio-net-pci \
+exec scripts/lab --debian "$depends" --cpus 1 --timeout 1500 --audit --cable virtio-net-pci \
   --first "tests/package/boot_set_up.sh $(printf %q "$package")" tests/package/boot_test.sh

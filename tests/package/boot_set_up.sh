@@ -10,8 +10,11 @@ package=${1:?Call: tests/package/boot_set_up.sh PACKAGE}
 DEBIAN_FRONTEND=noninteractive dpkg -i "$package"
 systemctl enable nftables.service
 
-# Numbers that counting anew would change.
-cat >/config/tc/tc_global.ini <<'END'
+# A change was under way when the router lost its power: the files before it, with numbers that
+# counting again would change, and one of those after it.
+kept=/config/tc/tc_kept
+mkdir -m 700 "$kept"
+cat >"$kept/tc_global.ini" <<'END'
 [global]
 download_speed=50000
 upload_speed=20000
@@ -21,7 +24,7 @@ enabled=true
 download_speed=1000
 upload_speed=1000
 END
-cat >/config/tc/tc_tariff.ini <<'END'
+cat >"$kept/tc_tariff.ini" <<'END'
 [amy]
 id=9
 ip=10.0.1.10
@@ -36,6 +39,14 @@ download_speed=2000
 upload_speed=2000
 queuing_discipline=pfifo
 END
+
+touch --date '2020-02-02 UTC' "$kept"/tc_*.ini
+cat >"$kept/change" <<'END'
+{"id": "1", "command": "update", "boot": "another", "waiting": true, "deadline": 0,
+ "had_global": true, "had_tariffs": true, "was_wanted": true, "had_note": true,
+ "former_wan": "wan0", "wan": "wan0"}
+END
+printf '[eve]\nid=4\nip=10.0.4.10\n' >/config/tc/tc_tariff.ini
 
 for end in 1:wan0 2:far0; do
   printf '[Match]\nPermanentMACAddress=02:00:00:00:0c:0%s\n[Link]\nName=%s\n' \

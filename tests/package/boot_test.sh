@@ -16,13 +16,25 @@ OURS='^(loaded|restored|reloaded) '
 AMY=8000:9 DEFAULT=8000:3
 CARD=$(basename "$(readlink -f /sys/class/net/wan0/device)")
 
-# Waits until COMMAND succeeds, 3 min at most. To look is work too, on the one processor that what is
-# waited for needs.
+# A pipe that nobody writes to: waiting for it is a pause without a process.
+exec {nothing}<> <(:)
+
+# Whether a process of the units is there.
+at_work() {
+  local file
+  for file in /sys/fs/cgroup/system.slice/{,*/}quenby*.service/cgroup.procs; do
+    { read -r _ <"$file"; } 2>/dev/null && return
+  done
+  return 1
+}
+
+# Waits until COMMAND succeeds while the units are at rest, 3 min at most. Looking is work too, on the
+# one processor that they need.
 soon() {
   local end=$((SECONDS + 180))
-  until "$@"; do
+  until ! at_work && "$@"; do
     [ "$SECONDS" -lt "$end" ] || return 1
-    sleep 1
+    read -r -t 1 -u "$nothing" || true
   done
 }
 
@@ -45,13 +57,20 @@ marking() {
 marked() { [ "$(marking)" = "$whole" ]; }
 flushed() { ! iptables -w -t mangle -S KAVO_QOS_FW_OUT_HOOK >/dev/null 2>&1; }
 idle() { [ "$(state_of ActiveState "$1")" = inactive ]; }
-settled() { idle quenby-if@wan0.service && idle quenby-check.service && idle quenby-restore.service; }
+settled() {
+  [ "$(systemctl show --property ActiveState --value quenby-{if@wan0,check,restore}.service)" = \
+    $'inactive\n\ninactive\n\ninactive' ]
+}
 check() { systemctl start quenby-check.service; }
-# Nothing happens by itself while the rest is looked at.
-without_timer() { systemctl mask --quiet --runtime --now quenby-check.timer; }
-with_timer() { systemctl unmask --quiet --runtime quenby-check.timer; }
 
-# Three packets of a kilobyte. A few packets are quicker than a stream, and a connection like it.
+# Gives UNIT settings of its own until the next call. Whoever calls this has systemd read them, which
+# takes it seconds. Call: set_unit UNIT SECTION SETTING...
+set_unit() {
+  mkdir -p "/run/systemd/system/$1.d"
+  printf '%s\n' "[$2]" "${@:3}" >"/run/systemd/system/$1.d/test.conf"
+}
+
+# Three packets of one kilobyte. A few packets are quicker than a stream, and as good a connection.
 amy_sends() { in_lan ping -q -c 3 -i 0.2 -s 1000 -I 10.0.1.10 "$NETWORK_INET_ADDRESS" >/dev/null; }
 
 # A connection that begins now is in its tariff's class and in no other.
@@ -63,8 +82,11 @@ amy_is_shaped() {
   expect "$1: and not in the default one" "$default" "$(bytes_of "$DEFAULT")"
 }
 
+# The journal is told of what starts first with some delay.
+audited() { grep -qE 'audit: type=1130|SERVICE_START' <(journalctl --boot --output cat); }
+
 test_surroundings() {
-  holds "auditing" grep -qE 'audit: type=1130|SERVICE_START' <(journalctl --boot --output cat)
+  holds "auditing" soon audited
   fails "the host name is unknown" getent hosts "$(hostname)"
   expect "IPv6 is on" 0 "$(cat /proc/sys/net/ipv6/conf/wan0/disable_ipv6)"
   expect "the line is a card" virtio_net \
@@ -82,13 +104,16 @@ test_boot() {
   expect "numbers are kept" "8000:1 8000:2 8000:3 8000:6 8000:9" \
     "$(classes wan0 | sed 's/.* //' | paste -sd ' ')"
   expect "both trees" "$(classes wan0)" "$(classes ifb_ingr)"
-  expect "the files are as they were" "$stored_before" "$(stored)"
+  expect "the change that nobody confirmed was taken back" \
+    "tc_global.ini tc_tariff.ini 1580601600 1580601600" \
+    "$(find /config/tc -mindepth 1 -printf '%f\n' | sort | paste -sd ' ') $(stat -c %Y "${FILES[@]}" | paste -sd ' ')"
   udevadm trigger --action add /sys/class/net/wan0
   udevadm settle
   soon settled
   expect "a device event of a shaped line builds nothing" 1 "$(builds)"
   expect "the timer's period" "OnUnitInactiveUSec=1min" \
     "$(state_of TimersMonotonic quenby-check.timer | grep -o 'OnUnitInactiveUSec=[^ ]*')"
+  expect "a failed start is repeated after" 30s "$(state_of RestartUSec quenby.service)"
 }
 
 # What the units said, and what was said about commands that they ran.
@@ -96,11 +121,12 @@ test_journal() {
   expect "no complaint" "" "$(journalctl --boot --output short --no-pager |
     grep -E 'quenby|sudo|iptables|shape\[' | grep -iE 'error|fail|denied|not permitted|unable|cannot')"
   expect "nothing of sudo" 0 "$(journalctl --boot --output cat _COMM=sudo | wc -l)"
-  expect "the lines of the boot" 4 "$(said | wc -l)"
+  expect "what was taken back" "taken back" "$(said | grep taken)"
+  expect "the lines of the boot" 5 "$(said | wc -l)"
   said
 }
 
-# Firewalls that are loaded again take our chains with them.
+# A firewall that is reloaded takes our chains with it.
 test_firewall() {
   local how before
   for how in reload restart; do
@@ -126,15 +152,16 @@ test_damage() {
   tc filter del dev wan0 parent ffff:
   tc qdisc del dev wan0 root
   ip link del ifb_ingr
-  expect "what is missing" "rules of KAVO_QOS_FW_OUT_HOOK
-the addresses
-the jump to KAVO_QOS_FW_OUT_HOOK
-the jump to QOS_CONNTRACK
-the redirection to ifb_ingr
-the rule of QOS_CONNTRACK
-the tree of ifb_ingr
-the tree of wan0" \
-    "$(/usr/libexec/quenby/missing | sed 's/^<5>missing: //; s/, /\n/g' | sort)"
+  expect "what is missing" "missing: firewall jump to mangle KAVO_QOS_FW_OUT_HOOK
+missing: firewall jump to raw QOS_CONNTRACK
+missing: ifb_ingr
+missing: set address 10.0.1.10
+missing: set address 10.0.2.10
+missing: set address 10.0.3.1
+missing: wan0 qdisc 8000:
+missing: wan0 redirection to ifb_ingr" "$(quenbyctl verify | sort)"
+  expect "and is said in short" "; missing: ifb_ingr; missing: wan0 redirection to ifb_ingr and 5 more" \
+    "$(/usr/libexec/quenby/missing | sed 's/^<5>[^;]*//')"
   nft flush ruleset
 }
 
@@ -143,10 +170,7 @@ timer_has_run() { [ -n "$(state_of LastTriggerUSec quenby-check.timer)" ]; }
 test_timer() {
   local before
   before=$(builds)
-  mkdir -p /run/systemd/system/quenby-check.timer.d
-  printf '[Timer]\nOnActiveSec=\nOnActiveSec=1\nOnUnitInactiveSec=2\nAccuracySec=1ms\n' \
-    >/run/systemd/system/quenby-check.timer.d/often.conf
-  with_timer
+  set_unit quenby-check.timer Timer OnActiveSec= OnActiveSec=1 OnUnitInactiveSec=2 AccuracySec=1ms
   systemctl daemon-reload
   flock --no-fork /run/quenby.lock sleep 600 &
   systemctl start quenby-check.timer
@@ -157,13 +181,19 @@ test_timer() {
   wait
   holds "the next time the timer has the firewall restored" soon marked
   soon settled
-  rm -r /run/systemd/system/quenby-check.timer.d
-  without_timer
+  systemctl stop quenby-check.timer
   soon settled
   holds "and the trees" tree_stands
   expect "in one build" $((before + 1)) "$(builds)"
   fails "all is well" /usr/libexec/quenby/missing
   expect "the files are as they were" "$stored_before" "$(stored)"
+}
+
+# From here on neither the timer nor a failed start does anything by itself.
+slow_down() {
+  set_unit quenby-check.timer Timer OnActiveSec= OnActiveSec=1h
+  set_unit quenby.service Service RestartSec=600
+  systemctl daemon-reload
 }
 
 stays_off() {
@@ -175,7 +205,6 @@ stays_off() {
   holds "$1: stays off when the line appears" unshaped
 }
 test_stopped_on_purpose() {
-  with_timer
   PATH=/usr/libexec/quenby/as-root:$PATH quenby --stop
   stays_off "quenby --stop"
   systemctl stop quenby.service
@@ -186,7 +215,23 @@ test_stopped_on_purpose() {
   systemctl start quenby.service
   holds "on again" marked
   expect "the timer starts with the service" active "$(systemctl is-active quenby-check.timer)"
-  without_timer
+}
+
+# A timer of systemd takes a change back that nobody confirms.
+taken_back() { [ "$(sha256sum "${FILES[@]}")" = "$sums" ] && [ ! -e /config/tc/tc_kept ]; }
+take_back_timers() { systemctl list-timers --no-legend 'quenby-take-back-*' | wc -l; }
+test_confirmation() {
+  local sums PATH=/usr/libexec/quenby/as-root:$PATH
+  sums=$(sha256sum "${FILES[@]}")
+  holds "a change" quenbyctl apply --confirm 3 tariff-del bob
+  expect "its timer" 1 "$(take_back_timers)"
+  fails "is made" grep bob /config/tc/tc_tariff.ini
+  holds "it is taken back by itself" soon taken_back
+  holds "and the kernel with it" quenbyctl verify
+  holds "a change that is confirmed" quenbyctl apply --confirm 600 load
+  holds "in time" quenbyctl confirm
+  expect "leaves no timer" 0 "$(take_back_timers)"
+  expect "and the files" "$sums" "$(sha256sum "${FILES[@]}")"
 }
 
 # No other interface starts a unit, or touches what stands.
@@ -209,17 +254,9 @@ plug_in() {
   udevadm settle
 }
 
-set_retry() {
-  mkdir -p /run/systemd/system/quenby.service.d
-  printf '[Service]\nRestartSec=%s\n' "$1" >/run/systemd/system/quenby.service.d/retry.conf
-  systemctl daemon-reload
-}
-
 test_broken_file() {
   local before counted
   before=$(builds)
-  expect "a failed start is repeated after" 30s "$(state_of RestartUSec quenby.service)"
-  set_retry 600
   counted=$(bytes_of "$AMY")
   holds "the tariff has traffic" test "$counted" -gt 3000
   echo nonsense >>/config/tc/tc_tariff.ini
@@ -241,12 +278,13 @@ test_broken_file() {
   expect "once" $((before + 1)) "$(builds)"
 }
 
-# Neither a broken file nor a line that is away needs anybody's hand, once mended.
+# Once mended, neither a broken file nor a line that was away needs anybody's help.
 test_retry() {
   local before stored_before shaped
   before=$(builds)
   shaped=$(classes wan0; classes ifb_ingr)
-  set_retry 3
+  set_unit quenby.service Service RestartSec=3
+  systemctl daemon-reload
   plug_out
   fails "the line is gone" test -e /sys/class/net/wan0
   echo nonsense >>/config/tc/tc_tariff.ini
@@ -267,14 +305,19 @@ test_retry() {
 
 # The files of an ordinary user, and a platform's script that calls the real sudo.
 test_rights() {
+  local before
   chown 65534:65534 "${FILES[@]}"
   chmod 600 "${FILES[@]}"
   cp /opt/ostrea/sbin/firewall.init /run/firewall.init
   printf '#!/bin/sh\nsudo -n /run/firewall.init "$@" && /usr/bin/sudo -n /run/firewall.init "$@"\n' \
     >/opt/ostrea/sbin/firewall.init
+  before=$(marking)
+  iptables -w -t mangle -F POSTROUTING
   holds "a reload with files of somebody else" systemctl reload quenby.service
+  expect "mends what is missing" "$before" "$(marking)"
+  expect "and leaves nothing" "" "$(quenbyctl verify)"
   expect "they stay theirs" "600 65534 65534" "$(stat -c '%a %u %g' /config/tc/tc_tariff.ini)"
-  expect "numbered anew" "id=4 id=5" "$(grep id= /config/tc/tc_tariff.ini | paste -sd ' ')"
+  expect "with their numbers" "id=9 id=6" "$(grep id= /config/tc/tc_tariff.ini | paste -sd ' ')"
   holds "the real sudo was called" test "$(journalctl --boot --output cat _COMM=sudo | wc -l)" -gt 0
   expect "and lacked nothing" "" "$(journalctl --boot --output cat --no-pager | grep 'not permitted')"
   expect "one line" "reloaded 2 tariffs with 3 addresses on wan0" \
@@ -282,9 +325,9 @@ test_rights() {
   cp /run/firewall.init /opt/ostrea/sbin/firewall.init
 }
 
-stored_before=$(stored)
 test_surroundings
 test_boot
+stored_before=$(stored)
 test_journal
 NETWORK_WAN=wan0 NETWORK_INET_CARD=far0
 network_up
@@ -292,10 +335,13 @@ network_add_subscribers 10.0.1.10 10.0.2.10
 whole=$(marking)
 amy_is_shaped "boot"
 test_firewall
-without_timer
+# Nothing happens by itself while the rest is looked at.
+systemctl stop quenby-check.timer
 test_damage
 test_timer
+slow_down
 test_stopped_on_purpose
+test_confirmation
 test_other_interfaces
 test_broken_file
 test_retry

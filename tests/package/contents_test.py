@@ -81,7 +81,7 @@ class Documents(Contents):
     def test_pictures_are_there(self):
         text = (self.documents / "README.md").read_text(encoding="utf-8")
         pictures = re.findall(r"!\[[^\]]*\]\(([^)]+)\)", text)
-        self.assertEqual(sorted(pictures), ["pictures/packet-way.svg", "pictures/rates.svg"])
+        self.assertEqual(sorted(pictures), ["pictures/packet-way.svg", "pictures/rates.svg", "pictures/top.svg"])
         for picture in pictures:
             self.assertEqual((self.documents / picture).read_bytes(),
                              (TREE / "docs" / picture).read_bytes())
@@ -158,7 +158,8 @@ class Places(Contents):
             (root / called).parent.mkdir(parents=True, exist_ok=True)
             shutil.copy("/bin/true", root / called)
         units = ("quenby.service", "quenby-if@eth1.service", "quenby-check.service",
-                 "quenby-check.timer", "quenby-restore.service", "quenby-follow@nftables.service")
+                 "quenby-check.timer", "quenby-restore.service", "quenby-follow@nftables.service",
+                 "quenby-export.service", "quenby-export.timer")
         return subprocess.run(["systemd-analyze", "verify", "--man=no", f"--root={root}", *units],
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True).stdout
 

@@ -1,6 +1,7 @@
 #!/bin/bash
 # Tries the built package on a freshly installed Debian with systemd: one that has
-# just what the package depends on, and what the lab needs to send traffic.
+# just what the package depends on, and what the lab needs to send traffic. iptables is
+# iptables-legacy there; boot_in_lab.sh has the other one.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER
 set -euo pipefail
@@ -25,5 +26,6 @@ newer_package() {
 
 # Names alone, with commas.
 depends=$(dpkg-deb -f "$package" Depends | sed 's/([^)]*)//g; s/|[^,]*//g; s/ //g')
-exec scripts/lab --debian "$depends" --cpus 1 --timeout 1200 \
+# What contrib/ansible's role needs of a router, and what plays it.
+exec scripts/lab --user-mode --memory 3072 --debian "$depends,ansible-core,python3-apt" --timeout 1200 \
   tests/package/package_test.sh "$package" "$(newer_package)"

@@ -60,8 +60,8 @@ test_program() {
   expect "no argument" "Error: missing argument" "$(cat /run/output)"
 }
 
-# What the stand-in does is its first argument. An edit is one as the program's:
-# read, work, write.
+# What the stand-in does is its first argument. An edit is like the
+# program's: read, work, write.
 install_stand_in() {
   cat >"$program" <<'END'
 #!/bin/bash

@@ -1,7 +1,7 @@
 #!/bin/bash
 # The package's life on a router: set up as README.md says, traffic, an upgrade,
 # edits while a unit reloads, an image that is made on the router, Debian's own test,
-# loading by hand, purge.
+# loading by hand, purge, and set up by Ansible.
 #
 # Call: tests/package/in_lab.sh PACKAGE-FOLDER (which runs this in the lab with the
 #       paths of the package and of a newer one)
@@ -66,7 +66,7 @@ END
   chmod 755 /usr/local/bin/editor
 }
 
-# The real one takes a second each time under emulation, and an edit calls it dozens of times.
+# The real one takes longer than most of what it runs, and an edit calls it dozens of times.
 # One load by hand tries that one.
 QUICK_SUDO=/usr/local/sbin/sudo
 install_quick_sudo() {
@@ -106,7 +106,23 @@ test_traffic() {
   rates_hold "download 10.0.2.10 5" "upload 10.0.1.10 2" "download 10.0.9.9 2"
 }
 
-# The class has counted the traffic of the test before; made anew it would be at 0.
+# The class has counted the traffic of the test before; made again it would be at 0.
+test_numbers() {
+  local file=/var/lib/prometheus/node-exporter/quenby.prom
+  expect "numbers are for those who want them" disabled \
+    "$(systemctl is-enabled quenby-export.timer)"
+  systemctl start quenby-export.service
+  expect "nothing is exported without a node exporter" no \
+    "$(state_of ConditionResult quenby-export.service)"
+  mkdir -p "${file%/*}"
+  systemctl start quenby-export.service
+  expect "classes in the numbers" 14 \
+    "$(grep -cE '^quenby_(line|tariff)_ceiling_bytes_per_second[{]' "$file")"
+  expect "differences from the files" "quenby_differences 0" "$(grep '^quenby_differences' "$file")"
+  expect "the node exporter may read them" "644 root root" "$(stat -c '%a %U %G' "$file")"
+  rm -r /var/lib/prometheus
+}
+
 test_upgrade() {
   local before
   expect "the hardware tool answers" Linux "$(/usr/sbin/kavo-hal getBoardShortName)"
@@ -171,14 +187,14 @@ is_there() {
 
 lock_is_held() { ! flock --nonblock /run/quenby.lock true; }
 
-# Two operators' edits, as README.md shows them, while the service reloads.
+# Two operators' edits, as README.md shows them, while the service restarts.
 # Nobody's work is lost.
-test_edits_while_the_service_reloads() {
+test_edits_while_the_service_restarts() {
   local folder tariff pids=() pid
   folder=$(mktemp -d)
   grep -q '^    quenby --tariff-add new.ini ' README.md
-  systemctl reload --no-block quenby.service
-  holds "the reload runs" soon lock_is_held
+  systemctl restart --no-block quenby.service
+  holds "the restart is under way" soon lock_is_held
   for tariff in 1 2; do
     mkdir "$folder/$tariff"
     new_tariff "new-$tariff" "10.0.7.$tariff" >"$folder/$tariff/new.ini"
@@ -186,8 +202,8 @@ test_edits_while_the_service_reloads() {
     pids+=("$!")
   done
   for pid in "${pids[@]}"; do holds "an edit" wait "$pid"; done
-  holds "the reload has ended" soon systemctl --quiet is-active quenby.service
-  expect "the reload" success "$(state_of ReloadResult quenby.service)"
+  holds "the restart has ended" soon systemctl --quiet is-active quenby.service
+  expect "the restart" success "$(state_of Result quenby.service)"
   for tariff in 1 2; do is_there "new-$tariff" "10.0.7.$tariff"; done
 }
 
@@ -220,9 +236,48 @@ test_purge() {
   fails "the hardware tool is gone" test -e /usr/sbin/kavo-hal
   fails "the lock is gone" test -e /run/quenby.lock
   while read -r file; do
-    [ -d "$file" ] || [ ! -e "$file" ] || expect "left behind" "" "$file"
+    [ -d "$file" ] || [ ! -e "$file" ] || expect "left over" "" "$file"
   done <<<"$files"
   expect "no unit is left" "" "$(systemctl list-unit-files --no-legend 'quenby*')"
+}
+
+# Plays contrib/ansible's role here; prints "STATUS CHANGED FAILED". Call: play [OPTION...]
+play() {
+  local status=0
+  ANSIBLE_ROLES_PATH=$PWD/contrib/ansible/roles ANSIBLE_NOCOLOR=1 ANSIBLE_PIPELINING=1 HOME=/root \
+    LC_ALL=C.UTF-8 ansible-playbook -i router, -c local "$@" /root/play.yml >/root/play.log 2>&1 || status=$?
+  [ "$status" -eq 0 ] || cat /root/play.log >&2
+  echo "$status $(sed -nE 's/^router .* changed=([0-9]+) .* failed=([0-9]+) .*/\1 \2/p' /root/play.log)"
+}
+
+# A router that has nothing of ours yet: the role installs the package, which a check before it
+# only foresees, applies the files and has the service start. A second run changes nothing.
+test_role() {
+  local before
+  # Debian's test has put another network in the place of ours.
+  ip link add eth1 type dummy
+  ip link set eth1 up
+  python3 - "$package" >/root/play.yml <<'END'
+import json, sys
+print(json.dumps([{"hosts": "all", "gather_facts": False, "roles": [{
+    "role": "quenby", "quenby_package": sys.argv[1], "quenby_export": True,
+    "quenby_line": "/root/line.ini", "quenby_subscribers": "/root/subscribers.ini"}]}]))
+END
+  printf '[global]\nwan=eth1\nenabled=true\ndownload_speed=10000\nupload_speed=5000\n' >/root/line.ini
+  { new_tariff Hill 10.0.1.10; new_tariff Mill 10.0.2.10; } >/root/subscribers.ini
+  expect "role: a check foresees the copy" "0 1 0" "$(play --check)"
+  fails "role: and installs nothing" test -e /usr/sbin/quenby
+  # The copy, the installation, the line, the subscribers, the export's timer; the service may run
+  # already.
+  holds "role: a run" grep -qE '^0 [56] 0$' <(play)
+  expect "role: the service" "active enabled" \
+    "$(systemctl is-active quenby.service) $(systemctl is-enabled quenby.service)"
+  expect "role: the timer of the export" active "$(systemctl is-active quenby-export.timer)"
+  is_there Hill 10.0.1.10
+  is_there Mill 10.0.2.10
+  before=$(undisturbed)
+  expect "role: a second run changes nothing" "0 0 0" "$(play)"
+  expect "role: nor does it touch the router" "$before" "$(undisturbed)"
 }
 
 network_up
@@ -232,10 +287,12 @@ install_quick_sudo
 firewall_before=$(firewall)
 test_set_up
 test_traffic
+test_numbers
 test_upgrade
-test_edits_while_the_service_reloads
+test_edits_while_the_service_restarts
 test_image
 test_debian
 test_by_hand
 test_purge
+test_role
 finish

@@ -16,7 +16,7 @@ commands() { env "${@:2}" make -n -f debian/rules "$1"; }
 # The value of a variable of the rules.
 value() { env "${@:2}" make -s -f debian/rules --eval "show: ; @echo '\$($1)'" show; }
 tested() { grep -c 'ctest .*-L unit' <(commands override_dh_auto_test "$@") || true; }
-configured() { grep -o 'QUENBY_TESTS=.*' <(commands override_dh_auto_configure "$@"); }
+configured() { grep -o 'QUENBY_TESTS=[^ ]*' <(commands override_dh_auto_configure "$@"); }
 
 test_checks() {
   expect "unit tests are built" QUENBY_TESTS=ON "$(configured)"

@@ -3,7 +3,8 @@
 # paths where the program calls them: ours are treated as conffiles, anybody else's
 # stay. dpkg works on a root folder of its own as when an image is made, with the
 # scripts outside of it, so this also shows that nothing is started or stopped then.
-# And where else a removal takes nothing down. It runs in a private mount namespace.
+# It also shows where else a removal takes nothing down. It runs in a private mount
+# namespace.
 #
 # Call: tests/package/scripts_test.sh PACKAGE-FOLDER
 set -euo pipefail
@@ -145,7 +146,7 @@ test_changed() {
   expect "a purge takes ours, changed or not" "none, none" "$(versions)"
 }
 
-# The operator's own, which nothing but a purge takes, with what an interrupted save has left.
+# The operator's own, which nothing but a purge takes, with what an interrupted save or change has left.
 test_stored_files() {
   local stored="$root/config/tc" before step
   new_root
@@ -161,6 +162,8 @@ test_stored_files() {
   holds "removal" run_dpkg -r quenby
   expect "the program is gone" "" "$(find "$root/usr" -path '*quenby*' ! -type d)"
   touch "$stored/tc_global.ini.tmp" "$stored/tc_tariff.ini-aBcD"
+  mkdir "$stored/tc_kept"
+  touch "$stored/tc_kept/change"
   holds "purge" run_dpkg -P quenby
   fails "they go with the purge" test -e "$root/config"
 }
@@ -187,7 +190,7 @@ foreign_links() {
   ln -s /nowhere "$root$FIREWALL"
   ln -s /usr/libexec/quenby/kavo-hal "$root$HARDWARE"
 }
-# Somebody has copied them there before the package came.
+# Somebody had copied them there before the package came.
 foreign_copies() {
   cp platform/firewall.init "$root$FIREWALL"
   cp platform/kavo-hal "$root$HARDWARE"
@@ -261,7 +264,7 @@ test_removal() {
   dpkg-deb -e "$package" /run/control
   mount -t tmpfs tmpfs /usr/libexec
   make_stand_in "$OURS/firewall.init" 0
-  taken_down="deb-systemd-invoke stop quenby.service;quenby --stop;firewall.init stop opt-qos"
+  taken_down="deb-systemd-invoke stop quenby-export.timer quenby.service;quenby --stop;firewall.init stop opt-qos"
   expect "a router: taken down" "$taken_down" "$(removal 1 none)"
   for status in 0 1 104 105; do
     expect "policy $status: taken down" "policy-rc.d quenby stop;$taken_down" \

@@ -24,23 +24,26 @@ install_scripts() {
       "platform/service/$name" >"$scratch/bin/$name"
     chmod 755 "$scratch/bin/$name"
   done
+  sed "s|/usr/bin/sudo|$scratch/bin/real-sudo|" platform/service/as-root/sudo >"$scratch/bin/sudo"
+  chmod 755 "$scratch/bin/sudo"
 }
 
 # Each stand-in notes its call and says what the file of its name and of the words that tell its
-# questions apart says; without that file it fails with the status in $scratch/status, or 1.
+# questions apart says, and returns what the file of that name and ".status" says, or 0; without
+# that file it fails with the status in $scratch/status, or 1.
 install_stand_ins() {
   local name
-  for name in tc iptables ipset systemctl quenby check-files; do
+  for name in tc ipset systemctl quenby quenbyctl check-files; do
     cat >"$scratch/bin/$name" <<END
 #!/bin/sh
 echo "$name \$*" >>"$calls"
 case "$name \$*" in
-  "iptables -t "*) file=\$2 ;;
   "tc filter show dev "*) file=\$4-\${6%:} ;;
   "tc class show dev "*) file=\$4-class ;;
   *) file=$name ;;
 esac
 cat "$scratch/say/\$file" 2>/dev/null || exit "\$(cat "$scratch/status" 2>/dev/null || echo 1)"
+[ ! -e "$scratch/say/\$file.status" ] || exit "\$(cat "$scratch/say/\$file.status")"
 END
     chmod 755 "$scratch/bin/$name"
   done
@@ -122,13 +125,6 @@ all_well() {
   files '[global] wan=eth1 enabled=true download_speed=50 upload_speed=20' \
     '[amy] id=4 ip=10.0.0.1 download_speed=3 upload_speed=2'
   echo --load >"$wanted"
-  {
-    echo "-A POSTROUTING -j KAVO_QOS_FW_OUT_HOOK"
-    echo "-A KAVO_QOS_FW_OUT_HOOK ! -o eth1 -j RETURN"
-    for _ in {2..7}; do echo "-A KAVO_QOS_FW_OUT_HOOK -j SOMETHING"; done
-  } >"$scratch/say/mangle"
-  printf '%s\n' "-A PREROUTING -j QOS_CONNTRACK" "-A QOS_CONNTRACK -j ACCEPT" >"$scratch/say/raw"
-  echo "-P INPUT ACCEPT" >"$scratch/say/filter"
   printf 'Name: kavo_opt_shaper\nNumber of entries: 1\n' >"$scratch/say/ipset"
   echo "filter bpf" >"$scratch/say/eth1-8000"
   echo "filter bpf" >"$scratch/say/ifb_ingr-8000"
@@ -136,11 +132,11 @@ all_well() {
   echo active >"$scratch/say/systemctl"
 }
 
-# Call: is_missing WHAT COMMAND...   (what happened to the router)
-is_missing() {
+# Call: finds WHAT LINE...   (what verify says)
+finds() {
   all_well
-  (cd "$scratch/say" && "${@:2}")
-  expect "missing: $1 (${*:2})" "0 <5>missing: $1" "$(result missing)"
+  printf '%s\n' "${@:2}" >"$scratch/say/quenbyctl"
+  expect "found: $1" "0 <5>$1" "$(result missing)"
 }
 
 # Call: nothing_missing NAME COMMAND...
@@ -151,34 +147,18 @@ nothing_missing() {
 }
 
 test_missing() {
-  is_missing "the jump to KAVO_QOS_FW_OUT_HOOK" sed -i 1d mangle
-  is_missing "the rules for eth1" sed -i 's/! -o eth1/! -o eth10/' mangle
-  is_missing "rules of KAVO_QOS_FW_OUT_HOOK" sed -i 5d mangle
-  is_missing "the jump to QOS_CONNTRACK" sed -i 1d raw
-  is_missing "the rule of QOS_CONNTRACK" sed -i s/ACCEPT/RETURN/ raw
-  is_missing "the address set" rm ipset
-  is_missing "the addresses" sed -i 's/1$/0/' ipset
-  is_missing "the tree of eth1" rm eth1-8000
-  is_missing "the tree of ifb_ingr" rm ifb_ingr-8000
-  is_missing "the redirection to ifb_ingr" sed -i s/ifb_ingr/ifb_other/ eth1-ffff
-  is_missing "the tree of eth1, the tree of ifb_ingr" rm eth1-8000 ifb_ingr-8000
-  is_missing "the jump to KAVO_OPT_QOS_HOOK, the rules of KAVO_OPT_QOS_HOOK" \
-    sed -i s/upload_speed=20/upload_speed=0/ "$global"
-  is_missing "the rules of KAVO_QOS_FW_OUT_HOOK, imq0" sed -i /wan=/d "$global"
+  finds "missing: eth1 class 8000:4" "missing: eth1 class 8000:4"
+  finds "a; b; c" a b c
+  finds "a; b; c and 2 more" a b c d e
 }
 
 test_nothing_missing() {
+  local difference="missing: set address 10.0.0.1"
   nothing_missing "all is well" true
-  nothing_missing "an upload that is blocked has no tree" sh -c "
-    sed -i s/upload_speed=20/upload_speed=0/ '$global'; rm eth1-8000
-    echo '-A POSTROUTING -j KAVO_QOS_FW_OUT_HOOK' >mangle
-    printf '%s\n' '-A OSTREA_FW_OUT_HOOK -j KAVO_OPT_QOS_HOOK' '-A KAVO_OPT_QOS_HOOK -o eth1 -j DROP' >filter"
-  nothing_missing "the line alone has no classifier" \
-    sh -c "rm '$tariffs' *-8000; echo class >eth1-class; echo class >ifb_ingr-class"
-  nothing_missing "no address is stored" sh -c "sed -i 's/1\$/0/' ipset; sed -i /ip=/d '$tariffs'"
-  nothing_missing "the tables are locked" sh -c "rm mangle raw; echo 4 >../status"
-  nothing_missing "shaping is switched off" sh -c "sed -i s/true/false/ '$global'; rm *"
-  nothing_missing "the line is away" sh -c "rmdir ../net/eth1; rm *"
+  nothing_missing "shaping is switched off" \
+    sh -c "sed -i s/true/false/ '$global'; echo '$difference' >quenbyctl"
+  nothing_missing "the line is away" sh -c "rmdir ../net/eth1; echo '$difference' >quenbyctl"
+  nothing_missing "verify cannot tell" sh -c "rm -f quenbyctl; echo 2 >../status"
 }
 
 # What costs nothing, and asks nobody.
@@ -200,20 +180,18 @@ test_not_asked() {
   wait "$holder" 2>/dev/null || true
   holder=''
   all_well
-  expect "a look is a few commands" "iptables 2
-ipset 1
-tc 3" "$(result missing >/dev/null; cut -d ' ' -f 1 "$calls" | uniq -c | awk '{ print $2, $1 }')"
+  expect "a look is one command" "quenbyctl verify" "$(result missing >/dev/null; cat "$calls")"
 }
 
 test_note() {
   all_well
-  sed -i 1d "$scratch/say/raw"
+  echo "missing: set kavo_opt_shaper" >"$scratch/say/quenbyctl"
   expect "what stays missing is noted" \
-    "0 <4>still missing after a build, and not tried again: the jump to QOS_CONNTRACK" \
+    "0 <4>not restored, and not tried again: missing: set kavo_opt_shaper" \
     "$(result missing --note)"
   expect "and not asked for again" 1 "$(result missing)"
-  rm "$scratch/say/ipset"
-  expect "something else is" "0 <5>missing: the jump to QOS_CONNTRACK, the address set" \
+  echo "missing: eth1 class 8000:4" >>"$scratch/say/quenbyctl"
+  expect "something else is" "0 <5>missing: set kavo_opt_shaper; missing: eth1 class 8000:4" \
     "$(result missing)"
   all_well
   expect "nothing to note" 0 "$(result missing --note)"
@@ -238,7 +216,7 @@ shaped() { result shape "$1" | sed 's/in [0-9]*\.[0-9] s/in N s/'; }
 test_shape() {
   all_well
   rm "$wanted"
-  touch "$scratch"/say/{quenby,check-files}
+  touch "$scratch"/say/{quenby,quenbyctl,check-files}
   expect "the first start" "0" "$(result shape try)"
   holds "shaping is wanted" test -e "$wanted"
   expect "the files were tried" "check-files " "$(cat "$calls")"
@@ -247,16 +225,49 @@ test_shape() {
   echo --load >"$wanted"
   expect "another start" "0 <5>loaded 1 tariffs with 1 addresses on eth1 in N s" "$(shaped start)"
   expect "removes what stands" "quenby --stop --load" "$(grep quenby "$calls")"
-  expect "a restoration" "0 <5>restored 1 tariffs with 1 addresses on eth1 in N s" "$(shaped restore)"
-  expect "builds" "quenby --load" "$(grep quenby "$calls")"
-  expect "a reload" "0 <5>reloaded 1 tariffs with 1 addresses on eth1 in N s" "$(shaped reload)"
+  local done="1 tariffs with 1 addresses on eth1 in N s"
+  expect "a restoration" "0 <5>restored $done, differences mended: 0" "$(shaped restore)"
+  expect "repairs" "quenbyctl repair" "$(grep quenby "$calls")"
+  expect "a reload" "0 <5>reloaded $done, differences mended: 0" "$(shaped reload)"
   expect "tries the files first" "check-files 
-quenby --reload" "$(grep -v ipset "$calls")"
+quenbyctl repair" "$(grep -v ipset "$calls")"
+  printf '%s\n' 'mended missing: a' 'mended different: b: c' 'left missing: d' \
+    >"$scratch/say/quenbyctl"
+  echo 1 >"$scratch/say/quenbyctl.status"
+  expect "a reload that leaves something fails" "1 <5>reloaded $done, differences mended: 2
+<4>differences left: 1, the first: missing: d" "$(shaped reload)"
+  expect "a restoration has it noted" "0 <5>restored $done, differences mended: 2
+<4>differences left: 1, the first: missing: d" "$(shaped restore)"
+  : >"$scratch/say/quenbyctl"
+  expect "a repair that refuses the files" 1 "$(shaped restore)"
+  rm "$scratch"/say/quenbyctl*
+  echo 2 >"$scratch/status"
+  expect "a repair that cannot run" 2 "$(shaped reload)"
+  rm "$scratch/status"
   rmdir "$scratch/net/eth1"
   expect "no line yet" \
     "0 <5>loaded 1 tariffs with 1 addresses on eth1, which is not there yet, in N s" "$(shaped start)"
   sed -i s/true/false/ "$global"
   expect "switched off" "0 <5>shaping is switched off (enabled=false)" "$(shaped start)"
+}
+
+# A record of this boot is seen to by whoever watches it.
+test_shape_takes_back() {
+  local record kept=$scratch/config/tc_kept
+  all_well
+  mkdir -p "$kept"
+  touch "$scratch"/say/check-files
+  for record in change taking-back; do
+    echo '"boot": "11111111-2222-3333-4444-555555555555"' >"$kept/$record"
+    expect "a $record of another boot" "0" "$(result shape try)"
+    expect "is taken back before the files are tried" "quenbyctl apply --take-back
+check-files " "$(cat "$calls")"
+    echo "\"boot\": \"$(cat /proc/sys/kernel/random/boot_id)\"" >"$kept/$record"
+    expect "a $record of this boot" "0" "$(result shape try)"
+    expect "is left alone" "check-files " "$(cat "$calls")"
+    rm "$kept/$record"
+  done
+  rmdir "$kept"
 }
 
 test_shape_refuses() {
@@ -283,8 +294,28 @@ test_shape_stop() {
   expect "leaves it to the start" "" "$(grep quenby\  "$calls" | grep -v systemctl)"
 }
 
+# Call: as_root WANTED ARGUMENT...
+as_root() {
+  expect "as root: sudo ${*:2}" "$1" "$(result sudo "${@:2}")"
+}
+
+# Platforms call sudo in their own ways.
+test_as_root() {
+  printf '#!/bin/sh\necho "the real one: $*"\n' >"$scratch/bin/real-sudo"
+  chmod 755 "$scratch/bin/real-sudo"
+  as_root "0 -n" printf %s -n
+  as_root "0 said" -n echo said
+  as_root "0 said" --non-interactive echo said
+  as_root 1 false
+  as_root "0 the real one: -u nobody true" -n -u nobody true
+  as_root "0 the real one: -- true" -- true
+  as_root "0 the real one: VALUE=1 printenv VALUE" VALUE=1 printenv VALUE
+  as_root "0 the real one: "
+}
+
 install_scripts
 install_stand_ins
+test_as_root
 test_stored
 test_wan
 test_missing
@@ -293,6 +324,7 @@ test_not_asked
 test_note
 test_device
 test_shape
+test_shape_takes_back
 test_shape_refuses
 test_shape_stop
 finish
