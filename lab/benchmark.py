@@ -1,5 +1,5 @@
-"""Times the program's operations on the lab's router as tariffs grow, and weighs
-their leaf queues. scripts/benchmark runs it; emulation makes every figure larger
+"""Times the operations of both programs on the lab's router as tariffs grow, and weighs
+the tariffs' leaf queues. scripts/benchmark runs it; emulation makes every figure larger
 than on a router, so compare figures with each other.
 
 Call: python3 lab/benchmark.py QUENBY [TARIFFS...]
@@ -40,7 +40,10 @@ def store(count, kind):
 
 def seconds(*command):
     begin = time.monotonic()
-    run(*command)
+    # quenbyctl returns 1 for findings, which some of the lists give it.
+    status = subprocess.run(command, check=False, stdout=subprocess.DEVNULL).returncode
+    if status > ("quenbyctl" in command[0]):
+        sys.exit(f"Error: {' '.join(command)}: status {status}")
     return time.monotonic() - begin
 
 
@@ -51,6 +54,38 @@ def timed_row(quenby, count):
     steps = (("--load",), ("--tariff-add", str(ADDED)), ("--tariff-del", f"t{count:05}"),
              ("--stat",), ("--stop",))
     return [seconds(quenby, *options) for options in steps]
+
+
+def damage(count):
+    """Gives so many tariffs' upload classes another rate."""
+    lines = "".join(f"class change dev eth1 parent 8000:1 classid 8000:{n + 4:x} htb rate 8kbit\n"
+                    for n in range(count))
+    subprocess.run(["tc", "-batch", "-"], input=lines, text=True, check=True)
+
+
+def watched_row(quenby, count):
+    """Seconds of quenbyctl's subcommands beside those of the statistics, and of repairs."""
+    ctl = str(pathlib.Path(quenby).with_name("quenbyctl"))
+    store(count, "pfifo")
+    load = seconds(quenby, "--load")
+    times = [seconds(quenby, "--stat")]
+    times += [seconds(ctl, *words) for words in (
+        ("check",), ("plan",), ("who", "10.0.0.1"), ("verify",), ("export",))]
+    times.append(load)
+    for differences in (0, 1, 100):
+        damage(min(differences, count))
+        times.append(seconds(ctl, "repair"))
+    run(quenby, "--stop")
+    return times
+
+
+def print_watched(quenby, counts):
+    columns = ("--stat", "check", "plan", "who", "verify", "export", "--load", "repair 0",
+               "repair 1", "repair 100")
+    print("seconds of     " + " ".join(f"{name:>10}" for name in columns))
+    for count in counts:
+        row = " ".join(f"{time:10.2f}" for time in watched_row(quenby, count))
+        print(f"{count:6} tariffs {row}", flush=True)
 
 
 def used_kib():
@@ -91,6 +126,7 @@ def main():
         load, add, delete, stat, stop = timed_row(quenby, count)
         print(f"{count:6} tariffs {load:6.2f} {add:13.2f} {delete:13.2f} {stat:7.2f} {stop:7.2f}",
               flush=True)
+    print_watched(quenby, map(int, sys.argv[2:]))
     for kind in KINDS:
         print(f"KiB of a class with leaf {kind}: {weighed(quenby, kind):.1f}", flush=True)
 

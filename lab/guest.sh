@@ -61,7 +61,8 @@ _guest_share_fill() {
   ! _same_output || merged=1
   _guest_share=$(mktemp -d "${TMPDIR:-/tmp}/quenby-lab.XXXXXX")
   _guest_settings "$merged" >"$_guest_share/settings"
-  install -m 755 "$LAB_ROOT/lab/guest-run" "$LAB_ROOT/lab/guest-init-user-mode" "$_guest_share"
+  install -m 755 "$LAB_ROOT/lab/guest-run" "$LAB_ROOT/lab/guest-init-user-mode" \
+    "$LAB_ROOT/lab/guest-debian" "$_guest_share"
   [ -z "$LAB_DEBIAN_ROOT" ] || _guest_debian_fill
   : >"$_guest_share/stdout"
   : >"$_guest_share/stderr"
@@ -95,7 +96,7 @@ _guest_command_user_mode() {
 # emulated timer can miss every tick and stop the boot. mitigations=off and the
 # like: emulation pays dearly for what protects a real machine.
 _guest_command() {
-  local accelerator=(-accel 'tcg,thread=multi' -cpu max)
+  local accelerator=(-accel 'tcg,thread=multi' -cpu 'max,la57=off,smap=off,smep=off,pku=off')
   [ "$LAB_KVM" = 0 ] || accelerator=(-accel kvm -cpu host)
   guest_command=(
     qemu-system-x86_64 -no-user-config -nodefaults -no-reboot -display none
@@ -130,7 +131,7 @@ _guest_follow() {
   _guest_pids+=("$!")
 }
 
-# A kernel that is a program starts a session of its own, and leaves processes behind
+# A kernel that is a program starts a session of its own, and leaves processes running
 # when a signal ends it.
 _guest_end_processes() {
   [ "$LAB_IS_USER_MODE" = 0 ] || pkill -KILL -f "^/.* uml_dir=.*/${_guest_share##*/} " || true

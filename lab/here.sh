@@ -7,7 +7,7 @@
 # shellcheck shell=bash
 
 # Ends the namespaces. Killing unshare takes its child, the first process of the
-# process namespace, with it, and thereby everything in there.
+# process namespace, with it, and so everything in there.
 _here_cleanup() {
   if [ -n "${_here_pid-}" ]; then
     kill -KILL "$_here_pid" 2>/dev/null || true

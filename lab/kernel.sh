@@ -109,6 +109,13 @@ _initramfs_build() {
   rm -rf "$scratch"
 }
 
+# Copies N bytes and reads the rest too: the program before it in a pipe would die of
+# one that nobody reads.
+_first_bytes() {
+  head -c "$1"
+  cat >/dev/null
+}
+
 # Prints the kernel that the boot image FILE carries, see the kernel's
 # Documentation/arch/x86/boot.rst: payload_offset and payload_length count from the
 # end of the set-up sectors. The kernel's length follows its compressed form.
@@ -116,7 +123,7 @@ _vmlinux_of() {
   local file=$1 sectors place
   sectors=$(od -An -tu1 -j 497 -N 1 "$file")
   read -r -a place < <(od -An -tu4 -j 584 -N 8 "$file")
-  tail -c "+$(((sectors + 1) * 512 + place[0] + 1))" "$file" | head -c "${place[1]}" |
+  tail -c "+$(((sectors + 1) * 512 + place[0] + 1))" "$file" | _first_bytes "${place[1]}" |
     xz -dc --single-stream
 }
 

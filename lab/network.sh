@@ -4,8 +4,12 @@
 #
 #   inet 198.51.100.2 -- 198.51.100.1 eth1 [router] eth2 10.255.255.1 -- 10.255.255.2 lan
 #
+# and, once that is asked for, the same with IPv6:
+#
+#   inet 2001:db8:ffff:1::2 -- ::1 eth1 [router] eth2 2001:db8:ffff:2::1 -- ::2 lan
+#
 # Call: source lab/network.sh, then the functions below, or
-#       lab/network.sh up [WAN [LAN]] | down | subscribers ADDRESS... |
+#       lab/network.sh up [WAN [LAN]] | ipv6 | down | subscribers ADDRESS... |
 #                      imq-up [NAME] | imq-down [NAME] | platform
 # shellcheck shell=bash
 
@@ -23,6 +27,15 @@ NETWORK_INET_ADDRESS=198.51.100.2
 NETWORK_ROUTER_ADDRESS=10.255.255.1
 NETWORK_GATEWAY_ADDRESS=10.255.255.2
 NETWORK_PREFIX=10.0.0.0/8
+# Subscribers have any address of the first half of 2001:db8::/32.
+NETWORK_INET_ADDRESS6=2001:db8:ffff:1::2
+NETWORK_GATEWAY_ADDRESS6=2001:db8:ffff:2::2
+NETWORK_PREFIX6=2001:db8::/33
+
+NETWORK_WAN_MAC=02:00:00:00:01:01
+NETWORK_INET_MAC=02:00:00:00:01:02
+NETWORK_LAN_MAC=02:00:00:00:02:01
+NETWORK_GATEWAY_MAC=02:00:00:00:02:02
 
 _network_folder=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 
@@ -48,7 +61,7 @@ _network_no_offload() {
   "${enter[@]}" ethtool -K "$device" gso off tso off gro off >/dev/null
 }
 
-# Only IPv4 packets of the tests shall show up in counters.
+# Only packets of the tests shall show up in counters.
 _network_sysctl() {
   "$@" sysctl -q -w net.ipv6.conf.all.disable_ipv6=1 net.ipv6.conf.default.disable_ipv6=1 \
     net.ipv4.conf.all.rp_filter=0 net.ipv4.conf.default.rp_filter=0
@@ -85,7 +98,7 @@ _network_cable() {
   _network_no_offload "$namespace" "$peer"
 }
 
-# Builds the network anew. Arguments or NETWORK_WAN and NETWORK_LAN name the
+# Builds the network, after removing one that stands. Arguments or NETWORK_WAN and NETWORK_LAN name the
 # router's devices.
 network_up() {
   network_require_lab || return
@@ -102,11 +115,40 @@ network_up() {
     _network_sysctl ip netns exec "$namespace"
     ip -n "$namespace" link set lo up
   done
-  _network_cable "$NETWORK_WAN" 02:00:00:00:01:01 "$NETWORK_WAN_ADDRESS" \
-    "$NETWORK_INET_NS" inet0 02:00:00:00:01:02 "$NETWORK_INET_ADDRESS" 24 "$NETWORK_INET_CARD"
-  _network_cable "$NETWORK_LAN" 02:00:00:00:02:01 "$NETWORK_ROUTER_ADDRESS" \
-    "$NETWORK_LAN_NS" lan0 02:00:00:00:02:02 "$NETWORK_GATEWAY_ADDRESS" 30
+  _network_cable "$NETWORK_WAN" "$NETWORK_WAN_MAC" "$NETWORK_WAN_ADDRESS" \
+    "$NETWORK_INET_NS" inet0 "$NETWORK_INET_MAC" "$NETWORK_INET_ADDRESS" 24 "$NETWORK_INET_CARD"
+  _network_cable "$NETWORK_LAN" "$NETWORK_LAN_MAC" "$NETWORK_ROUTER_ADDRESS" \
+    "$NETWORK_LAN_NS" lan0 "$NETWORK_GATEWAY_MAC" "$NETWORK_GATEWAY_ADDRESS" 30
   ip route add "$NETWORK_PREFIX" via "$NETWORK_GATEWAY_ADDRESS" dev "$NETWORK_LAN"
+}
+
+# Gives a device IPv6, an address, and its neighbour, without anything that it
+# would send on its own. Call: _network_ipv6_end [NAMESPACE] DEVICE ADDRESS NEIGHBOUR MAC
+_network_ipv6_end() {
+  local enter=() device address neighbour mac
+  [ $# -eq 4 ] || { enter=(ip netns exec "$1"); shift; }
+  device=$1 address=$2 neighbour=$3 mac=$4
+  "${enter[@]}" ip link set "$device" addrgenmode none
+  "${enter[@]}" sysctl -q -w "net.ipv6.conf.$device.accept_ra=0" \
+    "net.ipv6.conf.$device.router_solicitations=0" "net.ipv6.conf.$device.disable_ipv6=0"
+  "${enter[@]}" ip address add "$address/64" dev "$device" nodad
+  "${enter[@]}" ip neighbour replace "$neighbour" lladdr "$mac" dev "$device" nud permanent
+}
+
+# Makes the network dual-stack. Only its own devices have IPv6.
+network_add_ipv6() {
+  network_require_lab || return
+  local wan=2001:db8:ffff:1::1 lan=2001:db8:ffff:2::1 namespace
+  sysctl -q -w net.ipv6.conf.all.forwarding=1
+  _network_ipv6_end "$NETWORK_WAN" "$wan" "$NETWORK_INET_ADDRESS6" "$NETWORK_INET_MAC"
+  _network_ipv6_end "$NETWORK_LAN" "$lan" "$NETWORK_GATEWAY_ADDRESS6" "$NETWORK_GATEWAY_MAC"
+  _network_ipv6_end "$NETWORK_INET_NS" inet0 "$NETWORK_INET_ADDRESS6" "$wan" "$NETWORK_WAN_MAC"
+  _network_ipv6_end "$NETWORK_LAN_NS" lan0 "$NETWORK_GATEWAY_ADDRESS6" "$lan" "$NETWORK_LAN_MAC"
+  ip -n "$NETWORK_INET_NS" route add default via "$wan"
+  ip -n "$NETWORK_LAN_NS" route add default via "$lan"
+  ip route add "$NETWORK_PREFIX6" via "$NETWORK_GATEWAY_ADDRESS6" dev "$NETWORK_LAN"
+  # A program binds to an address of a local route as to any other.
+  in_lan sysctl -q -w net.ipv6.conf.lo.disable_ipv6=0 net.ipv6.ip_nonlocal_bind=1
 }
 
 # Gives the subscriber namespace addresses or whole ranges (10.0.3.0/24). A route
@@ -118,7 +160,7 @@ network_add_subscribers() {
   printf 'route replace local %s dev lo\n' "$@" | ip -n "$NETWORK_LAN_NS" -batch -
   local address
   for address in "$@"; do
-    [[ $address == 10.* ]] ||
+    [[ $address == 10.* || $address == *:* ]] ||
       echo "route replace $address via $NETWORK_GATEWAY_ADDRESS dev $NETWORK_LAN"
   done | ip -batch -
 }
@@ -173,8 +215,10 @@ network_iperf_stop() {
 # Call: network_rate download|upload ADDRESS [SECONDS [SKIPPED_SECONDS [PORT]]]
 network_rate() {
   local direction=$1 address=$2 seconds=${3:-4} skipped=${4:-0} port=${5:-5201} reverse=()
+  local server=$NETWORK_INET_ADDRESS
+  [[ $address != *:* ]] || server=$NETWORK_INET_ADDRESS6
   [ "$direction" != download ] || reverse=(--reverse)
-  in_lan iperf3 --json --client "$NETWORK_INET_ADDRESS" --bind "$address" --port "$port" \
+  in_lan iperf3 --json --client "$server" --bind "$address" --port "$port" \
     --time "$seconds" --omit "$skipped" "${reverse[@]}" |
     python3 -c 'import json, sys
 result = json.load(sys.stdin)
@@ -224,6 +268,7 @@ _network_main() {
   [ $# -eq 0 ] || shift
   case $command in
     up) network_up "$@" ;;
+    ipv6) network_add_ipv6 ;;
     down) network_down ;;
     subscribers) network_add_subscribers "$@" ;;
     imq-up) imq_standin_up "$@" ;;

@@ -13,7 +13,7 @@ from dataclasses import asdict, replace
 
 from change import LiveChange
 from counters import DEVICES, ROOT_CLASS, Meter, parse_classes, watch_addresses
-from measure import row, row_problems, run_passes, say
+from measure import ALONE_AND_TOGETHER, TOGETHER_ALONE, row, row_problems, run_passes, say
 from plan import class_numbers, default_subscriber, read_tariffs
 from report import table
 
@@ -21,7 +21,7 @@ EXAMPLES = "examples"
 STORED = "/config/tc/tc_tariff.ini"
 LINE = "/tmp/line.ini"
 SUBSCRIBERS = "/tmp/subscribers.ini"
-FREE_ADDRESS = "10.0.200.9"
+FREE_ADDRESSES = ("10.0.200.9", "2001:db8:0:c800::9")
 CHANGED_FILE = f"{EXAMPLES}/tariff_update.ini"
 ADDED_FILE = f"{EXAMPLES}/tariff_add.ini"
 DELETED = "4714 Weaver"
@@ -41,7 +41,7 @@ class Demo:
         self.changed = read_tariffs(CHANGED_FILE)
         self.added = read_tariffs(ADDED_FILE)
         self.without = default_subscriber(
-            f"{EXAMPLES}/tc_global.ini.example", "(no tariff)", FREE_ADDRESS)
+            f"{EXAMPLES}/tc_global.ini.example", "(no tariff)", FREE_ADDRESSES)
 
     def command(self, *options):
         """Runs the program and shows how."""
@@ -55,6 +55,7 @@ class Demo:
     def build_network(self):
         say("Building the network: internet host, router, subscribers")
         run("lab/network.sh", "up")
+        run("lab/network.sh", "ipv6")
         run("lab/network.sh", "subscribers", *self.addresses())
         run("lab/network.sh", "platform")
         watch_addresses(self.addresses())
@@ -67,10 +68,10 @@ class Demo:
         self.tariffs = with_numbers(self.tariffs)
         self.meter = Meter()
 
-    def measure(self, title, subscribers):
+    def measure(self, title, subscribers, ways):
         say(title)
-        passes = run_passes(self.meter, subscribers)
-        rows = [row(subscriber, passes) for subscriber in subscribers]
+        passes = run_passes(self.meter, subscribers, ways)
+        rows = [row(subscriber, way, passes) for subscriber in subscribers for way in ways]
         say("\n" + "\n".join(table(rows)) + "\n")
         for measurement in passes:
             self.problems += measurement.problems
@@ -120,10 +121,10 @@ class Demo:
     def run(self):
         self.build_network()
         self.load()
-        self.measure("Measuring every tariff and an address without one",
-                     [*self.tariffs.values(), self.without])
+        self.measure("Measuring every tariff and addresses without one",
+                     [*self.tariffs.values(), self.without], ALONE_AND_TOGETHER)
         self.edit()
-        self.measure("Measuring again", self.after_edits())
+        self.measure("Measuring again", self.after_edits(), TOGETHER_ALONE)
         self.statistics()
 
 

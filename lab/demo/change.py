@@ -68,12 +68,12 @@ class LiveChange:
 
     def unclassified(self):
         """Packets that passed while the changed class did not exist: it is removed
-        and made anew, and meanwhile its packets go to the system class."""
+        and made again, and meanwhile its packets go to the system class."""
         return {direction: self.difference.counted(direction, SYSTEM_CLASS).packets
                 for direction in DIRECTIONS}
 
     def problems(self):
-        # The counters of the changed class began anew. Nobody else's may have
+        # The counters of the changed class began at 0 again. Nobody else's may have
         # been touched, so what the system class got was the changed one's.
         found = self.difference.misplaced(
             [self.old, self.other], without=(self.old.class_number, SYSTEM_CLASS))

@@ -10,20 +10,21 @@ import subprocess
 import time
 from collections import namedtuple
 
-from plan import DIRECTIONS
+from plan import DIRECTIONS, FAMILIES, family
 
 Count = namedtuple("Count", "packets bytes")
 
 DEVICES = {"download": "ifb_ingr", "upload": "eth1"}
 # Where packets arrive: namespace, device and the rule's name for a subscriber.
 _ENDS = {"download": ("lan", "lan0", "-d"), "upload": ("inet", "inet0", "-s")}
+_TABLES = {"IPv4": "iptables", "IPv6": "ip6tables"}
 ROOT_CLASS = 1
 SYSTEM_CLASS = 2  # takes what no classifier sends elsewhere
 # A queueing discipline counts the Ethernet header, the rules at the ends do not.
 ETHERNET_HEADER = 14
 
 _CLASS = re.compile(r"^class htb 8000:([0-9a-f]+) .*?Sent (\d+) bytes (\d+) pkt", re.M | re.S)
-_RULE = re.compile(r"^\[(\d+):(\d+)\] -A PREROUTING -[sd] ([0-9.]+)/32 ", re.M)
+_RULE = re.compile(r"^\[(\d+):(\d+)\] -A PREROUTING -[sd] ([0-9a-f.:]+)/(?:32|128) ", re.M)
 
 
 def _in_namespace(direction, *command):
@@ -33,10 +34,12 @@ def _in_namespace(direction, *command):
 def watch_addresses(addresses):
     """Makes the counting rules at both ends."""
     for direction, (_, device, match) in _ENDS.items():
-        lines = [f"-A PREROUTING {match} {address} -i {device}" for address in addresses]
-        rules = "\n".join(["*mangle", *lines, "COMMIT", ""])
-        command = _in_namespace(direction, "iptables-restore", "--noflush")
-        subprocess.run(command, input=rules, text=True, check=True)
+        for kind, table in _TABLES.items():
+            lines = [f"-A PREROUTING {match} {address} -i {device}" for address in addresses
+                     if family(address) == kind]
+            rules = "\n".join(["*mangle", *lines, "COMMIT", ""])
+            command = _in_namespace(direction, f"{table}-restore", "--noflush")
+            subprocess.run(command, input=rules, text=True, check=True)
 
 
 def _outputs(commands):
@@ -68,10 +71,11 @@ class Snapshot:
     def __init__(self):
         outputs = _outputs(
             [["tc", "-s", "class", "show", "dev", DEVICES[direction]] for direction in DIRECTIONS]
-            + [_in_namespace(direction, "iptables-save", "-c", "-t", "mangle")
-               for direction in DIRECTIONS])
+            + [_in_namespace(direction, f"{_TABLES[kind]}-save", "-c", "-t", "mangle")
+               for kind in FAMILIES for direction in DIRECTIONS])
         self.classes = dict(zip(DIRECTIONS, map(parse_classes, outputs[:2])))
-        self.arrived = dict(zip(DIRECTIONS, map(parse_rules, outputs[2:])))
+        self.arrived = {direction: {**parse_rules(old), **parse_rules(new)}
+                        for direction, old, new in zip(DIRECTIONS, outputs[2:4], outputs[4:])}
 
     def __eq__(self, other):
         return self.classes == other.classes and self.arrived == other.arrived

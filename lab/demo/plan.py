@@ -1,15 +1,33 @@
 """What the demo measures: subscribers, read from the example files."""
 
+import ipaddress
 from dataclasses import dataclass, replace
 
 DEFAULT_SECTION = "defaultqosipqueue"
 DEFAULT_CLASS = 3
 DIRECTIONS = ("download", "upload")
+FAMILIES = ("IPv4", "IPv6")
+
+
+# A host, in a network of a subscriber who has several.
+_HOST, _NETWORK_BITS, _NETWORK = 0x10, 64, 0x42
+
+
+def family(address):
+    return "IPv6" if ":" in address else "IPv4"
+
+
+def address_in(prefix):
+    """An address of a prefix, in the form in which the kernel's tools print it."""
+    network = ipaddress.IPv6Network(prefix)
+    host_bits = network.max_prefixlen - network.prefixlen
+    number = (_NETWORK << _NETWORK_BITS | _HOST) % (1 << host_bits)
+    return str(network.network_address + number)
 
 
 @dataclass(frozen=True)
 class Subscriber:
-    """Addresses that share one class, and that class's ceilings in kbit/s."""
+    """Addresses of both families that share one class, and that class's ceilings in kbit/s."""
 
     name: str
     class_number: int
@@ -41,7 +59,8 @@ def _subscriber(name, keys):
     return Subscriber(
         name=name,
         class_number=int(values.get("id", 0)),
-        addresses=tuple(value.split("/")[0] for key, value in keys if key == "ip"),
+        addresses=(*(value.split("/")[0] for key, value in keys if key == "ip"),
+                   *(address_in(value) for key, value in keys if key == "ip6")),
         download=int(values["download_speed"]),
         upload=int(values["upload_speed"]),
         queue=values.get("queuing_discipline", "none"),
@@ -58,10 +77,10 @@ def class_numbers(path):
     return {name: tariff.class_number for name, tariff in read_tariffs(path).items()}
 
 
-def default_subscriber(path, name, address):
+def default_subscriber(path, name, addresses):
     """A subscriber without a tariff, who shares the default tariff's class."""
     default = _subscriber(name, read_sections(path)[DEFAULT_SECTION])
-    return replace(default, class_number=DEFAULT_CLASS, addresses=(address,), queue="fq_codel")
+    return replace(default, class_number=DEFAULT_CLASS, addresses=addresses, queue="fq_codel")
 
 
 def groups(subscribers, direction, limit):

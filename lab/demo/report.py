@@ -1,21 +1,24 @@
 """Tables of measured rates and counted packets."""
 
-from plan import DIRECTIONS
+from plan import DIRECTIONS, FAMILIES, family
 
-_TITLES = ("tariff", "queue", "addr.", "Mbit/s", "measured", "share", "Mbit/s", "measured",
+_TITLES = ("tariff", "queue", "over", "addr.", "Mbit/s", "measured", "share", "Mbit/s", "measured",
            "share", "down", "up")
-_LEFT = 2  # columns that are aligned to the left
+_LEFT = 3  # columns that are aligned to the left
 _GROUPS = ((3, "download"), (3, "upload"), (2, "packets counted"))
 
 
 def _cells(row):
     subscriber = row["subscriber"]
-    cells = [subscriber.name, subscriber.queue, str(len(subscriber.addresses))]
+    families = FAMILIES if row["over"] == "both" else (row["over"],)
+    count = sum(family(address) in families for address in subscriber.addresses)
+    cells = [subscriber.name, subscriber.queue, row["over"], str(count)]
     for direction in DIRECTIONS:
         measured = row[direction]
         cells += [f"{measured['configured'] / 1000:.2f}", f"{measured['measured'] / 1000:.2f}",
                   f"{measured['share'] * 100:.1f} %"]
-    return cells + [str(row[direction]["packets"]) for direction in DIRECTIONS]
+    return cells + [str(row[direction]["packets"]) if row["over"] == "both" else ""
+                    for direction in DIRECTIONS]
 
 
 def _widths(lines):

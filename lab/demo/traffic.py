@@ -13,7 +13,10 @@ import socket
 import time
 from contextlib import contextmanager
 
-INTERNET_ADDRESS = "198.51.100.2"
+from plan import FAMILIES, family
+
+INTERNET_ADDRESSES = {"IPv4": "198.51.100.2", "IPv6": "2001:db8:ffff:1::2"}
+SOCKETS = {"IPv4": socket.AF_INET, "IPv6": socket.AF_INET6}
 INTERNET_NAMESPACE = "inet"
 LAN_NAMESPACE = "lan"
 
@@ -61,17 +64,18 @@ def namespace(name):
 
 def _connect(address):
     """A connection that ADDRESS opens to the internet host: (its end, the host's end)."""
+    kind = family(address)
     with namespace(INTERNET_NAMESPACE):
-        listener = socket.create_server((INTERNET_ADDRESS, 0))
+        listener = socket.create_server((INTERNET_ADDRESSES[kind], 0), family=SOCKETS[kind])
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
     with namespace(LAN_NAMESPACE):
-        near = socket.socket()
+        near = socket.socket(SOCKETS[kind])
         near.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, RECEIVE_BUFFER)
     with listener:
         listener.settimeout(CLOSE_LIMIT)
         near.settimeout(CLOSE_LIMIT)
         near.bind((address, 0))
-        near.connect(listener.getsockname())
+        near.connect(listener.getsockname()[:2])
         far, _ = listener.accept()
     return near, far
 
@@ -80,6 +84,7 @@ class Flow:
     """One connection of a subscriber that carries data in one direction."""
 
     def __init__(self, address, direction):
+        self.family = family(address)
         near, far = _connect(address)
         self.sender, self.receiver = (far, near) if direction == "download" else (near, far)
         self.sender.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, SEND_BUFFER)
@@ -169,10 +174,15 @@ class Transfer:
     def __init__(self, subscribers, direction):
         self.samples = []  # (seconds, {name: bytes received so far})
         self._windows = []
+        self._families = FAMILIES
         self._flows = {
             subscriber.name: [Flow(address, direction) for address in subscriber.addresses]
             for subscriber in subscribers
         }
+
+    def send_over(self, families):
+        """Others pause from now on, and what still arrives of them is in no window."""
+        self._families = families
 
     def window(self, begin, length):
         """Asks for a measurement; begin and length in seconds."""
@@ -186,20 +196,22 @@ class Transfer:
         now = due = held_up = 0.0
         while not until(now):
             for flow in flows:
-                flow.push()
+                if flow.family in self._families:
+                    flow.push()
                 flow.pull()
             before, now = now, time.monotonic() - start
             held_up = now if now - before > HOLD_UP else held_up
             for window in self._windows:
                 window.update(now, now - held_up, self._counts)
             if now >= due:
-                self.samples.append((now, self._counts()))
+                self.samples.append((now, {name: self.total(name) for name in self._flows}))
                 due = now + SAMPLE_PERIOD
             time.sleep(TICK)
         _close_all(flows)
 
     def _counts(self):
-        return {name: self.total(name) for name in self._flows}
+        return {name: sum(flow.received for flow in flows if flow.family in self._families)
+                for name, flows in self._flows.items()}
 
     def total(self, name):
         return sum(flow.received for flow in self._flows[name])
