@@ -5,6 +5,7 @@ afterwards equals what was worked out by hand, and so do the stored files.
 Call: scripts/lab tests/kernel/edit_test.py PROGRAM
 """
 
+import json
 import pathlib
 import re
 import unittest
@@ -13,8 +14,8 @@ import router_state
 import state_test
 from cases import state_lines
 from packets import Connection
-from router import (GLOBAL_FILE, TARIFF_FILE, Router, program_path, shell, use_legacy_iptables,
-                    use_plain_sudo)
+from router import (GLOBAL_FILE, TARIFF_FILE, Router, command, program_path, shell,
+                    use_legacy_iptables, use_plain_sudo)
 from tc_dump import htb_classes
 
 GIVEN = pathlib.Path("/run/given.ini")
@@ -179,6 +180,20 @@ class Tariffs(EditTest):
         rates = dict(found)
         self.assertEqual({"8000:1": "6250000", "8000:2": "8", "8000:4": "568181",
                           "8000:5": "284090", "8000:6": "5397727"}, rates)
+
+    def test_a_plan_sees_what_is_missing(self):
+        program = pathlib.Path(state_test.ROUTER.program)
+        GIVEN.write_text(NEW_FILE, encoding="ascii")
+        missing = ("anew", "rebuild: something that a change relies on is missing")
+        standing = ("in place", "only the changed tariffs' own objects differ")
+        for change, wanted in (("true", standing), ("ipset flush kavo_opt_shaper", missing),
+                               (f"{program} --load", standing),
+                               ("tc qdisc del dev eth1 root", missing)):
+            with self.subTest(change):
+                shell(change)
+                planned = json.loads(command(program.with_name("quenbyctl"), "plan", "--json",
+                                             "tariff-add", GIVEN))
+                self.assertEqual(wanted, (planned["way"], planned["reason"]))
 
 
 for edit_name, edit in EDITS.items():

@@ -13,8 +13,8 @@ import unittest
 
 import router_state
 from faults import DEVICES, FAULTS, LINE, MODES
-from router import (GLOBAL_FILE, IMQ, TARIFF_FILE, Router, program_path, use_idle_sudo,
-                    use_legacy_iptables)
+from router import (GLOBAL_FILE, IMQ, TARIFF_FILE, Router, make_device, program_path,
+                    renew_devices, use_idle_sudo, use_legacy_iptables)
 
 ROUTER = None
 PROGRAM = program_path()
@@ -24,9 +24,7 @@ GIVEN = pathlib.Path("/run/given.ini")
 def reset():
     """The bare router with a fresh line."""
     ROUTER.reset(imq=True)
-    subprocess.run(["ip", "-force", "-batch", "-"], input=(
-        f"link del {LINE}\nlink add {LINE} type dummy\nlink set {LINE} up\n"), text=True,
-        capture_output=True, check=False)
+    renew_devices(LINE)
 
 
 class Faults(unittest.TestCase):
@@ -76,6 +74,5 @@ if __name__ == "__main__":
     use_legacy_iptables()
     os.environ["QUENBY"] = PROGRAM
     ROUTER = Router(PROGRAM)
-    subprocess.run(["ip", "link", "add", IMQ, "type", "ifb"], check=True)
-    subprocess.run(["ip", "link", "set", IMQ, "up"], check=True)
+    make_device(IMQ, "ifb")
     unittest.main(verbosity=2)

@@ -14,14 +14,16 @@ network_require_lab
 
 SCRIPT=/opt/ostrea/sbin/firewall.init
 
-# All rules and sets, without counters. The raw and mangle tables exist in the
-# kernel only after their first use; -S makes them.
+# The chains that are no table's own, and all rules, by table. Call: made_in iptables|ip6tables
+made_in() {
+  "$1-save" | awk '/^[*]/ { table = $1 } /^:/ && $2 == "-" { print table, $1 }
+    /^-/ { print table, $0 }' | sort --stable --key 1,1
+}
+
+# All rules and sets, without counters.
 state() {
-  local table
-  for table in raw mangle nat filter; do
-    echo "# $table"
-    iptables -w -t "$table" -S
-  done
+  made_in iptables
+  made_in ip6tables
   ipset save | sed 's/ initval 0x[0-9a-f]*//'
 }
 
@@ -96,6 +98,25 @@ test_start() {
   holds "the shaper's creation of the set is taken" create_set_like_shaper
 }
 
+# By the stored settings, and by the shaper's note while they do not say so yet.
+test_ip6() {
+  expect "IPv6 is not shaped: no rules" "$ip6_before" "$(made_in ip6tables)"
+  expect "IPv6 is not shaped: no set" 1 "$(ipset -n list | wc -l)"
+  mkdir -p /config/tc
+  echo "ipv6=false" >/config/tc/tc_global.ini
+  start
+  expect "IPv6 is switched off: no rules" "$ip6_before" "$(made_in ip6tables)"
+  echo "ipv6=true" >/config/tc/tc_global.ini
+  start
+  expect "IPv6: the same" "$(made_in iptables)" "$(made_in ip6tables)"
+  holds "IPv6: set" grep -q '^create kavo_opt_shaper6 hash:net family inet6 .*skbinfo' <(ipset save)
+  rm /config/tc/tc_global.ini
+  stop
+  touch /run/quenby-ipv6
+  start
+  expect "IPv6 is noted: the same" "$(made_in iptables)" "$(made_in ip6tables)"
+}
+
 # What the shaper leaves in the chains while it is active.
 fill_like_shaper() {
   iptables -w -t mangle -A KAVO_QOS_FW_OUT_HOOK -j SET --map-set kavo_opt_shaper src --map-mark
@@ -125,6 +146,9 @@ test_repair() {
   before=$(state)
   iptables -w -t mangle -D POSTROUTING -j KAVO_QOS_FW_OUT_HOOK
   iptables -w -t filter -D INPUT -j OSTREA_FW_IN_HOOK
+  ip6tables -w -t mangle -D POSTROUTING -j KAVO_QOS_FW_OUT_HOOK
+  ip6tables -w -t raw -F QOS_CONNTRACK
+  ipset destroy kavo_opt_shaper6
   start
   expect "start puts jumps back" "$before" "$(state)"
 }
@@ -230,7 +254,9 @@ run_all() {
   stop
   expect "stop before start changes nothing" "$pristine" "$(state)"
   test_arguments
+  ip6_before=$(made_in ip6tables)
   test_start
+  test_ip6
   started=$(state)
   test_repeat
   test_repair
@@ -245,7 +271,9 @@ run_all() {
 network_up
 network_add_subscribers 10.0.0.7
 platform_install
-update-alternatives --set iptables "/usr/sbin/iptables-$1" >/dev/null
+for name in iptables ip6tables; do
+  update-alternatives --set "$name" "/usr/sbin/$name-$1" >/dev/null
+done
 echo "== $(iptables --version)"
 run_all
 finish

@@ -10,8 +10,8 @@ import subprocess
 import unittest
 
 import router_state
-from router import (IFB, IMQ, TARIFF_FILE, Router, program_path, use_idle_sudo,
-                    use_legacy_iptables)
+from router import (IFB, IMQ, TARIFF_FILE, Router, make_device, program_path, renew_devices,
+                    use_idle_sudo, use_legacy_iptables)
 
 ROUTER = None
 GIVEN = pathlib.Path("/run/given.ini")
@@ -113,9 +113,7 @@ class InPlace(unittest.TestCase):
 
     def reset(self):
         ROUTER.reset(imq=True)
-        subprocess.run(["ip", "-force", "-batch", "-"], input=(
-            f"link del {LINE}\nlink add {LINE} type dummy\nlink set {LINE} up\n"), text=True,
-            capture_output=True, check=False)
+        renew_devices(LINE)
 
     def read(self):
         return router_state.read_state(DEVICES)
@@ -149,6 +147,5 @@ if __name__ == "__main__":
     use_idle_sudo()
     use_legacy_iptables()
     ROUTER = Router(program_path())
-    subprocess.run(["ip", "link", "add", IMQ, "type", "ifb"], check=True)
-    subprocess.run(["ip", "link", "set", IMQ, "up"], check=True)
+    make_device(IMQ, "ifb")
     unittest.main(verbosity=2)

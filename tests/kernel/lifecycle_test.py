@@ -10,7 +10,8 @@ import unittest
 import router_state
 from cases import load_cases
 from packets import Connection
-from router import GLOBAL_FILE, TARIFF_FILE, Router, program_path, shell, use_plain_sudo
+from router import (GLOBAL_FILE, TARIFF_FILE, Router, program_path, shell, use_legacy_iptables,
+                    use_plain_sudo)
 
 ROUTER = None
 CASES = {case.name: case for case in load_cases()}
@@ -118,5 +119,6 @@ class ImqTest(Lifecycle):
 
 if __name__ == "__main__":
     use_plain_sudo()
+    use_legacy_iptables()
     ROUTER = Router(program_path())
     unittest.main(verbosity=2)

@@ -89,10 +89,35 @@ test_names() {
   network_up eth1 eth2
 }
 
+ping6_up() { in_lan ping -q -c "${2:-1}" -i 0.2 -W 2 -I "$1" "$NETWORK_INET_ADDRESS6" >/dev/null; }
+ping6_down() { in_inet ping -q -c 1 -W 2 "$1" >/dev/null; }
+
+test_dual_stack() {
+  local before up
+  fails "IPv6 is off" ping6_up 2001:db8:0:1200::10
+  network_add_ipv6
+  network_add_subscribers 2001:db8:0:1200::10 2001:db8:0:1100::/56
+  for address in 2001:db8:0:1200::10 2001:db8:0:11ff::ffff; do
+    holds "upload from $address" ping6_up "$address"
+    holds "download to $address" ping6_down "$address"
+  done
+  fails "an address of nobody is not reached" ping6_down 2001:db8:0:1200::11
+  holds "IPv4 passes too" ping_up 10.0.16.0
+  up=$(network_rate upload 2001:db8:0:1200::10 2)
+  holds "TCP upload over IPv6 ($up Mbit/s)" at_least "$up" 1
+  # What a device says of itself when it gets its address comes within seconds.
+  sleep 2
+  before=$(counter "$NETWORK_WAN" rx_packets)
+  ping6_up 2001:db8:0:1200::10 5
+  sleep 1
+  expect "5 echoes are 5 packets on the WAN" 5 "$(($(counter "$NETWORK_WAN" rx_packets) - before))"
+}
+
 test_names
 test_addresses
 test_quiet
 test_rates
 test_frames
 test_imq_standin
+test_dual_stack
 finish

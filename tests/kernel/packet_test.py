@@ -5,6 +5,9 @@ whatever the default section and the global speeds are.
 Call: scripts/lab tests/kernel/packet_test.py PROGRAM
 """
 
+import contextlib
+import json
+import pathlib
 import subprocess
 import unittest
 
@@ -215,6 +218,66 @@ class ImqPacketTest(unittest.TestCase):
         self.load(default=False)
         self.check_addresses()
         self.assertEqual({DIRECT: UP + DOWN}, self.exchange("10.0.32.0"))
+
+
+class WhoTest(unittest.TestCase):
+    """The class that `quenbyctl who` names for an address is the one that counts its packets."""
+
+    PREFIXES = {"a": "2001:db8:0:1200::/56", "b": "2001:db8:0:1203::/64",
+                "last": "2001:db8:0:1203::5"}
+    # Each with its tariff, if it has one, and the class number.
+    ADDRESSES = {"10.0.0.4": ("a", 4), "10.0.0.5": ("b", 5), "10.2.3.0": ("last", 15000),
+                 STRANGER: (None, 3), "2001:db8:0:12ff::9": ("a", 4),
+                 "2001:db8:0:1203::6": ("b", 5), "2001:db8:0:1203::5": ("last", 15000),
+                 "2001:db8:0:1300::9": (None, 3)}
+
+    @classmethod
+    def setUpClass(cls):
+        ROUTER.reset()
+        shell("network_add_ipv6; network_add_subscribers 2001:db8:0:1000::/52")
+        tariffs = TARIFFS
+        for name, prefix in cls.PREFIXES.items():
+            tariffs = tariffs.replace(f"[{name}]\n", f"[{name}]\nip6={prefix}\n")
+        settings = global_text(100000, True).replace("enabled=true\n", "enabled=true\nipv6=true\n")
+        ROUTER.load(settings, tariffs)
+
+    def who(self, *addresses):
+        program = pathlib.Path(ROUTER.program).with_name("quenbyctl")
+        done = subprocess.run([program, "who", "--json", *addresses], stdout=subprocess.PIPE,
+                              check=True)
+        return json.loads(done.stdout)["addresses"]
+
+    @staticmethod
+    def named(one):
+        """The device and minor number of each class."""
+        return {c["direction"]: (c["device"], int(c["class"].split(":")[1], 16))
+                for c in one["classes"]}
+
+    def test_of_both_families(self):
+        with contextlib.ExitStack() as stack:
+            counted = {}
+            for address in self.ADDRESSES:
+                before = counters(WAN), counters(IFB)
+                connection = stack.enter_context(Connection(address))
+                self.assertEqual((UP, DOWN), (connection.upload(UP), connection.answer(DOWN)))
+                counted[address] = (added(before[0], counters(WAN)), added(before[1], counters(IFB)))
+            for one in self.who(*self.ADDRESSES):
+                with self.subTest(one["address"]):
+                    self.check(one, counted[one["address"]])
+
+    def check(self, one, counted):
+        tariff, number = self.ADDRESSES[one["address"]]
+        self.assertEqual(({number: UP}, {number: DOWN}), counted)
+        self.assertEqual({"upload": (WAN, number), "download": (IFB, number)}, self.named(one))
+        self.assertEqual([tariff] if tariff else [], one["tariffs"])
+        mark = 0x80000000 + number
+        self.assertEqual((mark, mark if tariff else None, []),
+                         (one["mark"], one["set_mark"], one["problems"]))
+        self.assertEqual([mark], [connection["mark"] for connection in one["connections"]])
+        # Of IPv4 there are those of the other tests too.
+        if ":" in one["address"]:
+            self.assertEqual((self.PREFIXES.get(tariff), 1),
+                             (one["prefix"], one["connections"][0]["count"]))
 
 
 if __name__ == "__main__":

@@ -11,6 +11,7 @@ import time
 from netns import entered
 
 INET_ADDRESS = "198.51.100.2"
+INET_ADDRESS6 = "2001:db8:ffff:1::2"
 WAN_ADDRESS = "198.51.100.1"
 _PAYLOAD = b"x" * 72
 _PATIENCE = 3.0
@@ -18,7 +19,8 @@ _PATIENCE = 3.0
 
 def _bound(namespace, address):
     with entered(namespace):
-        sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        family = socket.AF_INET6 if ":" in address else socket.AF_INET
+        sock = socket.socket(family, socket.SOCK_DGRAM)
     sock.bind((address, 0))
     return sock
 
@@ -37,7 +39,7 @@ class Connection:
 
     def __init__(self, address, namespace="lan"):
         self._inner = _bound(namespace, address)
-        self._outer = _bound("inet", INET_ADDRESS)
+        self._outer = _bound("inet", INET_ADDRESS6 if ":" in address else INET_ADDRESS)
         self._peer = None
 
     def close(self):

@@ -30,5 +30,5 @@ cd "$clone"
 status=0
 tests/kernel/lab_test.sh test_user || status=1
 python3 -B tests/completion/bash_test.py || status=1
-scripts/lab --timeout 900 --cpus 1 tests/kernel/preflight_test.sh "$build" || status=1
+scripts/lab --timeout 900 --user-mode tests/kernel/preflight_test.sh legacy "$build/quenby" || status=1
 exit "$status"

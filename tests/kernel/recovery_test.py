@@ -12,8 +12,8 @@ import unittest
 
 import router_state
 from faults import DEVICES, FAULTS, LINE, MODES
-from router import (CONFIG, GLOBAL_FILE, IFB, IMQ, TARIFF_FILE, Router, program_path,
-                    use_legacy_iptables, use_plain_sudo)
+from router import (CONFIG, GLOBAL_FILE, IFB, IMQ, TARIFF_FILE, Router, make_device, program_path,
+                    renew_devices, use_legacy_iptables, use_plain_sudo)
 
 ROUTER = None
 PROGRAM = program_path()
@@ -82,9 +82,7 @@ IFB_FLAGS = pathlib.Path(f"/sys/class/net/{IFB}/flags")
 def reset():
     """The bare router with fresh lines."""
     ROUTER.reset(imq=True)
-    subprocess.run(["ip", "-force", "-batch", "-"], input="".join(
-        f"link del {name}\nlink add {name} type dummy\nlink set {name} up\n"
-        for name in (LINE, OTHER)), text=True, capture_output=True, check=False)
+    renew_devices(LINE, OTHER)
 
 
 def use_sudo(real):
@@ -158,5 +156,5 @@ if __name__ == "__main__":
     use_plain_sudo()
     use_legacy_iptables()
     ROUTER = Router(PROGRAM)
-    subprocess.run(["ip", "link", "add", IMQ, "type", "ifb"], check=True)
+    make_device(IMQ, "ifb")
     unittest.main(verbosity=2)

@@ -12,6 +12,7 @@ rounded on their way into the kernel.
     eth1 class 8000:4 parent 8000:1 rate 10000 ceil 10000 burst 2400 cburst 2400 quantum 1000
     eth1 filter 8000: pref 1 bpf class mark&80003fff if mark&80000000
     eth1 filter ffff: pref 1 redirect ifb_ingr connmark
+    eth1 filter 8000: pref 4 ipv6 bpf class mark&80003fff if mark&80000000
     imq0 filter 8000: pref 1 dst 10.0.0.1 class 8000:4
     set kavo_opt_shaper 10.0.0.1 skbmark 0x80000004/0x80003fff
     mangle -A KAVO_QOS_FW_OUT_HOOK ! -o eth1 -j RETURN
@@ -118,9 +119,24 @@ def filter_line(prefix, entry):
     return f"{prefix} {entry['kind']} {json.dumps(options, sort_keys=True)}"
 
 
+def _ip6_line(prefix, entry):
+    """A u32 filter has one match or several, of which the last shows."""
+    options = entry["options"]
+    if entry["kind"] != "u32":
+        return filter_line(f"{prefix} ipv6", entry)
+    match = options.get("match", {})
+    words = [f"{match.get('value')}/{match.get('mask')} at {match.get('off')}",
+             f"class {options.get('flowid')}", _action_words(options)]
+    return " ".join([prefix, "ipv6 u32", *filter(None, words)])
+
+
 def _filter_lines(device, parent, entries):
-    """One line per filter; the u32 filters without actions are an address tree."""
+    """One line per filter; the u32 filters of IPv4 without actions are an address tree."""
     entries = [entry for entry in entries if "options" in entry]
+    for entry in entries:
+        if entry["protocol"] == "ipv6":
+            yield _ip6_line(f"{device} filter {parent} pref {entry['pref']}", entry)
+    entries = [entry for entry in entries if entry["protocol"] != "ipv6"]
     tree = [e for e in entries if e["kind"] == "u32" and "actions" not in e["options"]]
     others = [e for e in entries if e not in tree]
     for entry in others:
@@ -161,11 +177,16 @@ def set_lines():
         yield re.sub(r"^(create|add) ", "set ", line)
 
 
-def rule_lines():
+def ip6_rule_lines():
+    """As `rule_lines`, each line after "ip6"."""
+    return [f"ip6 {line}" for line in rule_lines("ip6tables-save")]
+
+
+def rule_lines(program="iptables-save"):
     """The rules as "iptables -S" shows them, after the name of their table. The order of a
     chain's rules is kept. Built-in chains that accept are the same as none."""
     table = None
-    for line in _run("iptables-save").splitlines():
+    for line in _run(program).splitlines():
         if line.startswith("*"):
             table = line[1:]
         if table not in TABLES:
@@ -192,9 +213,9 @@ def _device_lines(devices):
 
 def _sort_key(line):
     """Rules keep their order within a chain, everything else is sorted by its text."""
-    words = line.split()
+    words = line.removeprefix("ip6 ").split()
     if words[0] in TABLES:
-        return (1, words[0], words[2], words[1] == "-A")
+        return (1, line.startswith("ip6 "), words[0], words[2], words[1] == "-A")
     return (0, line)
 
 

