@@ -9,7 +9,7 @@
 QUENBY_BUILD_PACKAGES=(
   g++ cmake ninja-build pkg-config
   libnl-3-dev libnl-route-3-dev libnl-nf-3-dev libnl-cli-3-dev
-  libboost-filesystem-dev libcli11-dev nlohmann-json3-dev
+  libboost-filesystem-dev libcli11-dev nlohmann-json3-dev libncurses-dev
 )
 
 # What makes the Debian package. systemd tells where its units go.
@@ -25,14 +25,14 @@ QUENBY_PICTURE_PACKAGES=(graphviz gnuplot-nox fonts-dejavu-core)
 # shellcheck disable=SC2034
 QUENBY_TEST_PACKAGES=(
   libgtest-dev libgmock-dev clang-14 clang-format-14 clang-tidy-14
-  python3 shellcheck lintian mmdebstrap mandoc zsh
+  python3 shellcheck lintian mmdebstrap mandoc zsh prometheus ansible-core
 )
 
 # What every kernel test uses, whichever kernel it runs on.
 # shellcheck disable=SC2034
 QUENBY_LAB_PACKAGES=(
   iproute2 iptables ipset nftables ethtool iperf3 iputils-ping
-  sudo procps strace util-linux python3
+  sudo procps strace util-linux python3 tmux
 )
 
 # What boots the disposable guest. The guest runs this machine's programs, so

@@ -1,9 +1,9 @@
 #!/bin/bash
 # Builds the program as a newcomer does, without presets and without GoogleTest:
-# with no build type, as Release (with a Boost that has no library of Boost.System) and
-# with clang++. Each program must run and keep its
-# assertions. CMake's other build types must compile the same files in the same way
-# but for the type's own flags, and keep their assertions. The tests themselves are
+# with no build type, and as Release with clang++ (a layer's files together, and a
+# Boost that has no library of Boost.System). Each program must run and keep its
+# assertions. CMake's build types must compile the same files in the same way but
+# for the type's own flags, and keep their assertions. The tests themselves are
 # compiled by the presets dev and asan alone. A warning ends the build of a preset
 # and no other.
 #
@@ -137,7 +137,7 @@ test_newer_boost() {
   fails "there is none for who needs it" cmake -S "$scratch/needy" -B "$scratch/needy/build" \
     -DBoost_DIR="$scratch/boost" >/dev/null 2>&1
   rm "$scratch/boost/taken"
-  builds Release -DCMAKE_BUILD_TYPE=Release -DBoost_DIR="$scratch/boost"
+  builds clang -DCMAKE_UNITY_BUILD=ON -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_COMPILER=clang++-14 -DBoost_DIR="$scratch/boost"
   holds "that Boost was taken" test -e "$scratch/boost/taken"
 }
 
@@ -162,8 +162,8 @@ plain_commands=$(commands "$scratch/none")
 builds none
 differs_by Debug "-g"
 differs_by RelWithDebInfo "-O2 -g -DNDEBUG"
+differs_by Release "-O3 -DNDEBUG"
 differs_by MinSizeRel "-Os -DNDEBUG"
 test_newer_boost
-builds clang -DCMAKE_CXX_COMPILER=clang++-14
 test_warnings
 finish

@@ -23,9 +23,9 @@ BUILD = TREE / "build/faults/build"
 
 # The tests that are likely to notice a fault of a layer, first. The others follow.
 PROGRAMS = ("model_test", "tc_test", "shaper_test", "golden", "ini_test", "stored_files_test",
-            "cli_test", "process_test")
+            "cli_test", "process_test", "ctl_test")
 LIKELY = {"config": ("ini_test", "stored_files_test"), "cli": ("cli_test", "process_test"),
-          "shaper": ("shaper_test", "golden"), "tc": ("tc_test", "golden")}
+          "ctl": ("ctl_test",), "shaper": ("shaper_test", "golden"), "tc": ("tc_test", "golden")}
 SECONDS = 120
 
 

@@ -4,6 +4,6 @@ set -euo pipefail
 drawn=$(mktemp -d)
 trap 'rm -rf "$drawn"' EXIT
 scripts/pictures "$drawn"
-for picture in packet-way.svg rates.svg; do
+for picture in packet-way.svg rates.svg top.svg; do
   cmp "$drawn/$picture" "docs/pictures/$picture"
 done
