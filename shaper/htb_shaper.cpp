@@ -52,8 +52,9 @@ void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
 
 void HtbShaper::begin_ip6(bool drop_chain) {
   note_ipv6();
-  run_list(firewall_start_command());
-  clean_ip6_rules(drop_chain);
+  std::string commands = firewall_start_command();
+  append_commands(commands, ip6_clean_list(drop_chain));
+  run_list(commands);
   create_address_set(session_.netfilter, Family::ipv6);
 }
 
@@ -149,10 +150,10 @@ void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
   run_list(commands);
 }
 
-void HtbShaper::clean_ip6_rules(bool drop_chain) {
+std::string HtbShaper::ip6_clean_list(bool drop_chain) {
   std::string commands = quenby::clean_rules(Family::ipv6);
   if (drop_chain) append_commands(commands, drop_chain_commands(Family::ipv6));
-  run_list(commands);
+  return commands;
 }
 
 }  // namespace quenby
