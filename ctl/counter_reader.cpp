@@ -37,9 +37,22 @@ CounterReader::Listed& CounterReader::listed(const std::string& name) {
   return devices_.back();
 }
 
-void CounterReader::read_classes(const Listed& device, int ifindex, Counters& counters) const {
-  for (const ClassCounters& read : class_counters({device.name, socket_.get(), nullptr, ifindex})) {
-    if (const auto place = device.place_of(read.handle)) counters[*place] = read;
+void CounterReader::place(const std::vector<ClassCounters>& read, const Listed& device,
+                          Counters& counters) {
+  for (const ClassCounters& one : read) {
+    if (const auto place = device.place_of(one.handle)) counters[*place] = one;
+  }
+}
+
+void CounterReader::place(const std::vector<LeafDrops>& read, Counters& counters) const {
+  const std::map<int, const Listed*> known = devices();
+  for (const LeafDrops& leaf : read) {
+    const auto device = known.find(leaf.ifindex);
+    if (device == known.end()) continue;
+    const auto place = device->second->place_of(leaf.parent);
+    // What a leaf refuses its class has counted too.
+    if (place && counters[*place])
+      counters[*place]->drops = std::max(counters[*place]->drops, leaf.drops);
   }
 }
 
@@ -54,26 +67,28 @@ std::map<int, const CounterReader::Listed*> CounterReader::devices() const {
 
 Counters CounterReader::read_classes() const {
   Counters counters(size_);
-  for (const auto& [ifindex, device] : devices()) read_classes(*device, ifindex, counters);
+  for (const auto& [ifindex, device] : devices())
+    place(class_counters({device->name, socket_.get(), nullptr, ifindex}), *device, counters);
   return counters;
 }
 
 void CounterReader::add_leaf_drops(Counters& counters) const {
-  const std::map<int, const Listed*> known = devices();
-  if (known.empty()) return;
-  for (const LeafDrops& leaf : leaf_drops(socket_.get())) {
-    const auto device = known.find(leaf.ifindex);
-    if (device == known.end()) continue;
-    const auto place = device->second->place_of(leaf.parent);
-    // What a leaf refuses its class has counted too.
-    if (place && counters[*place])
-      counters[*place]->drops = std::max(counters[*place]->drops, leaf.drops);
-  }
+  if (!devices().empty()) place(leaf_drops(socket_.get()), counters);
 }
 
 Counters CounterReader::read() const {
   Counters counters = read_classes();
   add_leaf_drops(counters);
+  return counters;
+}
+
+Counters CounterReader::of(const CounterLists& lists) const {
+  Counters counters(size_);
+  for (const auto& [ifindex, device] : devices()) {
+    const auto read = lists.classes.find(ifindex);
+    if (read != lists.classes.end()) place(read->second, *device, counters);
+  }
+  place(lists.leaves, counters);
   return counters;
 }
 

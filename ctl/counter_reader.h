@@ -32,6 +32,9 @@ class CounterReader {
   /// Both.
   Counters read() const;
 
+  /// The same out of what somebody has read.
+  Counters of(const CounterLists& lists) const;
+
  private:
   /// A device and the places of its classes in the list, by the minors of their handles.
   struct Listed {
@@ -44,7 +47,9 @@ class CounterReader {
   Listed& listed(const std::string& name);
   /// The devices that there are, by their interface indexes.
   std::map<int, const Listed*> devices() const;
-  void read_classes(const Listed& device, int ifindex, Counters& counters) const;
+  static void place(const std::vector<ClassCounters>& read, const Listed& device,
+                    Counters& counters);
+  void place(const std::vector<LeafDrops>& read, Counters& counters) const;
 
   SocketPtr socket_;
   std::size_t size_;

@@ -1,6 +1,7 @@
 #include "ctl/export.h"
 
 #include <boost/filesystem.hpp>
+#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -27,6 +28,9 @@ const std::map<std::string, Format>& formats() {
   return kFormats;
 }
 
+// A long list has tens of megabytes.
+constexpr std::size_t kBuffer = 65536;
+
 // How long a run may go on before nothing is said of the differences.
 constexpr unsigned kPatience = 20;
 
@@ -39,12 +43,17 @@ std::unique_ptr<RunLock> wait_for_runs() {
   }
 }
 
-// Nothing where the kernel does not answer.
-std::optional<std::size_t> count_differences(const Asked& asked) {
+// Differences and counters out of one look at the kernel. False, with nothing taken, where it does
+// not answer.
+bool compare(const Asked& asked, const CounterReader& reader, Measurement& measurement) {
   try {
-    return drift_from(asked).size();
+    KernelReading read;
+    measurement.differences =
+        all_drift(asked, find_drift(open_session(), asked.wanted, &read)).size();
+    measurement.counters = reader.of(read.counters);
+    return true;
   } catch (const NotRun&) {
-    return std::nullopt;
+    return false;
   }
 }
 
@@ -54,9 +63,9 @@ Measurement measure() {
   Measurement measurement;
   measurement.time = std::time(nullptr);
   measurement.version = version();
-  measurement.shaping = shaping_of(asked.edit, asked.settings, asked.state);
-  measurement.counters = CounterReader(measurement.shaping.classes).read();
-  if (lock) measurement.differences = count_differences(asked);
+  measurement.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state);
+  const CounterReader reader(measurement.shaping.classes);
+  if (!lock || !compare(asked, reader, measurement)) measurement.counters = reader.read();
   return measurement;
 }
 
@@ -79,6 +88,7 @@ Status export_counters(const ExportOptions& options) {
     const Format write = formats().at(options.format);
     const Measurement measurement = measure();
     if (options.output.empty()) {
+      std::setvbuf(stdout, nullptr, _IOFBF, kBuffer);
       write(measurement, std::cout);
     } else {
       replace_file(options.output, write, measurement);

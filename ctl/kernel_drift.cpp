@@ -12,6 +12,14 @@
 namespace quenby {
 namespace {
 
+// Where nothing is shaped, nothing but the devices' names.
+DesiredState names_of(const DesiredState& state) {
+  DesiredState names;
+  names.upload_device = state.upload_device;
+  names.download_device = state.download_device;
+  return names;
+}
+
 nlohmann::json json_of(const std::vector<Drift>& drift) {
   nlohmann::json list = nlohmann::json::array();
   for (const Drift& one : drift) {
@@ -33,10 +41,10 @@ Asked read_asked() {
   const TariffSet& tariffs = asked.edit.tariffs;
   const PlanFacts facts = facts_for(asked.edit);
   asked.settings = resolve(asked.edit.line, tariffs, facts.link_speed);
-  asked.state = desired_state(asked.settings, facts.router);
   asked.wanted.wan = asked.edit.line.global.wan;
   asked.wanted.shaped = is_shaped(asked.edit.line, tariffs);
-  if (asked.wanted.shaped) asked.wanted.state = asked.state;
+  asked.wanted.state = desired_state(asked.settings, facts.router);
+  if (!asked.wanted.shaped) asked.wanted.state = names_of(asked.wanted.state);
   return asked;
 }
 
@@ -53,11 +61,10 @@ std::vector<Drift> all_drift(const Asked& asked, const StateDrift& drift) {
   return list;
 }
 
-std::vector<Drift> drift_from(const Asked& asked) {
+std::vector<Drift> drift_from_files() {
+  const Asked asked = read_asked();
   return all_drift(asked, find_drift(open_session(), asked.wanted));
 }
-
-std::vector<Drift> drift_from_files() { return drift_from(read_asked()); }
 
 std::string json_text(const std::vector<Drift>& drift) {
   return printed({{"differences", json_of(drift)}});

@@ -14,7 +14,6 @@ struct Asked {
   Edit edit;
   /// What its settings come to on this router, shaped or not.
   ResolvedSettings settings;
-  DesiredState state;
   WantedState wanted;
 
   /// Whether the stored class numbers do not fit, so that they are handed out anew.
@@ -28,9 +27,8 @@ Asked read_asked();
 /// Every difference, with that of the class numbers.
 std::vector<Drift> all_drift(const Asked& asked, const StateDrift& drift);
 
-/// The same for this router, which is asked for everything. Throws `NotRun` where the kernel does
-/// not answer, and without an argument as `read_asked`.
-std::vector<Drift> drift_from(const Asked& asked);
+/// The same for this router, which is asked for everything. Throws as `read_asked`, and `NotRun`
+/// where the kernel does not answer.
 std::vector<Drift> drift_from_files();
 
 /// JSON: an object with the list "differences", each with "finding", "place", "object" and

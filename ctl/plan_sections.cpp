@@ -55,6 +55,11 @@ std::optional<std::string> value(const Values& values, const std::string& key) {
   return found->second;
 }
 
+// Most tariffs of a long list are as they were.
+bool is_unchanged(const TariffSettings& before, const TariffSettings& after) {
+  return before == after && before.address_texts == after.address_texts;
+}
+
 // Nothing in it when both are the same.
 SectionChange compare(const std::string& name, const Values& before, const Values& after) {
   std::set<std::string> keys;
@@ -81,12 +86,13 @@ void compare_sections(const Edit& edit, std::vector<SectionChange>& line,
     if (!change.values.empty()) line.push_back(std::move(change));
   }
   for (const TariffSettings& tariff : edit.tariffs.tariffs()) {
-    TariffSettings before;
-    if (!edit.stored.get(tariff.name, before)) {
+    const auto before = edit.stored.find(tariff.name);
+    if (before == edit.stored.tariffs().end()) {
       added.push_back(tariff.name);
       continue;
     }
-    SectionChange change = compare(tariff.name, values_of(before), values_of(tariff));
+    if (is_unchanged(*before, tariff)) continue;
+    SectionChange change = compare(tariff.name, values_of(*before), values_of(tariff));
     if (!change.values.empty()) changed.push_back(std::move(change));
   }
   for (const TariffSettings& tariff : edit.stored.tariffs()) {

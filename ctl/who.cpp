@@ -22,14 +22,13 @@ WhoFacts read_facts() {
   const Asked asked = read_asked();
   const Session session = open_session();
   WhoFacts facts;
-  facts.shaping = shaping_of(asked.edit, asked.settings, asked.state);
-  facts.drift = all_drift(asked, find_drift(session, asked.wanted));
-  const auto set = list_address_set(session.netfilter);
-  if (set) facts.entries = set->entries;
+  facts.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state);
+  KernelReading read;
+  facts.drift = all_drift(asked, find_drift(session, asked.wanted, &read));
+  if (read.set) facts.entries = std::move(read.set->entries);
   facts.connections = list_connections(session.netfilter, any_mark());
   if (!facts.shaping.ipv6) return facts;
-  const auto prefix_set = list_prefix_set(session.netfilter);
-  if (prefix_set) facts.prefix_entries = prefix_set->entries;
+  if (read.prefix_set) facts.prefix_entries = std::move(read.prefix_set->entries);
   facts.ip6_connections = list_ip6_connections(session.netfilter, any_mark());
   return facts;
 }

@@ -17,6 +17,8 @@ class TariffConfigBase {
   TariffConfigBase() = default;
   TariffConfigBase(const TariffConfigBase&) = default;
   TariffConfigBase& operator=(const TariffConfigBase&) = default;
+  TariffConfigBase(TariffConfigBase&&) noexcept = default;
+  TariffConfigBase& operator=(TariffConfigBase&&) noexcept = default;
 
   const List& tariffs() const { return tariffs_; }
   /// For adjusting tariffs in place; their names must stay.

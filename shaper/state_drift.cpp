@@ -21,8 +21,10 @@ namespace {
 // The devices of a session, read once each.
 class Devices {
  public:
-  explicit Devices(const Session& session)
-      : session_(session), qdiscs_(list_qdiscs(session.route.get())) {}
+  Devices(const Session& session, CounterLists* counters)
+      : session_(session),
+        counters_(counters),
+        qdiscs_(list_qdiscs(session.route.get(), counters)) {}
 
   Device find(const std::string& name) const {
     const LinkPtr link = find_link(session_.links.get(), name);
@@ -34,7 +36,7 @@ class Devices {
     if (!device.exists()) return {};
     const LinkPtr link = find_link(session_.links.get(), device.name);
     const bool up = (rtnl_link_get_flags(link.get()) & IFF_UP) != 0;
-    return read_device(session_.route.get(), device.ifindex, up, qdiscs_);
+    return read_device(session_.route.get(), device.ifindex, up, qdiscs_, counters_);
   }
 
   // Every other device that has, or had, a redirection of ours.
@@ -52,6 +54,7 @@ class Devices {
 
  private:
   const Session& session_;
+  CounterLists* counters_;
   QdiscsByDevice qdiscs_;
 };
 
@@ -93,8 +96,9 @@ void compare_removed(Devices& devices, std::vector<Drift>& found) {
   found.push_back({DriftKind::unwanted, kIfbName, "", "", {DropDevice{}}, false});
 }
 
-std::vector<Drift> compare_devices(const Session& session, const WantedState& wanted) {
-  Devices devices(session);
+std::vector<Drift> compare_devices(const Session& session, const WantedState& wanted,
+                                   CounterLists* counters) {
+  Devices devices(session, counters);
   std::vector<Drift> found;
   compare_former_devices(devices, wanted.wan, found);
   if (wanted.wan.empty()) {
@@ -192,11 +196,12 @@ SetDriftOf<Key> drift_of_set(const std::vector<SetEntry<Key>>& wanted, bool need
 }
 
 // Where IPv6 is not shaped and nothing tells that it was, nobody is asked about it.
-void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrift& drift) {
+void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrift& drift,
+                    std::optional<StandingPrefixSet>& standing) {
   const bool needed = wanted.shaped && wanted.state.ipv6;
   if (!needed && !ipv6_is_noted()) return;
-  drift.prefix_set =
-      prefix_set_drift(wanted.state.prefixes, needed, list_prefix_set(session.netfilter));
+  standing = list_prefix_set(session.netfilter);
+  drift.prefix_set = prefix_set_drift(wanted.state.prefixes, needed, standing);
   const std::string commands =
       needed ? wanted.state.ip6_firewall : tracking_as_before(Family::ipv6);
   append(drift.commands,
@@ -223,14 +228,17 @@ PrefixSetDrift prefix_set_drift(const std::vector<PrefixSetEntry>& wanted, bool 
   return drift_of_set(wanted, needed, standing);
 }
 
-StateDrift find_drift(const Session& session, const WantedState& wanted) {
+StateDrift find_drift(const Session& session, const WantedState& wanted, KernelReading* reading) {
+  KernelReading unasked;
+  KernelReading& read = reading == nullptr ? unasked : *reading;
   StateDrift drift;
-  drift.devices = compare_devices(session, wanted);
-  drift.set = set_drift(wanted.state.addresses, wanted.shaped && !wanted.wan.empty(),
-                        list_address_set(session.netfilter));
+  drift.devices =
+      compare_devices(session, wanted, reading == nullptr ? nullptr : &reading->counters);
+  read.set = list_address_set(session.netfilter);
+  drift.set = set_drift(wanted.state.addresses, wanted.shaped && !wanted.wan.empty(), read.set);
   const std::string commands = wanted.shaped ? wanted.state.firewall : tracking_as_before();
   drift.commands = firewall_drift(wanted_firewall(commands), read_firewall());
-  find_ip6_drift(session, wanted, drift);
+  find_ip6_drift(session, wanted, drift, read.prefix_set);
   append(drift.commands, compare_steering(wanted));
   return drift;
 }

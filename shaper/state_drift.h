@@ -8,6 +8,7 @@
 #include "shaper/address_set.h"
 #include "shaper/desired_state.h"
 #include "shaper/session.h"
+#include "tc/class_counters.h"
 #include "tc/drift.h"
 
 /// In what the kernel differs from the state that it should hold.
@@ -53,7 +54,18 @@ SetDrift set_drift(const std::vector<AddressSetEntry>& wanted, bool needed,
 PrefixSetDrift prefix_set_drift(const std::vector<PrefixSetEntry>& wanted, bool needed,
                                 const std::optional<StandingPrefixSet>& standing);
 
+/// What is read to find the differences, for who wants it beside them. Asking twice would take a
+/// kernel with many classes twice the time.
+struct KernelReading {
+  std::optional<StandingSet> set;
+  /// Not asked for where IPv6 is not shaped and nothing of it is left.
+  std::optional<StandingPrefixSet> prefix_set;
+  /// Of the devices that are to be shaped.
+  CounterLists counters;
+};
+
 /// Asks the kernel for everything. Failure ends the process.
-StateDrift find_drift(const Session& session, const WantedState& wanted);
+StateDrift find_drift(const Session& session, const WantedState& wanted,
+                      KernelReading* reading = nullptr);
 
 }  // namespace quenby

@@ -4,6 +4,9 @@
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
 
+#include <optional>
+#include <utility>
+
 #include "tc/attributes.h"
 #include "tc/handles.h"
 #include "tc/listing.h"
@@ -20,14 +23,17 @@
 namespace quenby {
 namespace {
 
-// Calls `note` with header and attributes of each object that the kernel lists; a libnl result.
-template <typename Note>
-int list_tc(nl_sock* sock, int type, const tcmsg& header, const Note& note) {
-  return list_objects(sock, type, header, [&note](const nlmsghdr* message) {
-    nlattr* members[TCA_MAX + 1];
-    if (nlmsg_parse(const_cast<nlmsghdr*>(message), sizeof(tcmsg), members, TCA_MAX, nullptr) >= 0)
-      note(*static_cast<const tcmsg*>(nlmsg_data(message)), members);
-  });
+// Header and statistics of a listed object.
+struct Listed {
+  tcmsg header{};
+  nlattr* statistics = nullptr;
+};
+
+std::optional<Listed> read(const nlmsghdr* message) {
+  nlattr* members[TCA_MAX + 1];
+  if (nlmsg_parse(const_cast<nlmsghdr*>(message), sizeof(tcmsg), members, TCA_MAX, nullptr) < 0)
+    return std::nullopt;
+  return Listed{*static_cast<const tcmsg*>(nlmsg_data(message)), members[TCA_STATS2]};
 }
 
 ClassCounters counters_of(std::uint32_t handle, nlattr* statistics) {
@@ -45,31 +51,43 @@ ClassCounters counters_of(std::uint32_t handle, nlattr* statistics) {
   return counters;
 }
 
+CounterLists list_counters(nl_sock* sock, int type, const tcmsg& header, int& result) {
+  CounterLists lists;
+  result =
+      list_objects(sock, type, header, [&lists](const nlmsghdr* message) { lists.note(message); });
+  return lists;
+}
+
 }  // namespace
+
+void CounterLists::note(const nlmsghdr* message) {
+  const auto listed = read(message);
+  if (!listed) return;
+  const tcmsg& header = listed->header;
+  if (message->nlmsg_type == RTM_NEWTCLASS && TC_H_MAJ(header.tcm_handle) == kHtbHandle) {
+    classes[header.tcm_ifindex].push_back(counters_of(header.tcm_handle, listed->statistics));
+  } else if (message->nlmsg_type == RTM_NEWQDISC && TC_H_MAJ(header.tcm_parent) == kHtbHandle) {
+    const ClassCounters counters = counters_of(header.tcm_handle, listed->statistics);
+    leaves.push_back({header.tcm_ifindex, header.tcm_parent, counters.drops});
+  }
+}
 
 std::vector<ClassCounters> class_counters(const Device& device) {
   tcmsg header{};
   header.tcm_ifindex = device.ifindex;
   // Only classes of this qdisc: fq_codel would look through 1,024 flows for each leaf.
   header.tcm_parent = kHtbHandle;
-  std::vector<ClassCounters> classes;
-  const auto note = [&classes](const tcmsg& listed, nlattr* const* members) {
-    if (TC_H_MAJ(listed.tcm_handle) == kHtbHandle)
-      classes.push_back(counters_of(listed.tcm_handle, members[TCA_STATS2]));
-  };
-  device.chk_nl_error("list classes", list_tc(device.sock, RTM_GETTCLASS, header, note));
-  return classes;
+  int result = 0;
+  CounterLists lists = list_counters(device.sock, RTM_GETTCLASS, header, result);
+  device.chk_nl_error("list classes", result);
+  return std::move(lists.classes[device.ifindex]);
 }
 
 std::vector<LeafDrops> leaf_drops(nl_sock* sock) {
-  std::vector<LeafDrops> leaves;
-  const auto note = [&leaves](const tcmsg& listed, nlattr* const* members) {
-    if (TC_H_MAJ(listed.tcm_parent) != kHtbHandle) return;
-    const ClassCounters counters = counters_of(listed.tcm_handle, members[TCA_STATS2]);
-    leaves.push_back({listed.tcm_ifindex, listed.tcm_parent, counters.drops});
-  };
-  check_nl_result("list qdiscs", list_tc(sock, RTM_GETQDISC, tcmsg{}, note));
-  return leaves;
+  int result = 0;
+  CounterLists lists = list_counters(sock, RTM_GETQDISC, tcmsg{}, result);
+  check_nl_result("list qdiscs", result);
+  return std::move(lists.leaves);
 }
 
 }  // namespace quenby

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <linux/netlink.h>
+
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "tc/device.h"
@@ -42,5 +45,14 @@ struct LeafDrops {
 
 /// The leaves under the HTB roots of ours on all devices, which is what the kernel can list.
 std::vector<LeafDrops> leaf_drops(nl_sock* sock);
+
+/// The counters of whole devices, by interface index, and of all leaves.
+struct CounterLists {
+  std::map<int, std::vector<ClassCounters>> classes;
+  std::vector<LeafDrops> leaves;
+
+  /// Takes the counters of a listed class or qdisc, where it is one of those above.
+  void note(const nlmsghdr* message);
+};
 
 }  // namespace quenby

@@ -74,7 +74,7 @@ std::optional<U32Filter> read_match(std::uint32_t handle, nlattr* attribute) {
 // flows of each fq_codel leaf, which it lists as classes.
 template <typename T>
 std::vector<T> list_under_root(nl_sock* sock, int type, int ifindex, const char* what,
-                               std::optional<T> (*read)(const nlmsghdr*)) {
+                               std::optional<T> (*read)(const nlmsghdr*), CounterLists* counters) {
   std::vector<T> list;
   tcmsg header{};
   header.tcm_ifindex = ifindex;
@@ -82,6 +82,7 @@ std::vector<T> list_under_root(nl_sock* sock, int type, int ifindex, const char*
   const int result = list_objects(sock, type, header, [&](const nlmsghdr* message) {
     auto object = read(message);
     if (object) list.push_back(*std::move(object));
+    if (counters != nullptr) counters->note(message);
   });
   check_listed(what, result);
   return list;
@@ -100,9 +101,10 @@ const TcObject* StandingDevice::qdisc_at(std::uint32_t parent) const {
   return nullptr;
 }
 
-QdiscsByDevice list_qdiscs(nl_sock* sock) {
+QdiscsByDevice list_qdiscs(nl_sock* sock, CounterLists* counters) {
   QdiscsByDevice devices;
   const int result = list_objects(sock, RTM_GETQDISC, tcmsg{}, [&](const nlmsghdr* message) {
+    if (counters != nullptr) counters->note(message);
     auto object = read_qdisc(message);
     if (!object) return;
     std::vector<TcObject>& qdiscs = devices[object->ifindex];
@@ -135,14 +137,16 @@ std::optional<StandingFilter> read_filter(const nlmsghdr* message) {
   return filter;
 }
 
-StandingDevice read_device(nl_sock* sock, int ifindex, bool up, QdiscsByDevice& qdiscs) {
+StandingDevice read_device(nl_sock* sock, int ifindex, bool up, QdiscsByDevice& qdiscs,
+                           CounterLists* counters) {
   StandingDevice device;
   device.ifindex = ifindex;
   device.up = up;
   device.qdiscs = std::move(qdiscs[ifindex]);
   if (is_htb_root(device.qdisc_at(TC_H_ROOT))) {
-    device.classes = list_under_root(sock, RTM_GETTCLASS, ifindex, "classes", read_class);
-    device.filters = list_under_root(sock, RTM_GETTFILTER, ifindex, "filters", read_filter);
+    device.classes = list_under_root(sock, RTM_GETTCLASS, ifindex, "classes", read_class, counters);
+    device.filters =
+        list_under_root(sock, RTM_GETTFILTER, ifindex, "filters", read_filter, nullptr);
   }
   device.ingress = ingress_filters(sock, ifindex);
   return device;

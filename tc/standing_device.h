@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tc/class_counters.h"
 #include "tc/redirection.h"
 #include "tc/tc_object.h"
 #include "tc/u32_filter.h"
@@ -46,14 +47,16 @@ struct StandingDevice {
   const TcObject* qdisc_at(std::uint32_t parent) const;
 };
 
-/// The qdiscs of all devices by interface index, which the kernel lists in one go.
+/// The qdiscs of all devices by interface index, which the kernel lists in one go. With `counters`
+/// the leaves' go there.
 using QdiscsByDevice = std::map<int, std::vector<TcObject>>;
-QdiscsByDevice list_qdiscs(nl_sock* sock);
+QdiscsByDevice list_qdiscs(nl_sock* sock, CounterLists* counters = nullptr);
 
 /// The classifier of a message of a device's list; nothing for what a kind lists once for itself.
 std::optional<StandingFilter> read_filter(const nlmsghdr* message);
 
-/// The rest of a device that exists.
-StandingDevice read_device(nl_sock* sock, int ifindex, bool up, QdiscsByDevice& qdiscs);
+/// The rest of a device that exists. With `counters` those of its classes go there.
+StandingDevice read_device(nl_sock* sock, int ifindex, bool up, QdiscsByDevice& qdiscs,
+                           CounterLists* counters = nullptr);
 
 }  // namespace quenby

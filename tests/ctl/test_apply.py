@@ -252,8 +252,8 @@ class Lock(ApplyTest):
         """As the launcher's program is: the process that took it has ended."""
         holder = subprocess.Popen(
             ["bash", "-c", "exec {f}<>%s; flock $f; exec -a 'quenby --load' sleep 100" % LOCK])
-        a.wait_for(lambda: b"quenby --load" in
-                   pathlib.Path("/proc/%d/cmdline" % holder.pid).read_bytes())
+        a.wait_for(lambda: pathlib.Path("/proc/%d/cmdline" % holder.pid).read_bytes().startswith(
+            b"quenby --load\0"))
         process = a.begin("tariff-add", str(s.GIVEN))
         said = process.stderr.readline()
         holder.kill()

@@ -1,6 +1,7 @@
 #!/bin/bash
 # A router that has booted with the package in place: one build at boot, a quiet journal, firewalls
-# that are reloaded, damage, what somebody stopped, broken files, a line that goes and comes back.
+# that are reloaded, damage, what somebody stopped, broken files, a line that goes and comes back, a
+# purge. iptables is the usual one, which is nf_tables underneath.
 #
 # Call: tests/package/boot_in_lab.sh PACKAGE-FOLDER (which runs this in the lab)
 set -euo pipefail
@@ -9,6 +10,8 @@ cd "$(dirname "$0")/../.."
 source tests/kernel/checks.sh
 # shellcheck source=lab/network.sh
 source lab/network.sh
+# shellcheck source=tests/package/steps.sh
+source tests/package/steps.sh
 network_require_lab
 
 FILES=(/config/tc/tc_global.ini /config/tc/tc_tariff.ini)
@@ -41,10 +44,8 @@ soon() {
 # What the units have said since the boot.
 said() { journalctl --boot --output cat --unit 'quenby*' --no-pager; }
 builds() { said | grep -cE "$OURS" || true; }
-state_of() { systemctl show --property "$1" --value "$2"; }
 classes() { tc class show dev "$1" 2>/dev/null | grep -o '^class htb [0-9a-f:]*' | sort || true; }
 tree_stands() { [ -n "$(classes wan0)" ] && [ -n "$(classes ifb_ingr)" ]; }
-unshaped() { [ -z "$(classes wan0)" ] && [ ! -e /sys/class/net/ifb_ingr ]; }
 bytes_of() { tc -s class show dev wan0 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
 stored() { stat -c '%n %i %Y %Z' "${FILES[@]}"; }
 
@@ -325,6 +326,16 @@ test_rights() {
   cp /run/firewall.init /opt/ostrea/sbin/firewall.init
 }
 
+# Debian's test loads nothing at its end, and a purge is to find something.
+test_life() {
+  local PATH=/usr/libexec/quenby/as-root:$PATH fresh
+  fresh=$(unshare --net bash -ec "$(declare -f firewall); firewall")
+  test_numbers 10
+  test_debian
+  holds "loading by hand" quenby --load
+  test_purge "$fresh"
+}
+
 test_surroundings
 test_boot
 stored_before=$(stored)
@@ -346,4 +357,5 @@ test_other_interfaces
 test_broken_file
 test_retry
 test_rights
+test_life
 finish

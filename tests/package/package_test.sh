@@ -15,18 +15,10 @@ source tests/kernel/checks.sh
 source lab/network.sh
 # shellcheck source=tests/kernel/rates.sh
 source tests/kernel/rates.sh
+# shellcheck source=tests/package/steps.sh
+source tests/package/steps.sh
 network_require_lab
 export DEBIAN_FRONTEND=noninteractive
-
-# Chains, rules and sets, without counters and their order.
-firewall() {
-  local table
-  for table in raw mangle filter; do
-    echo "# $table"
-    iptables -w -t "$table" -S
-  done
-  ipset -n list
-}
 
 # Classes with their rates, one per line. A queue shows those that packets wait in as
 # classes of its own.
@@ -39,8 +31,6 @@ classes() {
 }
 class_count() { tc class show dev "$1" 2>/dev/null | grep -c '^class htb' || true; }
 class_bytes() { tc -s class show dev eth1 classid "$1" | awk '$1 == "Sent" { print $2 }'; }
-unshaped() { [ "$(class_count eth1)" -eq 0 ] && ! ip link show ifb_ingr >/dev/null 2>&1; }
-state_of() { systemctl show --property "$1" --value "$2"; }
 
 # Waits until COMMAND succeeds, 60 s at most.
 soon() {
@@ -106,23 +96,7 @@ test_traffic() {
   rates_hold "download 10.0.2.10 5" "upload 10.0.1.10 2" "download 10.0.9.9 2"
 }
 
-# The class has counted the traffic of the test before; made again it would be at 0.
-test_numbers() {
-  local file=/var/lib/prometheus/node-exporter/quenby.prom
-  expect "numbers are for those who want them" disabled \
-    "$(systemctl is-enabled quenby-export.timer)"
-  systemctl start quenby-export.service
-  expect "nothing is exported without a node exporter" no \
-    "$(state_of ConditionResult quenby-export.service)"
-  mkdir -p "${file%/*}"
-  systemctl start quenby-export.service
-  expect "classes in the numbers" 14 \
-    "$(grep -cE '^quenby_(line|tariff)_ceiling_bytes_per_second[{]' "$file")"
-  expect "differences from the files" "quenby_differences 0" "$(grep '^quenby_differences' "$file")"
-  expect "the node exporter may read them" "644 root root" "$(stat -c '%a %U %G' "$file")"
-  rm -r /var/lib/prometheus
-}
-
+# The class has counted the traffic of the tests before; made again it would be at 0.
 test_upgrade() {
   local before
   expect "the hardware tool answers" Linux "$(/usr/sbin/kavo-hal getBoardShortName)"
@@ -207,38 +181,12 @@ test_edits_while_the_service_restarts() {
   for tariff in 1 2; do is_there "new-$tariff" "10.0.7.$tariff"; done
 }
 
-# What autopkgtest runs. It begins with an empty router, and its line stays for the
-# shaping that a purge has to take down.
-test_debian() {
-  local status=0
-  holds "systemctl stop" systemctl stop quenby.service
-  rm /config/tc/*.ini
-  debian/tests/shapes 2>&1 || status=$?
-  expect "debian/tests/shapes" 0 "$status"
-}
-
 # With the real sudo, and without the service.
 test_by_hand() {
   rm "$QUICK_SUDO"
   holds "loading by hand" quenby --load
   install_quick_sudo
   holds "shaped again" ip link show ifb_ingr
-}
-
-test_purge() {
-  local files file
-  files=$(dpkg -L quenby)
-  holds "purge" dpkg -P quenby
-  holds "nothing is shaped" unshaped
-  expect "chains and sets as before the installation" "$firewall_before" "$(firewall)"
-  fails "/config is gone" test -e /config
-  fails "/opt/ostrea is gone" test -e /opt/ostrea
-  fails "the hardware tool is gone" test -e /usr/sbin/kavo-hal
-  fails "the lock is gone" test -e /run/quenby.lock
-  while read -r file; do
-    [ -d "$file" ] || [ ! -e "$file" ] || expect "left over" "" "$file"
-  done <<<"$files"
-  expect "no unit is left" "" "$(systemctl list-unit-files --no-legend 'quenby*')"
 }
 
 # Plays contrib/ansible's role here; prints "STATUS CHANGED FAILED". Call: play [OPTION...]
@@ -287,12 +235,12 @@ install_quick_sudo
 firewall_before=$(firewall)
 test_set_up
 test_traffic
-test_numbers
+test_numbers 14
 test_upgrade
 test_edits_while_the_service_restarts
 test_image
 test_debian
 test_by_hand
-test_purge
+test_purge "$firewall_before"
 test_role
 finish

@@ -67,6 +67,8 @@ def main():
         wanted = {str(path) for layer in LAYERS for path in (TREE / layer).glob("**/*.cpp")}
         if read != wanted:
             sys.exit(f"Error: not read, or no source: {sorted(read ^ wanted)}")
+        # The longest first, so that neither processor is left without work at the end.
+        batches.sort(key=lambda batch: len(batch.places), reverse=True)
         with concurrent.futures.ThreadPoolExecutor(2) as pool:
             results = list(pool.map(lambda batch: batch.check(folder), batches))
     print("".join(text for _, text in results), end="")

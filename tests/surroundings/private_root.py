@@ -1,5 +1,5 @@
-"""A root folder, mounts and a network of this process's own, so that /config, /tmp and a full or
-read-only disk are none of the machine's."""
+"""A root folder, mounts and a network of this process's own, so that /config, /tmp, /run and a full
+or read-only disk are none of the machine's, nor of a test that runs at the same time."""
 
 import ctypes
 import os
@@ -10,6 +10,9 @@ CLONE_NEWNS, CLONE_NEWUSER, CLONE_NEWNET = 0x20000, 0x10000000, 0x40000000
 
 # The firewall is not what is tested here, and the machine's disks need not be waited for.
 STAND_INS = ("sudo", "sync")
+
+# Folders that are empty at first.
+OWN = ("config", "run", "tmp")
 
 # What is built beside the program and tried with it.
 BESIDE = ("check-files", "ini_samples", "quenbyctl")
@@ -54,16 +57,15 @@ def leave_machine():
 
 
 def make_root():
-    """Everything of the machine's root but /config and /tmp."""
+    """Everything of the machine's root but what is in OWN."""
     mount("-t", "tmpfs", "tmpfs", "/tmp")
     root = pathlib.Path("/tmp/root")
     root.mkdir()
     for entry in pathlib.Path("/").iterdir():
-        if entry.name not in ("config", "tmp"):
+        if entry.name not in OWN:
             show(entry, root / entry.name)
-    (root / "tmp").mkdir()
-    (root / "config").mkdir()
-    (root / "stand-in").mkdir()
+    for name in (*OWN, "stand-in"):
+        (root / name).mkdir()
     for name in STAND_INS:
         write_program(root / "stand-in" / name, b"#!/bin/sh\nexit 0\n")
     return root
