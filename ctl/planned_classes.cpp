@@ -1,5 +1,7 @@
 #include "ctl/planned_classes.h"
 
+#include <utility>
+
 #include "tc/qdisc.h"
 
 namespace quenby {
@@ -34,27 +36,43 @@ TariffsByNumber by_number(const TariffSet& set) {
   return tariffs;
 }
 
-std::vector<PlannedClass> planned_classes(const ResolvedSettings& settings,
-                                          const DesiredState& state) {
+void each_planned_class(const ResolvedSettings& settings, const DesiredState& state,
+                        const std::function<void(PlannedClass)>& take) {
   const TariffsByNumber tariffs = by_number(settings.tariffs);
   const bool by_mark = !settings.configured.global.wan.empty();
-  std::vector<PlannedClass> classes;
   for (const Direction way : kDirections) {
     const bool download = way == Direction::download;
     const std::string& device = download ? state.download_device : state.upload_device;
     for (const ClassBranch& branch : state.tree(way).line) {
-      classes.push_back(planned_class(branch, way, device, by_mark));
-      classes.back().name = line_name(classes.back().number, by_mark);
+      PlannedClass planned = planned_class(branch, way, device, by_mark);
+      planned.name = line_name(planned.number, by_mark);
+      take(std::move(planned));
     }
     for (const ClassBranch& branch : state.tree(way).tariffs) {
-      classes.push_back(planned_class(branch, way, device, by_mark));
-      const TariffSettings& tariff = *tariffs.at(classes.back().number);
-      classes.back().name = tariff.name;
-      classes.back().addresses = tariff.addresses;
-      if (settings.configured.global.shapes_ipv6()) classes.back().prefixes = tariff.prefixes;
+      PlannedClass planned = planned_class(branch, way, device, by_mark);
+      const TariffSettings& tariff = *tariffs.at(planned.number);
+      planned.name = tariff.name;
+      planned.addresses = tariff.addresses;
+      if (settings.configured.global.shapes_ipv6()) planned.prefixes = tariff.prefixes;
+      take(std::move(planned));
     }
   }
+}
+
+std::vector<PlannedClass> planned_classes(const ResolvedSettings& settings,
+                                          const DesiredState& state) {
+  std::vector<PlannedClass> classes;
+  classes.reserve(count_planned_classes(state));
+  each_planned_class(settings, state,
+                     [&classes](PlannedClass planned) { classes.push_back(std::move(planned)); });
   return classes;
+}
+
+std::size_t count_planned_classes(const DesiredState& state) {
+  std::size_t count = 0;
+  for (const Direction way : kDirections)
+    count += state.tree(way).line.size() + state.tree(way).tariffs.size();
+  return count;
 }
 
 }  // namespace quenby

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,9 +37,15 @@ struct PlannedClass {
 using TariffsByNumber = std::map<unsigned, const TariffSettings*>;
 TariffsByNumber by_number(const TariffSet& set);
 
-/// All classes of a state that was made of these settings, upload first and in the order in which
-/// they are made.
+/// Hands over all classes of a state that was made of these settings, upload first and in the order
+/// in which they are made.
+void each_planned_class(const ResolvedSettings& settings, const DesiredState& state,
+                        const std::function<void(PlannedClass)>& take);
+
+/// All of them.
 std::vector<PlannedClass> planned_classes(const ResolvedSettings& settings,
                                           const DesiredState& state);
+/// How many there are.
+std::size_t count_planned_classes(const DesiredState& state);
 
 }  // namespace quenby

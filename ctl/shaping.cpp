@@ -29,19 +29,20 @@ void configure_line(const GlobalSet& line, ShapedClass& shaped) {
   if (!shaped.is_root()) shaped.configured_guarantee = std::nullopt;
 }
 
-std::vector<ShapedClass> shaped_classes(const Edit& edit, std::vector<PlannedClass> planned) {
+std::vector<ShapedClass> shaped_classes(const Edit& edit, const ResolvedSettings& settings,
+                                        const DesiredState& state) {
   const TariffsByNumber tariffs = by_number(edit.tariffs);
   std::vector<ShapedClass> classes;
-  classes.reserve(planned.size());
-  for (PlannedClass& one : planned) {
-    ShapedClass shaped{std::move(one), {}, {}};
+  classes.reserve(count_planned_classes(state));
+  each_planned_class(settings, state, [&](PlannedClass planned) {
+    ShapedClass shaped{std::move(planned), {}, {}};
     if (shaped.is_tariff()) {
       configure(tariffs.at(shaped.planned.number)->direction(shaped.planned.way), shaped);
     } else {
       configure_line(edit.line, shaped);
     }
     classes.push_back(std::move(shaped));
-  }
+  });
   return classes;
 }
 
@@ -56,7 +57,7 @@ Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const Des
   shaping.directions = {
       {{Direction::upload, state.upload_device, sums.up_limit, sums.up_sum},
        {Direction::download, state.download_device, sums.down_limit, sums.down_sum}}};
-  if (shaping.enabled) shaping.classes = shaped_classes(edit, planned_classes(settings, state));
+  if (shaping.enabled) shaping.classes = shaped_classes(edit, settings, state);
   return shaping;
 }
 

@@ -63,14 +63,22 @@ void append(std::vector<Drift>& list, std::vector<Drift> more) {
               std::make_move_iterator(more.end()));
 }
 
+// All of a device but its redirection, which comes back. The rest, which is much where there are
+// many classes, is gone before another device is read.
+IngressFilters compare_tree(const WantedDevice& wanted, Devices& devices,
+                            std::vector<Drift>& found) {
+  StandingDevice standing = devices.read(wanted.device);
+  append(found, device_drift(wanted, standing));
+  return std::move(standing.ingress);
+}
+
 void compare_mark_devices(Devices& devices, const WantedState& wanted, std::vector<Drift>& found) {
   const DesiredState& state = wanted.state;
   const Device wan = devices.find(wanted.wan);
   const Device ifb = devices.find(kIfbName);
-  const StandingDevice standing = devices.read(wan);
-  append(found, device_drift({wan, "", {&state.upload}}, standing));
-  append(found, device_drift({ifb, "ifb", {&state.download}}, devices.read(ifb)));
-  append(found, redirection_drift(wan, state.download.path, ifb.ifindex, standing.ingress));
+  const IngressFilters ingress = compare_tree({wan, "", {&state.upload}}, devices, found);
+  compare_tree({ifb, "ifb", {&state.download}}, devices, found);
+  append(found, redirection_drift(wan, state.download.path, ifb.ifindex, ingress));
 }
 
 // What a line that the settings do not name any more was left with.
@@ -78,16 +86,15 @@ void compare_former_devices(Devices& devices, const std::string& wan, std::vecto
   const Device ifb = devices.find(kIfbName);
   const DeviceTree nothing;
   for (const Device& feeder : devices.other_feeders(wan, ifb.ifindex)) {
-    const StandingDevice standing = devices.read(feeder);
-    append(found, device_drift({feeder, "", {&nothing}}, standing));
-    append(found, redirection_drift(feeder, {}, ifb.ifindex, standing.ingress));
+    const IngressFilters ingress = compare_tree({feeder, "", {&nothing}}, devices, found);
+    append(found, redirection_drift(feeder, {}, ifb.ifindex, ingress));
   }
 }
 
 void compare_imq(Devices& devices, const WantedState& wanted, std::vector<Drift>& found) {
   const Device imq = devices.find(kImqName);
   const DesiredState& state = wanted.state;
-  append(found, device_drift({imq, "imq", {&state.upload, &state.download}}, devices.read(imq)));
+  compare_tree({imq, "imq", {&state.upload, &state.download}}, devices, found);
 }
 
 void compare_removed(Devices& devices, std::vector<Drift>& found) {
