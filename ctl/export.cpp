@@ -1,7 +1,6 @@
 #include "ctl/export.h"
 
 #include <boost/filesystem.hpp>
-#include <cstdio>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -27,9 +26,6 @@ const std::map<std::string, Format>& formats() {
       {"prometheus", write_prometheus}, {"json", write_json}, {"csv", write_csv}};
   return kFormats;
 }
-
-// A long list has tens of megabytes.
-constexpr std::size_t kBuffer = 65536;
 
 // How long a run may go on before nothing is said of the differences.
 constexpr unsigned kPatience = 20;
@@ -88,7 +84,6 @@ Status export_counters(const ExportOptions& options) {
     const Format write = formats().at(options.format);
     const Measurement measurement = measure();
     if (options.output.empty()) {
-      std::setvbuf(stdout, nullptr, _IOFBF, kBuffer);
       write(measurement, std::cout);
     } else {
       replace_file(options.output, write, measurement);

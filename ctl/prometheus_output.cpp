@@ -102,27 +102,30 @@ std::string labels_of(const ShapedClass& shaped) {
          label("tariff", planned.name);
 }
 
-// Writes families one after the other.
+// Writes families one after the other, in blocks: a long list has tens of megabytes, and each piece
+// that is given to the stream would cost as much as a block.
 class Writer {
  public:
   explicit Writer(std::ostream& out) : out_(out) {}
+  Writer(const Writer&) = delete;
+  Writer& operator=(const Writer&) = delete;
+  ~Writer() { out_ << block_; }
 
   void begin(const Family& family) {
-    out_ << "# HELP " << family.name << ' ' << family.help << "\n# TYPE " << family.name << ' '
-         << family.type << '\n';
     name_ = family.name;
+    block_ +=
+        "# HELP " + name_ + ' ' + family.help + "\n# TYPE " + name_ + ' ' + family.type + '\n';
   }
+  // `labels` are in braces, or empty.
   void sample(const std::string& labels, const std::string& value) {
-    line_ = name_;
-    if (!labels.empty()) {
-      line_ += '{';
-      line_ += labels;
-      line_ += '}';
-    }
-    line_ += ' ';
-    line_ += value;
-    line_ += '\n';
-    out_ << line_;
+    block_ += name_;
+    block_ += labels;
+    block_ += ' ';
+    block_ += value;
+    block_ += '\n';
+    if (block_.size() < kBlock) return;
+    out_ << block_;
+    block_.clear();
   }
   void single(const Family& family, const std::string& value) {
     begin(family);
@@ -130,25 +133,30 @@ class Writer {
   }
 
  private:
+  static constexpr std::size_t kBlock = 65536;
+
   std::ostream& out_;
   std::string name_;
-  // Given to the stream at once: each piece would cost as much as the whole.
-  std::string line_;
+  std::string block_;
 };
+
+std::string in_braces(const std::string& labels) { return '{' + labels + '}'; }
 
 void write_directions(
     const Measurement& measurement, const Family& family,
     const std::function<std::optional<std::string>(const ShapedDirection&)>& value, Writer& out) {
   out.begin(family);
   for (const ShapedDirection& direction : measurement.shaping.directions) {
-    if (const auto text = value(direction)) out.sample(direction_label(direction.way), *text);
+    if (const auto text = value(direction))
+      out.sample(in_braces(direction_label(direction.way)), *text);
   }
 }
 
 void write_devices(const Measurement& measurement, Writer& out) {
   out.begin({"quenby_direction_info", "gauge", "The device that shapes a direction."});
   for (const ShapedDirection& direction : measurement.shaping.directions)
-    out.sample(label("device", direction.device) + ',' + direction_label(direction.way), "1");
+    out.sample(in_braces(label("device", direction.device) + ',' + direction_label(direction.way)),
+               "1");
 }
 
 std::size_t missing_classes(const Measurement& measurement, Direction way) {
@@ -190,16 +198,18 @@ void write_line(const Measurement& measurement, Writer& out) {
 }
 
 void write_classes(const Measurement& measurement, bool of_tariffs, Writer& out) {
-  const Shaping& shaping = measurement.shaping;
-  std::vector<std::string> labels;
-  for (const ShapedClass& shaped : shaping.classes)
-    labels.push_back(shaped.is_tariff() == of_tariffs ? labels_of(shaped) : "");
+  const std::vector<ShapedClass>& classes = measurement.shaping.classes;
+  std::vector<std::string> labels(classes.size());
+  for (std::size_t i = 0; i < classes.size(); ++i) {
+    if (classes[i].is_tariff() == of_tariffs) labels[i] = in_braces(labels_of(classes[i]));
+  }
   for (const ClassFamily& family : kClassFamilies) {
     const std::string subject = of_tariffs ? "quenby_tariff_" : "quenby_line_";
     out.begin({subject + family.name, family.type, family.help});
-    for (std::size_t i = 0; i < labels.size(); ++i) {
-      const Value value = family.value({shaping.classes[i], measurement.counters[i]});
-      if (!labels[i].empty() && value) out.sample(labels[i], std::to_string(*value));
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+      if (labels[i].empty()) continue;
+      const Value value = family.value({classes[i], measurement.counters[i]});
+      if (value) out.sample(labels[i], std::to_string(*value));
     }
   }
 }
@@ -210,7 +220,7 @@ void write_prometheus(const Measurement& measurement, std::ostream& stream) {
   const Shaping& shaping = measurement.shaping;
   Writer out(stream);
   out.begin({"quenby_build_info", "gauge", "The version of the program."});
-  out.sample(label("version", measurement.version), "1");
+  out.sample(in_braces(label("version", measurement.version)), "1");
   out.single({"quenby_export_timestamp_seconds", "gauge", "When this was read."},
              std::to_string(measurement.time));
   out.single({"quenby_enabled", "gauge", "Whether the files ask for shaping."},
