@@ -15,8 +15,6 @@ using quenby::HtbShaper;
 using quenby::TariffSet;
 using testing::HasSubstr;
 
-constexpr std::uint32_t kHtb = 0x80000000;
-
 GlobalSet eth1(bool ipv6, std::int64_t download = kTenMbit) {
   GlobalSet set;
   set.has_global = true;

@@ -1,114 +1,17 @@
 #include <linux/if_ether.h>
-#include <linux/netfilter/ipset/ip_set.h>
 #include <linux/netfilter/nfnetlink.h>
 #include <linux/netfilter/nfnetlink_conntrack.h>
 
 #include <cerrno>
 
-#include "shaper/address_set.h"
 #include "shaper/connections.h"
 #include "tests/golden/device_test.h"
 
-// The requests of IPv6: its set, its connections, its classifiers.
+// The requests of IPv6 about connections and classifiers.
 namespace golden {
 namespace {
 
-using testing::ExitedWithCode;
-
 quenby::Ip6Prefix prefix(const std::string& text) { return *quenby::parse_ip6_prefix(text); }
-
-class PrefixSetTest : public testing::Test {
- protected:
-  void refuse(int command, int error) { kernel.refuse(NFNL_SUBSYS_IPSET << 8 | command, error); }
-
-  RecordingKernel kernel{NETLINK_NETFILTER};
-};
-
-TEST_F(PrefixSetTest, CreatesASetOfNetworks) {
-  quenby::create_address_set(kernel.socket(), quenby::Family::ipv6);
-  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_CREATE REQUEST|ACK
-  family 10 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper6"
-  TYPENAME(3) "hash:net"
-  REVISION(4) 06
-  FAMILY(5) 0a
-  DATA(7) NESTED
-    CADT_FLAGS(8) NET_BYTEORDER 00 00 00 40
-)");
-}
-
-TEST_F(PrefixSetTest, AddsAPrefixWithItsMark) {
-  quenby::add_address(kernel.socket(), quenby::address_set_entry(prefix("2001:db8:0:ff::/56"), 4));
-  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_ADD REQUEST|ACK
-  family 10 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper6"
-  DATA(7) NESTED
-    IP(1) NESTED
-      IPADDR_IPV6(2) NET_BYTEORDER 20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 00
-    CIDR(3) 38
-    SKBMARK(27) NET_BYTEORDER 80 00 00 04 80 00 3f ff
-    LINENO(9) NET_BYTEORDER 00 00 00 00
-)");
-}
-
-TEST_F(PrefixSetTest, DeletesAPrefix) {
-  quenby::delete_address(kernel.socket(), prefix("2001:db8::1"));
-  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_DEL REQUEST|ACK
-  family 10 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper6"
-  DATA(7) NESTED
-    IP(1) NESTED
-      IPADDR_IPV6(2) NET_BYTEORDER 20 01 0d b8 00 00 00 00 00 00 00 00 00 00 00 01
-    CIDR(3) 80
-    LINENO(9) NET_BYTEORDER 00 00 00 00
-)");
-}
-
-TEST_F(PrefixSetTest, LooksForAPrefix) {
-  EXPECT_TRUE(quenby::has_address(kernel.socket(), prefix("2001:db8::/64")));
-  EXPECT_EQ(kernel.summaries(), "IPSET_CMD_TEST\n");
-  refuse(IPSET_CMD_TEST, IPSET_ERR_EXIST);
-  EXPECT_FALSE(quenby::has_address(kernel.socket(), prefix("2001:db8::/64")));
-}
-
-TEST_F(PrefixSetTest, ListsAndEmptiesTheSet) {
-  quenby::list_prefix_set(kernel.socket());
-  quenby::flush_prefix_set(kernel.socket());
-  EXPECT_EQ(kernel.requests(), R"(IPSET_CMD_LIST REQUEST|ACK|DUMP
-  family 10 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper6"
-IPSET_CMD_FLUSH REQUEST|ACK
-  family 10 version 0 resource 0
-  PROTOCOL(1) 06
-  SETNAME(2) "kavo_opt_shaper6"
-)");
-}
-
-TEST_F(PrefixSetTest, ASetThatIsNotThereIsEmpty) {
-  refuse(IPSET_CMD_FLUSH, ENOENT);
-  quenby::flush_prefix_set(kernel.socket());
-  EXPECT_EQ(kernel.summaries(), "IPSET_CMD_FLUSH\n");
-}
-
-TEST_F(PrefixSetTest, EveryOtherRefusalEndsTheRun) {
-  refuse(IPSET_CMD_CREATE, EEXIST);
-  refuse(IPSET_CMD_FLUSH, EPERM);
-  refuse(IPSET_CMD_ADD, EEXIST);
-  refuse(IPSET_CMD_DEL, ENOENT);
-  const quenby::SocketPtr& sock = kernel.socket();
-  EXPECT_EXIT(quenby::create_address_set(sock, quenby::Family::ipv6), ExitedWithCode(1),
-              "^Error: failed to create ipset ack\\(Object exists\\)\n$");
-  EXPECT_EXIT(quenby::flush_prefix_set(sock), ExitedWithCode(1),
-              "^Error: failed to delete ipset ack\\(Operation not permitted\\)\n$");
-  EXPECT_EXIT(quenby::add_address(sock, quenby::address_set_entry(prefix("2001:db8::1"), 4)),
-              ExitedWithCode(1), "^Error: failed to add ipset ip ack\\(Object exists\\)\n$");
-  EXPECT_EXIT(quenby::delete_address(sock, prefix("2001:db8::1")), ExitedWithCode(1),
-              "^Error: failed to del ipset ip ack\\(Object not found\\)\n$");
-}
 
 class Ip6ConnectionsTest : public testing::Test {
  protected:
@@ -215,18 +118,6 @@ TEST_F(DeviceTest, WithoutMarksOnlyDiscoveryHasAFilter) {
 RTM_DELTFILTER ifindex 7 parent 8000:0 prio 4
 RTM_NEWTFILTER CREATE ifindex 7 u32 parent 8000:0 prio 3
 )");
-}
-
-TEST_F(DeviceTest, WithoutIPv6NothingIsAsked) {
-  eth().remake_ip6_classifiers(quenby::MarkPath());
-  EXPECT_EQ(kernel.summaries(), "");
-}
-
-TEST_F(DeviceTest, ARefusedDiscoveryFilterEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWTFILTER, EPERM);
-  EXPECT_EXIT(device.remake_ip6_classifiers(path(true)), ExitedWithCode(1),
-              "^Error: eth1 failed to add filter cls\\(Operation not permitted\\)\n$");
 }
 
 }  // namespace

@@ -8,8 +8,6 @@
 namespace golden {
 namespace {
 
-using testing::ExitedWithCode;
-
 constexpr const char* kFwFilter = R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
   family 0 ifindex 3
   handle none
@@ -58,21 +56,6 @@ RTM_NEWTFILTER CREATE ifindex 7 bpf parent 8000:0 prio 4
 )");
 }
 
-TEST_F(DeviceTest, TheProgramsRefusalEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWTFILTER, EINVAL);
-  kernel.refuse(RTM_NEWTFILTER, ENOENT);
-  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
-              "^Error: eth1 failed to add filter cls\\(Object not found\\)\n$");
-}
-
-TEST_F(DeviceTest, AnotherRefusalOfTheFwFilterEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWTFILTER, EPERM);
-  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
-              "^Error: eth1 failed to add filter cls\\(Operation not permitted\\)\n$");
-}
-
 TEST_F(DeviceTest, DeletesClassifiersOfAnyKind) {
   eth().del_filter("eth1", 0x8000, 1, nullptr);
   EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
@@ -94,18 +77,6 @@ TEST_F(DeviceTest, DeletingAClassifierThatIsGoneSucceeds) {
     eth().del_filter("eth1", 0x8000, 1, nullptr);
     EXPECT_EQ(kernel.summaries(), "RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1\n");
   }
-}
-
-TEST_F(DeviceTest, ADeviceThatIsMissingIsNotAsked) {
-  ifb().del_filter("ppp0", 0xffff, 1, nullptr);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, AClassifierThatCannotBeDeletedEndsTheRun) {
-  quenby::HtbIfbIntf& device = ifb();
-  kernel.refuse(RTM_DELTFILTER, EPERM);
-  EXPECT_EXIT(device.del_filter("eth1", 0xffff, 1, nullptr), ExitedWithCode(1),
-              "^Error: ifb_ingr failed to del filter cls\\(Operation not permitted\\)\n$");
 }
 
 constexpr const char* kFiltersRemoved = R"(RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1
@@ -140,12 +111,6 @@ RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
   }
 }
 
-TEST_F(DeviceTest, TheImqDeviceHasNoSuchFilter) {
-  imq(true).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
-  imq(false).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
 TEST_F(DeviceTest, LeavesOfTariffsWithAddressesAndSpeed) {
   const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5", "10.0.1.6"}, quenby::kQdiscSfq),
                             tariff("b", 5, kTenMbit, {}, quenby::kQdiscSfq),
@@ -161,15 +126,6 @@ RTM_NEWTCLASS CREATE ifindex 3 htb 8000:7 parent 8000:1
 RTM_NEWQDISC CREATE ifindex 7 sfq 8004:0 parent 8000:4
 RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
 )");
-}
-
-TEST_F(DeviceTest, ABlockedDirectionGetsNoLeaves) {
-  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5"})});
-  for (const std::int64_t speed : {-2, 0}) {
-    eth().create_leaves(line(kTenMbit, speed), set);
-    ifb().create_leaves(line(speed, kTenMbit), set);
-  }
-  EXPECT_EQ(kernel.requests(), "");
 }
 
 }  // namespace

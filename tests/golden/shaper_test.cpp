@@ -12,8 +12,6 @@ using quenby::GlobalSet;
 using quenby::HtbShaper;
 using quenby::TariffSet;
 
-constexpr std::uint32_t kHtb = 0x80000000;
-
 const auto kAmy = tariff("amy", 4, 100'000, {"10.0.0.4"});
 const auto kBob = tariff("bob", 5, 200'000, {"10.0.0.5"});
 const auto kZed = tariff("zed", 6, 300'000, {"10.0.0.6"});
@@ -119,7 +117,7 @@ RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
 )";
 const std::string kUploadMarks = "RTM_NEWTFILTER CREATE ifindex 3 fw parent 8000:0 prio 1\n";
 const std::string kDownloadMarks = "RTM_NEWTFILTER CREATE ifindex 7 fw parent 8000:0 prio 1\n";
-const std::string kIngress = "RTM_NEWQDISC CREATE ifindex 3 ingress ffff:0 parent ingress\n";
+const std::string kNewIngress = "RTM_NEWQDISC CREATE ifindex 3 ingress ffff:0 parent ingress\n";
 // The rules that mark and the one that tracks; what takes them away, with the drop chain emptied;
 // both, one after the other.
 const std::string kRules = "firewall 8\n";
@@ -143,7 +141,7 @@ std::string entry(const std::string& byte, const std::string& mark) {
 }
 
 // Connections are marked when the classes stand, and none of another run's rules marks them before.
-const std::string kAmyBuilt = "IPSET_CMD_CREATE\n" + kUploadLine + kUploadMarks + kIngress +
+const std::string kAmyBuilt = "IPSET_CMD_CREATE\n" + kUploadLine + kUploadMarks + kNewIngress +
                               new_class(3, "4") + kDownloadLine + kDownloadMarks + "tc\n" +
                               new_class(7, "4") + entry("04", "04") + kRules + kMended;
 
@@ -199,7 +197,7 @@ TEST_F(ShaperTest, WhatDoesNotStandIsBuilt) {
 
 TEST_F(ShaperTest, TheLastTariffLeavesTheLine) {
   EXPECT_EQ(update(tariffs({kAmy}), tariffs({kAmy}), {}), "IPSET_CMD_DEL 04\n" + kUploadLine +
-                                                              kIngress + kDownloadLine + "tc\n" +
+                                                              kNewIngress + kDownloadLine + "tc\n" +
                                                               kCleanedAndSet + kMended);
 }
 
