@@ -4,7 +4,8 @@
 
 #include "tests/golden/device_test.h"
 
-// The mark classifier, deleting classifiers, and the leaves of devices that classify by mark.
+// The classifiers by mark and of discovery, deleting classifiers, and the leaves of devices that
+// classify by mark.
 namespace golden {
 namespace {
 
@@ -125,6 +126,65 @@ RTM_NEWTCLASS CREATE ifindex 3 htb 8000:7 parent 8000:1
   EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 7 htb 8000:4 parent 8000:1
 RTM_NEWQDISC CREATE ifindex 7 sfq 8004:0 parent 8000:4
 RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
+)");
+}
+
+quenby::MarkPath path(bool marked) {
+  quenby::MarkPath path;
+  path.classifier = marked;
+  path.ipv6 = true;
+  return path;
+}
+
+TEST_F(DeviceTest, DiscoveryGoesToTheDirectQueueAndMarksToTheirClasses) {
+  eth().remake_ip6_classifiers(path(true));
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 3 protocol 0x86dd
+RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 4 protocol 0x86dd
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 3 protocol 0x86dd
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key 3aff/ffff at 4 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 4 protocol 0x86dd
+  TCA_KIND "fw"
+  TCA_OPTIONS
+    TCA_FW_MASK 0x80003fff
+)");
+}
+
+TEST_F(DeviceTest, TheMarkProgramOfIPv6StandsInForARefusedFwFilter) {
+  kernel.refuse(RTM_NEWTFILTER, 0);
+  kernel.refuse(RTM_NEWTFILTER, EINVAL);
+  ifb().remake_ip6_classifiers(path(true));
+  const std::string program = kProgram;
+  EXPECT_TRUE(kernel.requests().ends_with("  info prio 4 protocol 0x86dd\n" +
+                                          program.substr(program.find("  TCA_KIND"))));
+}
+
+TEST_F(DeviceTest, WithoutMarksOnlyDiscoveryHasAFilter) {
+  ifb().remake_ip6_classifiers(path(false));
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELTFILTER ifindex 7 parent 8000:0 prio 3
+RTM_DELTFILTER ifindex 7 parent 8000:0 prio 4
+RTM_NEWTFILTER CREATE ifindex 7 u32 parent 8000:0 prio 3
 )");
 }
 

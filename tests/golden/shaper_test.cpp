@@ -1,8 +1,7 @@
 #include <sstream>
 
-#include "shaper/htb_shaper.h"
 #include "tests/golden/device_test.h"
-#include "tests/golden/private_sbin.h"
+#include "tests/golden/router.h"
 
 // The order of an operation's work across devices, address set, connections and firewall.
 namespace golden {
@@ -32,14 +31,14 @@ std::string value_after(const std::string& request, const std::string& name) {
 }
 
 // Entries with the last byte of their address and that of their mark.
-void note_netfilter(const std::string& summary, const std::string& request) {
+std::string netfilter_line(const std::string& summary, const std::string& request) {
   const std::string address = value_after(request, "IPADDR_IPV4(1) NET_BYTEORDER ");
   const std::string mark = value_after(request, " SKBMARK(27) NET_BYTEORDER ");
-  note_command(summary + (address.empty() ? "" : address.substr(8)) +
-               (mark.empty() ? "" : " mark" + mark.substr(8, 3)));
+  return summary + (address.empty() ? "" : address.substr(8)) +
+         (mark.empty() ? "" : " mark" + mark.substr(8, 3));
 }
 
-// Without the looks; commands of the firewall are counted.
+// Commands of the firewall are counted.
 std::string changes(const std::string& commands) {
   std::istringstream in(commands);
   std::string text;
@@ -51,7 +50,7 @@ std::string changes(const std::string& commands) {
   for (std::string line; std::getline(in, line);) {
     if (line.starts_with("/sbin/sudo ")) {
       ++firewall;
-    } else if (!line.starts_with("RTM_GET")) {
+    } else {
       end_firewall();
       text += (line.starts_with("/sbin/tc ") ? "tc" : line) + "\n";
     }
@@ -60,44 +59,20 @@ std::string changes(const std::string& commands) {
   return text;
 }
 
-class ShaperTest : public testing::Test {
+class ShaperTest : public testing::Test, protected Router {
  protected:
-  ShaperTest() {
-    route.has_link("eth1", kWanIndex);
-    route.has_link("ifb_ingr", kIfbIndex);
-  }
-
-  // Everything that a change relies on, with class number `last` as the last one.
-  void stands(std::uint32_t last) {
-    route.has_ingress_qdisc(kWanIndex);
-    route.has_redirection({kWanIndex, kIfbIndex});
-    for (const int device : {kWanIndex, kIfbIndex}) {
-      route.has_root_qdisc(device, kHtb);
-      route.has_class({.ifindex = device, .handle = kHtb | last, .parent = kHtb | 1});
-    }
-  }
-
   template <typename Operation>
   std::string run(const Operation& operation) {
-    const SbinRun run = run_with_private_sbin(0, [&] {
-      quenby::CachePtr links = route.links();
-      route.tell([](const auto& summary, const auto& /*request*/) { note_command(summary); });
-      netfilter.tell(note_netfilter);
-      HtbShaper shaper(
-          {std::move(route.socket()), std::move(netfilter.socket()), std::move(links)});
+    const SbinRun done = Router::run(netfilter_line, [&](HtbShaper& shaper) {
       operation(shaper);
       return std::string();
     });
-    EXPECT_EQ(run.status, 0) << run.errors;
-    return changes(run.commands);
+    return changes(done.commands);
   }
 
   std::string update(const TariffSet& current, const TariffSet& removed, const TariffSet& added) {
     return run([&](HtbShaper& shaper) { shaper.update_tariffs(eth1(), current, removed, added); });
   }
-
-  RecordingKernel route;
-  RecordingKernel netfilter{NETLINK_NETFILTER};
 };
 
 const std::string kUploadLine = R"(RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
