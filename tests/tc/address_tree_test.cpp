@@ -65,6 +65,7 @@ TEST(AddressTree, OfADownloadSharesTablesAndGivesNode0Once) {
       {"10.0.2.5", 7,
        "table 5:, u32 2:2:0 at 16 link 5: by ff, u32 5:5:0 at 16 match 10.0.2.5 class 8000:7"},
       {"10.0.2.0", 7, "u32 5:0:0 at 16 match 10.0.2.0 class 8000:7"},
+      {"10.0.2.128", 7, "u32 5:80:0 at 16 match 10.0.2.128 class 8000:7"},
       {"10.0.2.255", 7, "u32 5:ff:0 at 16 match 10.0.2.255 class 8000:7"},
   };
   for (const auto& row : rows)
