@@ -30,32 +30,25 @@ TEST_F(IniSyntax, AnEmptyFileOrOneOfBlankLinesSetsNothing) {
   }
 }
 
-TEST_F(IniSyntax, BlanksAroundEveryPartAreIgnored) {
-  TariffSet set;
-  EXPECT_TRUE(parse("\n  [  a b  ]  \n\n\t id \t=\t 7 \t\n\n", set));
-  EXPECT_THAT(names(set), ElementsAre("a b"));
-  EXPECT_THAT(ids(set), ElementsAre(7));
-}
-
-TEST_F(IniSyntax, WindowsLineEndsAreBlanks) {
-  TariffSet set;
-  EXPECT_TRUE(parse("[a]\r\nid=7\r\nqueuing_discipline=sfq\r\n", set));
-  EXPECT_THAT(names(set), ElementsAre("a"));
-  EXPECT_EQ(set.tariffs()[0].id, 7);
-  EXPECT_EQ(set.tariffs()[0].qdisc_str(), "sfq");
-}
-
-TEST_F(IniSyntax, TheLastLineNeedsNoLineEnd) {
-  TariffSet set;
-  EXPECT_TRUE(parse("[a]\nid=7", set));
-  EXPECT_THAT(ids(set), ElementsAre(7));
-}
-
-TEST_F(IniSyntax, TextAfterAHeaderIsIgnored) {
-  TariffSet set;
-  EXPECT_TRUE(parse("[a] id=9 [b]\nid=7\n", set));
-  EXPECT_THAT(names(set), ElementsAre("a"));
-  EXPECT_THAT(ids(set), ElementsAre(7));
+TEST_F(IniSyntax, WhatStandsAroundThePartsIsIgnored) {
+  const struct {
+    const char* what;
+    const char* text;
+    const char* name;
+  } rows[] = {
+      {"blanks", "\n  [  a b  ]  \n\n\t id \t=\t 7 \t\nqueuing_discipline = sfq \n", "a b"},
+      {"Windows line ends", "[a]\r\nid=7\r\nqueuing_discipline=sfq\r\n", "a"},
+      {"no line end", "[a]\nqueuing_discipline=sfq\nid=7", "a"},
+      {"text after a header", "[a] id=9 [b]\nid=7\nqueuing_discipline=sfq\n", "a"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    TariffSet set;
+    EXPECT_TRUE(parse(row.text, set));
+    EXPECT_THAT(names(set), ElementsAre(row.name));
+    EXPECT_THAT(ids(set), ElementsAre(7));
+    EXPECT_EQ(set.tariffs()[0].qdisc_str(), "sfq");
+  }
 }
 
 TEST_F(IniSyntax, KeysAreReadInAnyCase) {

@@ -9,25 +9,35 @@ using test::tariff;
 
 using IniWrite = test::IniFile;
 
-TEST_F(IniWrite, ATariffWithOneSpeedIsThreeLines) {
-  TariffSettings t = tariff("a");
-  t.download.setSpeed("1000");
-  EXPECT_EQ(written(set_of(t)), "[a]\ndownload_speed=1000\nupload_speed=0\n");
-}
+// What is written of a tariff "a" with these values.
+struct Row {
+  void (*set)(TariffSettings&);
+  const char* lines;
+};
 
-TEST_F(IniWrite, AnEmptySetIsAnEmptyFile) { EXPECT_EQ(written(TariffSet()), ""); }
+TEST_F(IniWrite, ATariffsLines) {
+  const Row rows[] = {
+      {[](TariffSettings& t) { t.download.setSpeed("1000"); },
+       "download_speed=1000\nupload_speed=0\n"},
+      // Whole kilobits: 249 bytes/s.
+      {[](TariffSettings& t) { t.download.setSpeed("1.999"); },
+       "download_speed=1\nupload_speed=0\n"},
+      {[](TariffSettings& t) { t.upload.setSpeed("-5"); }, "download_speed=0\nupload_speed=-1\n"},
+      {[](TariffSettings& t) { t.qdisc = 4; },
+       "download_speed=0\nupload_speed=0\nqueuing_discipline=none\n"},
+  };
+  for (const Row& row : rows) {
+    TariffSettings t = tariff("a");
+    row.set(t);
+    EXPECT_EQ(written(set_of(t)), std::string("[a]\n") + row.lines);
+  }
+}
 
 TEST_F(IniWrite, TariffsFollowTheOrderOfTheSet) {
   EXPECT_EQ(written(set_of(tariff("b", 5), tariff("a", 4))),
             "[b]\nid=5\ndownload_speed=0\nupload_speed=0\n"
             "[a]\nid=4\ndownload_speed=0\nupload_speed=0\n");
-}
-
-TEST_F(IniWrite, SpeedsAreWholeKilobits) {
-  TariffSettings t = tariff("a");
-  t.download.setSpeed("1.999");  // 249 bytes/s
-  t.upload.setSpeed("-5");
-  EXPECT_EQ(written(set_of(t)), "[a]\ndownload_speed=1\nupload_speed=-1\n");
+  EXPECT_EQ(written(TariffSet()), "");
 }
 
 TEST_F(IniWrite, TheAggregationTextIsKeptUnlessItIsExactlyOne) {
@@ -42,49 +52,33 @@ TEST_F(IniWrite, TheAggregationTextIsKeptUnlessItIsExactlyOne) {
   }
 }
 
-TEST_F(IniWrite, BurstRatesAreWholeKilobitsUnlessThatIsZero) {
+// Whole kilobits, and no line where that is 0; the low 32 bits of a size.
+TEST_F(IniWrite, BurstsAreWrittenUnlessTheyAreZero) {
   const struct {
-    std::int64_t rate;
-    const char* line;
-  } rows[] = {{0, ""},
-              {999, ""},
-              {-1, ""},
-              {1000, "upload_burst_rate=1\n"},
-              {1999, "upload_burst_rate=1\n"},
-              {2'000'000, "upload_burst_rate=2000\n"}};
+    std::int64_t rate, size;
+    const char* lines;
+  } rows[] = {
+      {0, 0, ""},
+      {999, 0, ""},
+      {-1, 0, ""},
+      {1000, 0, "upload_burst_rate=1\n"},
+      {1999, 0, "upload_burst_rate=1\n"},
+      {2'000'000, 0, "upload_burst_rate=2000\n"},
+      {0, 1500, "upload_burst_size=1500\n"},
+      {0, 2'147'483'647, "upload_burst_size=2147483647\n"},
+      {0, 2'147'483'648, "upload_burst_size=-2147483648\n"},
+      {0, 4'294'967'295, "upload_burst_size=-1\n"},
+      {0, 4'294'967'296, ""},
+      {0, 4'294'967'301, "upload_burst_size=5\n"},
+  };
   for (const auto& row : rows) {
-    SCOPED_TRACE(row.rate);
+    SCOPED_TRACE(testing::Message() << row.rate << ' ' << row.size);
     TariffSettings t = tariff("a");
     t.upload.burst_rate = row.rate;
+    t.upload.burst_size = row.size;
     EXPECT_EQ(written(set_of(t)),
-              std::string("[a]\ndownload_speed=0\nupload_speed=0\n") + row.line);
+              std::string("[a]\ndownload_speed=0\nupload_speed=0\n") + row.lines);
   }
-}
-
-TEST_F(IniWrite, OnlyTheLow32BitsOfABurstSizeAreKept) {
-  const struct {
-    std::int64_t size;
-    const char* line;
-  } rows[] = {{0, ""},
-              {1500, "download_burst_size=1500\n"},
-              {2'147'483'647, "download_burst_size=2147483647\n"},
-              {2'147'483'648, "download_burst_size=-2147483648\n"},
-              {4'294'967'295, "download_burst_size=-1\n"},
-              {4'294'967'296, ""},
-              {4'294'967'301, "download_burst_size=5\n"}};
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.size);
-    TariffSettings t = tariff("a");
-    t.download.burst_size = row.size;
-    EXPECT_EQ(written(set_of(t)),
-              "[a]\ndownload_speed=0\n" + std::string(row.line) + "upload_speed=0\n");
-  }
-}
-
-TEST_F(IniWrite, AnUnknownLeafKindIsWrittenAsNone) {
-  TariffSettings t = tariff("a");
-  t.qdisc = 4;
-  EXPECT_EQ(written(set_of(t)), "[a]\ndownload_speed=0\nupload_speed=0\nqueuing_discipline=none\n");
 }
 
 TEST_F(IniWrite, AGlobalSetAtItsStartIsTwoLines) {

@@ -98,13 +98,28 @@ TEST_F(ReadConfig, NothingIsSaved) {
 }
 
 TEST_F(ReadConfig, ANamedTariffFileIsRefusedForWhatItHoldsAltogether) {
-  EXPECT_EQ(check_named("[a]\n[b]\n"), "accepted");
-  EXPECT_EQ(check_named("[a]\n[b]\n [a]\n"), named() +
-                                                 ":3:3: section \"a\" is in the file "
-                                                 "twice");
-  EXPECT_EQ(check_named("[a]\n[b]\ndownload_burst_size=2147483648\n"),
-            named() + ":2:2: section \"b\" has a burst size above 2147483647");
-  EXPECT_EQ(check_named("[a]\nx=1\n"), named() + ":2:1: unknown key \"x\" in this section");
+  const std::pair<const char*, const char*> rows[] = {
+      {"[a]\n[b]\n [a]\n", ":3:3: section \"a\" is in the file twice"},
+      {"[a]\nid=4\n[b]\n[a]\n", ":4:2: section \"a\" is in the file twice"},
+      {"[a]\n[b]\ndownload_burst_size=2147483648\n",
+       ":2:2: section \"b\" has a burst size above 2147483647"},
+      {"[a]\nupload_burst_size=3000000000\n",
+       ":1:2: section \"a\" has a burst size above 2147483647"},
+      {"[a]\nspeed=1\n", ":2:1: unknown key \"speed\" in this section"},
+  };
+  for (const auto& [text, error] : rows) EXPECT_EQ(check_named(text), named() + error);
+  TariffSet tariffs;
+  EXPECT_EQ(text_of(read_named(file("missing.ini"), tariffs)),
+            file("missing.ini") + ": cannot be opened: No such file or directory");
+}
+
+TEST_F(ReadConfig, ANamedTariffFileIsOrderedAndRoundedToItsStoredForm) {
+  EXPECT_EQ(check_named("[z]\n[a]\ndownload_speed=1.5\n[m]\n"), "accepted");
+  TariffSet tariffs;
+  EXPECT_FALSE(read_named(named(), tariffs));
+  EXPECT_EQ(test::names(tariffs), (std::vector<std::string>{"a", "m", "z"}));
+  EXPECT_EQ(tariffs.tariffs()[0].download.speed, 125);
+  EXPECT_EQ(tariffs.tariffs()[0].upload.speed, 0);
 }
 
 TEST_F(ReadConfig, ANamedGlobalFileIsRoundedToItsStoredForm) {

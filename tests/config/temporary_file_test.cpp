@@ -22,16 +22,20 @@ using testing::UnorderedElementsAre;
 
 const std::string kDigits = "0123456789abcdef";
 
-// Symbolic links to `victim` under every name "x-?" but the digits of `free`.
-void plant_links(const ScratchDirectory& scratch, const std::string& free) {
-  for (const char digit : kDigits) {
-    if (free.find(digit) == std::string::npos)
-      std::filesystem::create_symlink(scratch.file("victim"), scratch.file("x-") + digit);
+class TemporaryFileTest : public testing::Test {
+ protected:
+  // Symbolic links to `victim` under every name "x-?" but the digits of `free`.
+  void plant_links(const std::string& free) const {
+    for (const char digit : kDigits) {
+      if (free.find(digit) == std::string::npos)
+        std::filesystem::create_symlink(scratch.file("victim"), scratch.file("x-") + digit);
+    }
   }
-}
 
-TEST(TemporaryFile, IsMadeEmptyForItsOwnerAlone) {
   const ScratchDirectory scratch;
+};
+
+TEST_F(TemporaryFileTest, IsMadeEmptyForItsOwnerAlone) {
   const TemporaryFile file = TemporaryFile::create(scratch.file("x-%%%%"));
   EXPECT_THAT(file.path(), MatchesRegex(".*/x-[0-9a-f][0-9a-f][0-9a-f][0-9a-f]"));
   struct stat status {};
@@ -41,8 +45,7 @@ TEST(TemporaryFile, IsMadeEmptyForItsOwnerAlone) {
   EXPECT_EQ(status.st_size, 0);
 }
 
-TEST(TemporaryFile, GoesWithItsOwner) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, GoesWithItsOwner) {
   {
     const TemporaryFile made = TemporaryFile::create(scratch.file("x-%%%%"));
     const TemporaryFile named(scratch.file("named"));
@@ -53,8 +56,7 @@ TEST(TemporaryFile, GoesWithItsOwner) {
   EXPECT_TRUE(names_in(scratch.path()).empty());
 }
 
-TEST(TemporaryFile, LeavesItsNameToOthersOnceItHasReplaced) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, LeavesItsNameToOthersOnceItHasReplaced) {
   {
     TemporaryFile file(scratch.file("named"));
     write_file(file.path(), "new");
@@ -66,8 +68,7 @@ TEST(TemporaryFile, LeavesItsNameToOthersOnceItHasReplaced) {
   EXPECT_EQ(read_file(scratch.file("named")), "another run's");
 }
 
-TEST(TemporaryFile, StaysItsOwnersWhenItCannotReplace) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, StaysItsOwnersWhenItCannotReplace) {
   std::filesystem::create_directory(scratch.file("target"));
   {
     TemporaryFile file(scratch.file("named"));
@@ -78,8 +79,7 @@ TEST(TemporaryFile, StaysItsOwnersWhenItCannotReplace) {
   EXPECT_THAT(names_in(scratch.path()), ElementsAre("target"));
 }
 
-TEST(TemporaryFile, IsMadeInThePlaceOfAnOldOne) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, IsMadeInThePlaceOfAnOldOne) {
   write_file(scratch.file("named"), "old");
   const TemporaryFile file(scratch.file("named"));
   EXPECT_TRUE(file.make());
@@ -89,8 +89,7 @@ TEST(TemporaryFile, IsMadeInThePlaceOfAnOldOne) {
   EXPECT_FALSE(homeless.make());
 }
 
-TEST(TemporaryFile, LeavesADirectoryUnderItsName) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, LeavesADirectoryUnderItsName) {
   std::filesystem::create_directory(scratch.file("named"));
   {
     const TemporaryFile file(scratch.file("named"));
@@ -99,10 +98,9 @@ TEST(TemporaryFile, LeavesADirectoryUnderItsName) {
   EXPECT_TRUE(std::filesystem::is_directory(scratch.file("named")));
 }
 
-TEST(TemporaryFile, NeverFollowsALinkUnderItsName) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, NeverFollowsALinkUnderItsName) {
   write_file(scratch.file("victim"), "precious");
-  plant_links(scratch, "5c");
+  plant_links("5c");
   const TemporaryFile first = TemporaryFile::create(scratch.file("x-%"));
   const TemporaryFile second = TemporaryFile::create(scratch.file("x-%"));
   EXPECT_THAT((std::vector{first.path(), second.path()}),
@@ -111,16 +109,14 @@ TEST(TemporaryFile, NeverFollowsALinkUnderItsName) {
   EXPECT_EQ(read_file(scratch.file("victim")), "precious");
 }
 
-TEST(TemporaryFile, NeverMakesTheTargetOfADanglingLink) {
-  const ScratchDirectory scratch;
-  plant_links(scratch, "0");
+TEST_F(TemporaryFileTest, NeverMakesTheTargetOfADanglingLink) {
+  plant_links("0");
   const TemporaryFile file = TemporaryFile::create(scratch.file("x-%"));
   EXPECT_EQ(file.path(), scratch.file("x-0"));
   EXPECT_FALSE(std::filesystem::exists(scratch.file("victim")));
 }
 
-TEST(TemporaryFile, NeverOverwritesAFile) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, NeverOverwritesAFile) {
   for (const char digit : kDigits) {
     if (digit != 'a') write_file(scratch.file("x-") + digit, "precious");
   }
@@ -130,10 +126,9 @@ TEST(TemporaryFile, NeverOverwritesAFile) {
     EXPECT_EQ(read_file(scratch.file(name)), "precious");
 }
 
-TEST(TemporaryFile, GivesUpWhenEveryNameIsTaken) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, GivesUpWhenEveryNameIsTaken) {
   write_file(scratch.file("victim"), "precious");
-  plant_links(scratch, "");
+  plant_links("");
   try {
     TemporaryFile::create(scratch.file("x-%"));
     FAIL() << "a name was found";
@@ -144,8 +139,7 @@ TEST(TemporaryFile, GivesUpWhenEveryNameIsTaken) {
   EXPECT_EQ(names_in(scratch.path()).size(), 17U);
 }
 
-TEST(TemporaryFile, ReportsADirectoryThatIsMissing) {
-  const ScratchDirectory scratch;
+TEST_F(TemporaryFileTest, ReportsADirectoryThatIsMissing) {
   try {
     TemporaryFile::create(scratch.file("no/x-%%%%"));
     FAIL() << "a file was made";

@@ -8,8 +8,6 @@
 namespace golden {
 namespace {
 
-using testing::ExitedWithCode;
-
 constexpr const char* kDownloadBase =
     R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 0 node 0 parent 8000:0 prio 1
 RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
@@ -26,6 +24,31 @@ class AddressTreeTest : public DeviceTest {
                                 false);
   }
 };
+
+TEST_F(DeviceTest, TheBaseTables) {
+  const quenby::GlobalSettings both = line(kTenMbit, kTenMbit);
+  imq(true).create_base_ht(both, {});
+  EXPECT_EQ(kernel.values(),
+            R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 0 node 0 parent 8000:0 prio 1
+  DIVISOR 16
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+  LINK table 2 bucket 0 node 0 flags 0 hash mask ff00 at 16 key 0/0 at 16 offmask 0
+)");
+  imq(false).create_base_ht(both, {});
+  EXPECT_EQ(kernel.values(),
+            R"(RTM_NEWTFILTER CREATE ifindex 9 u32 table 19 bucket 0 node 0 parent 8000:0 prio 1
+  DIVISOR 16
+RTM_NEWTFILTER CREATE ifindex 9 u32 parent 8000:0 prio 1
+  LINK table 19 bucket 0 node 0 flags 0 hash mask ff00 at 12 key 0/0 at 12 offmask 0
+)");
+}
+
+TEST_F(DeviceTest, ATableThatExistsIsToleratedOnRequest) {
+  kernel.refuse(RTM_NEWTFILTER, EINVAL);
+  imq(true).add_ht({5, 256}, 1, true);
+  EXPECT_EQ(kernel.summaries(),
+            "RTM_NEWTFILTER CREATE ifindex 9 u32 table 5 bucket 0 node 0 parent 8000:0 prio 1\n");
+}
 
 TEST_F(AddressTreeTest, OneAddressOfTheDownload) {
   add(true, {"10.0.1.5"});
@@ -109,29 +132,6 @@ TEST_F(AddressTreeTest, AHandleOfBucketZeroIsSentAgainWithout) {
                 filter + place + link +                                        //
                 filter + "table 3 bucket 0 node 0 " + place + address +        //
                 filter + place + address);
-}
-
-TEST_F(AddressTreeTest, ARefusalTwiceEndsTheRun) {
-  for (const int error : {0, EINVAL, EINVAL}) kernel.refuse(RTM_NEWTFILTER, error);
-  EXPECT_EXIT(add(true, {"10.0.16.7"}), ExitedWithCode(1),
-              "^Error: imq0 failed to add filter cls\\(Invalid input data or parameter\\)\n$");
-}
-
-TEST_F(AddressTreeTest, ARefusedHandleOfAnotherBucketEndsTheRun) {
-  for (const int error : {0, 0, EINVAL}) kernel.refuse(RTM_NEWTFILTER, error);
-  EXPECT_EXIT(add(true, {"10.0.1.7"}), ExitedWithCode(1),
-              "^Error: imq0 failed to add filter cls\\(Invalid input data or parameter\\)\n$");
-}
-
-TEST_F(AddressTreeTest, AnotherRefusalOfBucketZeroEndsTheRun) {
-  for (const int error : {0, 0, ENOENT}) kernel.refuse(RTM_NEWTFILTER, error);
-  EXPECT_EXIT(add(true, {"10.0.16.0"}), ExitedWithCode(1),
-              "^Error: imq0 failed to add filter cls\\(Object not found\\)\n$");
-}
-
-TEST_F(AddressTreeTest, ATariffWithoutAddressesGetsNothing) {
-  add(true, {});
-  EXPECT_EQ(kernel.requests(), "");
 }
 
 TEST_F(DeviceTest, TheTariffsOfTheImqShareOneTree) {

@@ -10,8 +10,6 @@ namespace {
 
 using quenby::kQdiscPfifo;
 using quenby::kQdiscSfq;
-using quenby::TariffSet;
-using testing::ExitedWithCode;
 
 const quenby::GlobalSettings kLine = line(kTenMbit, kTenMbit);
 
@@ -165,12 +163,6 @@ RTM_NEWTFILTER CREATE ifindex 9 u32 table 6 bucket 7 node 0 parent 8000:0 prio 1
 )");
 }
 
-TEST_F(AddressTreeUpdateTest, ADirectionWithoutSpeedHasNothingToChange) {
-  imq(true).update_leaves(line(-2, kTenMbit), tariffs({amy}), tariffs({bob}), true);
-  imq(false).update_leaves(line(kTenMbit, -2), tariffs({amy}), tariffs({bob}), true);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
 TEST_F(AddressTreeUpdateTest, NothingIsDeletedWhereNothingWasShaped) {
   imq(true).update_leaves(kLine, tariffs({bob}), {}, false);
   EXPECT_EQ(kernel.summaries(), "RTM_GETTFILTER DUMP\n");
@@ -179,8 +171,6 @@ TEST_F(AddressTreeUpdateTest, NothingIsDeletedWhereNothingWasShaped) {
 TEST_F(AddressTreeUpdateTest, ATariffWithoutAddressesOrSpeedHasNothing) {
   const auto silent = tariffs({tariff("a", 4, kTenMbit, {}, kQdiscSfq)});
   const auto unset = tariffs({tariff("a", 4, -2, {"10.0.1.5"}, kQdiscSfq)});
-  imq(true).delete_ht_leaf(silent.tariffs()[0].download, true, {});
-  EXPECT_EQ(kernel.requests(), "");
   imq(true).update_leaves(kLine, silent, unset, true);
   imq(false).update_leaves(kLine, silent, silent, true);
   EXPECT_EQ(kernel.summaries(), "RTM_GETTFILTER DUMP\nRTM_GETTFILTER DUMP\n");
@@ -218,40 +208,6 @@ RTM_DELTCLASS ifindex 9 8000:4 parent 8000:1
   }
 }
 
-TEST_F(AddressTreeUpdateTest, ARefusedStepEndsTheRun) {
-  const struct {
-    int type;
-    int error;
-    const char* message;
-  } steps[] = {
-      {RTM_DELQDISC, EBUSY, "imq0 failed to delete sfq qdisc\\(Object busy\\)"},
-      {RTM_GETTFILTER, EPERM, "Cannot allocate rtnl_cls_cache\\(Operation not permitted\\)"},
-      {RTM_DELTFILTER, EPERM, "imq0 failed to del filter cls\\(Operation not permitted\\)"},
-      {RTM_DELTCLASS, EBUSY, "imq0 failed to delete 32773 cls\\(Object busy\\)"},
-      {RTM_NEWTCLASS, ENOENT, "imq0 failed to add 32773 cls\\(Object not found\\)"},
-      {RTM_NEWTFILTER, ENOENT, "imq0 failed to add filter cls\\(Object not found\\)"},
-      {RTM_NEWQDISC, ENOENT, "imq0 failed to add sfq qdisc\\(Object not found\\)"},
-  };
-  quenby::HtbImqIntf& device = imq(false);
-  const TariffSet both = tariffs({bob});
-  const auto run = [&](int type, int error) {
-    kernel.refuse(type, error);
-    device.update_leaves(kLine, both, both, true);
-  };
-  for (const auto& step : steps) {
-    EXPECT_EXIT(run(step.type, step.error), ExitedWithCode(1),
-                "^Error: " + std::string(step.message) + "\n$");
-  }
-}
-
-TEST_F(AddressTreeUpdateTest, ARefusedNewTableEndsTheRun) {
-  quenby::HtbImqIntf& device = imq(true);
-  const TariffSet added = tariffs({tariff("zed", 6, kTenMbit, {"10.0.3.7"})});
-  kernel.refuse(RTM_NEWTFILTER, ENOENT);
-  EXPECT_EXIT(device.update_leaves(kLine, {}, added, true), ExitedWithCode(1),
-              "^Error: imq0 failed to add ht cls\\(Object not found\\)\n$");
-}
-
 TEST_F(DeviceTest, TheFirstTariffOfADirectionMakesItsBaseTable) {
   // The upload's base table is none of the download's.
   kernel.has_filter({kImqIndex, at(19), 0});
@@ -265,13 +221,6 @@ RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 0 node 0 parent 8000:0 prio 1
 RTM_NEWTFILTER CREATE ifindex 9 u32 table 2 bucket 1 node 0 parent 8000:0 prio 1
 RTM_NEWTFILTER CREATE ifindex 9 u32 table 4 bucket 5 node 0 parent 8000:0 prio 1
 )");
-}
-
-TEST_F(BareRouterTest, AMissingImqDeviceHasNothingToChange) {
-  const auto set = tariffs({tariff("amy", 4, kTenMbit, {"10.0.1.5"})});
-  imq(true).update_leaves(kLine, set, set, true);
-  imq(false).update_leaves(kLine, set, set, true);
-  EXPECT_EQ(kernel.requests(), "");
 }
 
 }  // namespace

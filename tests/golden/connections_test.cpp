@@ -102,5 +102,47 @@ TEST_F(ConnectionsTest, AKernelWithoutConnectionTrackingIsNoFailure) {
   EXPECT_EQ(kernel.summaries(), "");
 }
 
+quenby::Ip6Prefix prefix(const std::string& text) { return *quenby::parse_ip6_prefix(text); }
+
+class Ip6ConnectionsTest : public testing::Test {
+ protected:
+  static quenby::Ip6Address address(const std::string& text) { return prefix(text).address; }
+  void mend() { quenby::mend_ip6_marks(kernel.socket(), marks, quenby::any_mark()); }
+
+  RecordingKernel kernel{NETLINK_NETFILTER};
+  const quenby::MarkTable marks{{},
+                                {quenby::address_set_entry(prefix("2001:db8::/48"), 4),
+                                 quenby::address_set_entry(prefix("2001:db8:0:1::/64"), 5)}};
+};
+
+TEST_F(Ip6ConnectionsTest, AnotherMarkIsChangedInOurBits) {
+  kernel.has_ip6_connection({address("2001:db8:0:1::7"), address("3fff::1"), 0x80040009});
+  mend();
+  EXPECT_EQ(kernel.requests(), R"(IPCTNL_MSG_CT_GET REQUEST|ACK|DUMP
+  family 10
+  MARK(8) 80 00 00 00
+  MARK_MASK(21) 80 00 00 00
+IPCTNL_MSG_CT_NEW REQUEST|ACK
+  family 10
+  TUPLE_ORIG(1) NESTED 18 00 01 80 14 00 03 00 20 01 0d b8 00 00 00 01 00 00 00 00 00 00 00 07
+  MARK(8) 80 00 00 05
+  MARK_MASK(21) 80 00 3f ff
+)");
+}
+
+TEST_F(Ip6ConnectionsTest, TheRightMarkCostsNoRequest) {
+  kernel.has_ip6_connection({address("2001:db8:0:2::7"), address("3fff::1"), 0x80000004});
+  kernel.has_ip6_connection({address("3fff::1"), address("2001:db8:0:1::7"), 0x80000005});
+  kernel.has_ip6_connection({address("3fff::1"), address("3fff::2"), 0x80000003});
+  mend();
+  EXPECT_EQ(kernel.summaries(), "IPCTNL_MSG_CT_GET\n");
+}
+
+TEST_F(Ip6ConnectionsTest, AKernelWithoutConnectionTrackingIsNoFailure) {
+  kernel.refuse(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_GET, EINVAL);
+  mend();
+  EXPECT_EQ(kernel.summaries(), "IPCTNL_MSG_CT_GET\n");
+}
+
 }  // namespace
 }  // namespace golden

@@ -1,10 +1,9 @@
 #include <gmock/gmock.h>
 #include <sstream>
 
-#include "shaper/htb_shaper.h"
 #include "shaper/ipv6_note.h"
 #include "tests/golden/device_test.h"
-#include "tests/golden/private_sbin.h"
+#include "tests/golden/router.h"
 
 // What IPv6 adds to an operation's work, and that without it nothing is added.
 namespace golden {
@@ -14,8 +13,6 @@ using quenby::GlobalSet;
 using quenby::HtbShaper;
 using quenby::TariffSet;
 using testing::HasSubstr;
-
-constexpr std::uint32_t kHtb = 0x80000000;
 
 GlobalSet eth1(bool ipv6, std::int64_t download = kTenMbit) {
   GlobalSet set;
@@ -59,17 +56,6 @@ std::string lines(const std::string& text, bool of_ip6) {
 
 const std::string kStart = "/sbin/sudo /opt/ostrea/sbin/firewall.init start opt-qos\n";
 
-// A router with the WAN device and ifb_ingr.
-struct Router {
-  Router() {
-    route.has_link("eth1", kWanIndex);
-    route.has_link("ifb_ingr", kIfbIndex);
-  }
-
-  RecordingKernel route;
-  RecordingKernel netfilter{NETLINK_NETFILTER};
-};
-
 // What operations did, without the looks at the kernel, and what they left.
 struct Work {
   std::string commands;
@@ -78,20 +64,10 @@ struct Work {
 
 template <typename Operation>
 Work work_of(Router&& router, const Operation& operation) {
-  const SbinRun run = run_with_private_sbin(0, [&] {
-    quenby::CachePtr links = router.route.links();
-    router.route.tell([](const auto& summary, const auto& /*request*/) {
-      if (!summary.starts_with("RTM_GET")) note_command(summary);
-    });
-    router.netfilter.tell([](const auto& summary, const auto& request) {
-      note_command(netfilter_line(summary, request));
-    });
-    HtbShaper shaper(
-        {std::move(router.route.socket()), std::move(router.netfilter.socket()), std::move(links)});
+  const SbinRun run = router.run(netfilter_line, [&](HtbShaper& shaper) {
     operation(shaper);
     return std::string(quenby::ipv6_is_noted() ? "noted" : "not noted");
   });
-  EXPECT_EQ(run.status, 0) << run.errors;
   return {run.commands, run.result == "noted"};
 }
 
@@ -174,12 +150,7 @@ TEST(Ip6Shaper, WhatIsNotedGoesWhateverTheSettingsSay) {
 
 TEST(Ip6Shaper, WithoutTheRedirectionOfIPv6EverythingIsBuilt) {
   Router router;
-  router.route.has_ingress_qdisc(kWanIndex);
-  router.route.has_redirection({kWanIndex, kIfbIndex});
-  for (const int device : {kWanIndex, kIfbIndex}) {
-    router.route.has_root_qdisc(device, kHtb);
-    router.route.has_class({.ifindex = device, .handle = kHtb | 4, .parent = kHtb | 1});
-  }
+  router.stands(4);
   const Work work = work_of(std::move(router), [](HtbShaper& shaper) {
     shaper.update_tariffs(eth1(true), tariffs({kAmy}), {}, tariffs({kBob}));
   });

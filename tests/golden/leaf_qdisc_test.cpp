@@ -5,63 +5,90 @@
 
 #include "tests/golden/device_test.h"
 
-// The leaf qdiscs of tariffs.
+// The leaf qdiscs, the plain fair queue and the ingress qdisc of the WAN device.
 namespace golden {
 namespace {
 
 using quenby::htb_action;
 using testing::ExitedWithCode;
 
-TEST_F(DeviceTest, APfifoLeaf) {
+TEST_F(DeviceTest, LeavesOfTariffs) {
   eth().create_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscPfifo));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 3
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "pfifo"
-  TCA_OPTIONS
-    limit 11000
-)");
-}
-
-TEST_F(DeviceTest, AnSfqLeaf) {
   ifb().create_qdisc(direction(true, 5, kTenMbit, quenby::kQdiscSfq));
-  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
-  family 0 ifindex 7
-  handle 8005:0
-  parent 8000:5
-  info 0
-  TCA_KIND "sfq"
-  TCA_OPTIONS
-    quantum 0 perturb 0
-    limit 127
-    divisor 0 flows 0
-)");
-}
-
-TEST_F(DeviceTest, AnFqCodelLeafOfTheImqUpload) {
   imq(false).create_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscFqCodel));
-  // Major 0x8000 + 20000 + 5.
-  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 9 fq_codel ce25:0 parent 8000:8005
-  LIMIT 600 ECN 0 QUANTUM 300
-)");
-}
-
-TEST_F(DeviceTest, AnFqCodelLeafOfAnEmptySpeedNamesNoQuantum) {
+  // An empty speed names no quantum.
   eth().create_qdisc(direction(false, 4, -1, quenby::kQdiscFqCodel));
-  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 3 fq_codel 8004:0 parent 8000:4
+  // The major of the IMQ upload's is 0x8000 + 20000 + 5.
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWQDISC CREATE ifindex 3 pfifo 8005:0 parent 8000:5
+  limit 11000
+RTM_NEWQDISC CREATE ifindex 7 sfq 8005:0 parent 8000:5
+  quantum 0 perturb 0 limit 127 divisor 0 flows 0
+RTM_NEWQDISC CREATE ifindex 9 fq_codel ce25:0 parent 8000:8005
+  LIMIT 600 ECN 0 QUANTUM 300
+RTM_NEWQDISC CREATE ifindex 3 fq_codel 8004:0 parent 8000:4
   LIMIT 0 ECN 0
 )");
 }
 
-TEST_F(DeviceTest, UnknownKindsGetNoLeaf) {
-  for (const int kind : {0, 4, -1}) {
-    eth().create_qdisc(direction(false, 5, kTenMbit, kind));
-    eth().delete_qdisc(direction(false, 5, kTenMbit, kind));
-    ifb().tariff_qdisc_op(direction(true, 5, kTenMbit, kind), htb_action::update);
-  }
-  EXPECT_EQ(kernel.requests(), "");
+TEST_F(DeviceTest, DefaultClassesWithTheirLeaves) {
+  eth().create_def_leaf(line_direction(false, 12'500'000));
+  ifb().create_def_tar_leaf(default_direction(true, kTenMbit, 0));
+  EXPECT_EQ(kernel.values(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:2 parent 8000:1
+  rate 8 ceil 12500000 buffer 15625000 cbuffer 3750000 quantum 1000
+RTM_NEWQDISC CREATE ifindex 3 fq_codel 8002:0 parent 8000:2
+  LIMIT 800 ECN 0 QUANTUM 300
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:3 parent 8000:1
+  rate 8 ceil 1250000 buffer 15625000 cbuffer 3750000 quantum 1000
+RTM_NEWQDISC CREATE ifindex 7 fq_codel 8003:0 parent 8000:3
+  LIMIT 600 ECN 0 QUANTUM 300
+)");
+  eth().create_def_tar_leaf(default_direction(false, kTenMbit, kTenMbit));
+  ifb().create_def_leaf(line_direction(true, kTenMbit));
+  imq(true).create_def_leaf(default_direction(true, kTenMbit, kTenMbit));
+  eth().def_qdisc_op(line_direction(false, kTenMbit), htb_action::remove);
+  ifb().def_tar_qdisc_op(default_direction(true, kTenMbit, 0), htb_action::remove);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS CREATE ifindex 3 htb 8000:3 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 3 fq_codel 8003:0 parent 8000:3
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:2 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 7 fq_codel 8002:0 parent 8000:2
+RTM_NEWTCLASS CREATE ifindex 9 htb 8000:2 parent 8000:1
+RTM_NEWQDISC CREATE ifindex 9 fq_codel 8002:0 parent 8000:2
+RTM_DELQDISC ifindex 3 fq_codel 8002:0 parent 8000:2
+RTM_DELQDISC ifindex 7 fq_codel 8003:0 parent 8000:3
+)");
+}
+
+TEST_F(DeviceTest, APlainFairQueueAsTheRoot) {
+  eth().global_fq_codel_op(line(kTenMbit, 0), htb_action::create);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle 1:0
+  parent root
+  info 0
+  TCA_KIND "fq_codel"
+  TCA_OPTIONS
+    TCA_FQ_CODEL_LIMIT 0
+    TCA_FQ_CODEL_ECN 0
+    TCA_FQ_CODEL_QUANTUM 300
+)");
+}
+
+TEST_F(DeviceTest, TheIngressQdisc) {
+  eth().ingress_op(line(kTenMbit, kTenMbit), htb_action::create);
+  eth().ingress_op(line(kTenMbit, kTenMbit), htb_action::remove);
+  EXPECT_EQ(kernel.requests(), R"(RTM_NEWQDISC REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle ffff:0
+  parent ingress
+  info 0
+  TCA_KIND "ingress"
+RTM_DELQDISC REQUEST|ACK
+  family 0 ifindex 3
+  handle ffff:0
+  parent ingress
+  info 0
+  TCA_KIND "ingress"
+)");
 }
 
 TEST_F(DeviceTest, DeletesALeafWithoutItsParameters) {
@@ -72,33 +99,15 @@ RTM_DELQDISC ifindex 9 fq_codel 8007:0 parent 8000:7
 )");
 }
 
-TEST_F(DeviceTest, DeletingALeafThatIsGoneSucceeds) {
+TEST_F(DeviceTest, DeletingALeafOrAnIngressQdiscThatIsGoneSucceeds) {
   for (const int error : {ENOENT, EINVAL}) {
-    kernel.refuse(RTM_DELQDISC, error);
+    for (int i = 0; i < 2; ++i) kernel.refuse(RTM_DELQDISC, error);
     eth().delete_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscPfifo));
-    EXPECT_EQ(kernel.summaries(), "RTM_DELQDISC ifindex 3 pfifo 8005:0 parent 8000:5\n");
+    eth().ingress_op(line(kTenMbit, kTenMbit), htb_action::remove);
+    EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 pfifo 8005:0 parent 8000:5
+RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
+)");
   }
-}
-
-TEST_F(BareRouterTest, NothingIsDeletedOfADeviceThatWasNotFound) {
-  for (const int kind : {quenby::kQdiscPfifo, quenby::kQdiscSfq, quenby::kQdiscFqCodel}) {
-    eth().delete_qdisc(direction(false, 5, kTenMbit, kind));
-    ifb().delete_qdisc(direction(true, 5, kTenMbit, kind));
-  }
-  ifb().def_qdisc_op(direction(true, 5, kTenMbit), htb_action::remove);
-  eth().ingress_op(line(kTenMbit, kTenMbit), htb_action::remove);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, RefusedLeavesEndTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_DELQDISC, EPERM);
-  kernel.refuse(RTM_NEWQDISC, ENOENT);
-  const auto t = direction(false, 5, kTenMbit, quenby::kQdiscFqCodel);
-  EXPECT_EXIT(device.delete_qdisc(t), ExitedWithCode(1),
-              "^Error: eth1 failed to delete fq_codel qdisc\\(Operation not permitted\\)\n$");
-  EXPECT_EXIT(device.create_qdisc(t), ExitedWithCode(1),
-              "^Error: eth1 failed to add fq_codel qdisc\\(Object not found\\)\n$");
 }
 
 // sfq has no change operation, and none turns one kind into another: EINVAL. What stands is deleted
@@ -134,29 +143,6 @@ TEST_F(DeviceTest, ALeafThatIsRefusedTwiceEndsTheRun) {
     EXPECT_EXIT(create(), ExitedWithCode(1),
                 "^Error: eth1 failed to add sfq qdisc\\(Invalid input data or parameter\\)\n$");
   }
-}
-
-// Nothing that stands in the way is deleted for another reason: the message is of the one request.
-TEST_F(DeviceTest, ALeafThatIsRefusedOtherwiseIsNotAddedAgain) {
-  quenby::HtbEthIntf& device = eth();
-  const auto create = [&](int error) {
-    kernel.refuse(RTM_NEWQDISC, error);
-    device.create_qdisc(direction(false, 5, kTenMbit, quenby::kQdiscSfq));
-  };
-  EXPECT_EXIT(create(EEXIST), ExitedWithCode(1), "failed to add sfq qdisc\\(Object exists\\)\n$");
-  EXPECT_EXIT(create(EPERM), ExitedWithCode(1), "sfq qdisc\\(Operation not permitted\\)\n$");
-  EXPECT_EXIT(create(ENOMEM), ExitedWithCode(1), "sfq qdisc\\(Out of memory\\)\n$");
-}
-
-// An ingress or root qdisc of another kind is somebody else's.
-TEST_F(DeviceTest, OnlyALeafIsDeletedToBeAddedAgain) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWQDISC, EINVAL);
-  const auto g = line(kTenMbit, kTenMbit);
-  EXPECT_EXIT(device.ingress_op(g, htb_action::create), ExitedWithCode(1),
-              "failed to add ingress qdisc\\(Invalid input data or parameter\\)\n$");
-  EXPECT_EXIT(device.global_fq_codel_op(g, htb_action::create), ExitedWithCode(1),
-              "failed to add fq_codel qdisc\\(Invalid input data or parameter\\)\n$");
 }
 
 TEST_F(DeviceTest, AMissingSetupThrows) {

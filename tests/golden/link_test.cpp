@@ -1,15 +1,8 @@
-#include <linux/rtnetlink.h>
-
-#include <cerrno>
-
-#include "tc/htb_action.h"
 #include "tests/golden/device_test.h"
 
 // Making and deleting the virtual devices.
 namespace golden {
 namespace {
-
-using testing::ExitedWithCode;
 
 TEST_F(BareRouterTest, AddsAnIfbDevice) {
   ifb().link_add();
@@ -41,19 +34,6 @@ TEST_F(BareRouterTest, ANewDeviceCanBeUsedAtOnce) {
   EXPECT_EQ(kernel.summaries(), "RTM_NEWQDISC CREATE ifindex 7 htb 8000:0 parent root\n");
 }
 
-TEST_F(BareRouterTest, ARefusedDeviceEndsTheRun) {
-  quenby::HtbIfbIntf& device = ifb();
-  kernel.refuse(RTM_NEWLINK, EOPNOTSUPP);
-  EXPECT_EXIT(device.link_add(), ExitedWithCode(1),
-              "^Error: ifb_ingr failed to add interface\\(Operation not supported\\)\n$");
-}
-
-TEST_F(BareRouterTest, ADeviceThatDoesNotAppearEndsTheRun) {
-  quenby::HtbImqIntf& device = imq(false);
-  kernel.forget_new_links();
-  EXPECT_EXIT(device.link_add(), ExitedWithCode(1), "^Error: Cannot allocate link imq0\n$");
-}
-
 TEST_F(DeviceTest, DeletesTheDeviceByItsName) {
   quenby::HtbIfbIntf& device = ifb();
   device.link_del();
@@ -73,34 +53,6 @@ TEST_F(DeviceTest, ADeletedDeviceIsNotDeletedAgain) {
   kernel.requests();
   device.link_del();
   EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(BareRouterTest, ADeviceThatWasNeverFoundIsNotDeleted) {
-  ifb().link_del();
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, ARefusedDeleteEndsTheRun) {
-  quenby::HtbIfbIntf& device = ifb();
-  kernel.refuse(RTM_DELLINK, EBUSY);
-  EXPECT_EXIT(device.link_del(), ExitedWithCode(1),
-              "^Error: ifb_ingr failed to delete interface\\(Object busy\\)\n$");
-}
-
-TEST_F(DeviceTest, LooksForALinkWithoutARequest) {
-  quenby::HtbEthIntf& device = eth();
-  EXPECT_TRUE(device.link_exists("eth1"));
-  EXPECT_FALSE(device.link_exists("ppp0"));
-  EXPECT_FALSE(device.link_exists(""));
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST(ActionName, NamesEveryAction) {
-  EXPECT_EQ(quenby::action_name(quenby::htb_action::create), "create");
-  EXPECT_EQ(quenby::action_name(quenby::htb_action::remove), "delete");
-  EXPECT_EQ(quenby::action_name(quenby::htb_action::update), "update");
-  EXPECT_EQ(quenby::action_name(kNoAction), "unknown(0)");
-  EXPECT_EQ(quenby::action_name(static_cast<quenby::htb_action>(7)), "unknown(7)");
 }
 
 }  // namespace

@@ -4,11 +4,10 @@
 
 #include "tests/golden/device_test.h"
 
-// The mark classifier, deleting classifiers, and the leaves of devices that classify by mark.
+// The classifiers by mark and of discovery, deleting classifiers, and the leaves of devices that
+// classify by mark.
 namespace golden {
 namespace {
-
-using testing::ExitedWithCode;
 
 constexpr const char* kFwFilter = R"(RTM_NEWTFILTER REQUEST|ACK|CREATE
   family 0 ifindex 3
@@ -58,21 +57,6 @@ RTM_NEWTFILTER CREATE ifindex 7 bpf parent 8000:0 prio 4
 )");
 }
 
-TEST_F(DeviceTest, TheProgramsRefusalEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWTFILTER, EINVAL);
-  kernel.refuse(RTM_NEWTFILTER, ENOENT);
-  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
-              "^Error: eth1 failed to add filter cls\\(Object not found\\)\n$");
-}
-
-TEST_F(DeviceTest, AnotherRefusalOfTheFwFilterEndsTheRun) {
-  quenby::HtbEthIntf& device = eth();
-  kernel.refuse(RTM_NEWTFILTER, EPERM);
-  EXPECT_EXIT(device.add_fw_filter(1), ExitedWithCode(1),
-              "^Error: eth1 failed to add filter cls\\(Operation not permitted\\)\n$");
-}
-
 TEST_F(DeviceTest, DeletesClassifiersOfAnyKind) {
   eth().del_filter("eth1", 0x8000, 1, nullptr);
   EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
@@ -94,18 +78,6 @@ TEST_F(DeviceTest, DeletingAClassifierThatIsGoneSucceeds) {
     eth().del_filter("eth1", 0x8000, 1, nullptr);
     EXPECT_EQ(kernel.summaries(), "RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1\n");
   }
-}
-
-TEST_F(DeviceTest, ADeviceThatIsMissingIsNotAsked) {
-  ifb().del_filter("ppp0", 0xffff, 1, nullptr);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, AClassifierThatCannotBeDeletedEndsTheRun) {
-  quenby::HtbIfbIntf& device = ifb();
-  kernel.refuse(RTM_DELTFILTER, EPERM);
-  EXPECT_EXIT(device.del_filter("eth1", 0xffff, 1, nullptr), ExitedWithCode(1),
-              "^Error: ifb_ingr failed to del filter cls\\(Operation not permitted\\)\n$");
 }
 
 constexpr const char* kFiltersRemoved = R"(RTM_DELTFILTER ifindex 3 parent 8000:0 prio 1
@@ -140,12 +112,6 @@ RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
   }
 }
 
-TEST_F(DeviceTest, TheImqDeviceHasNoSuchFilter) {
-  imq(true).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
-  imq(false).update_filter(line(kTenMbit, kTenMbit), kTenMbit, true, true);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
 TEST_F(DeviceTest, LeavesOfTariffsWithAddressesAndSpeed) {
   const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5", "10.0.1.6"}, quenby::kQdiscSfq),
                             tariff("b", 5, kTenMbit, {}, quenby::kQdiscSfq),
@@ -163,13 +129,63 @@ RTM_NEWTCLASS CREATE ifindex 7 htb 8000:7 parent 8000:1
 )");
 }
 
-TEST_F(DeviceTest, ABlockedDirectionGetsNoLeaves) {
-  const auto set = tariffs({tariff("a", 4, kTenMbit, {"10.0.1.5"})});
-  for (const std::int64_t speed : {-2, 0}) {
-    eth().create_leaves(line(kTenMbit, speed), set);
-    ifb().create_leaves(line(speed, kTenMbit), set);
-  }
-  EXPECT_EQ(kernel.requests(), "");
+quenby::MarkPath path(bool marked) {
+  quenby::MarkPath path;
+  path.classifier = marked;
+  path.ipv6 = true;
+  return path;
+}
+
+TEST_F(DeviceTest, DiscoveryGoesToTheDirectQueueAndMarksToTheirClasses) {
+  eth().remake_ip6_classifiers(path(true));
+  EXPECT_EQ(kernel.requests(), R"(RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 3 protocol 0x86dd
+RTM_DELTFILTER REQUEST|ACK
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 4 protocol 0x86dd
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 3 protocol 0x86dd
+  TCA_KIND "u32"
+  TCA_OPTIONS
+    TCA_U32_CLASSID 8000:0
+    TCA_U32_SEL
+      flags TERMINAL
+      hash mask 0 at 0
+      key 3aff/ffff at 4 offmask 0
+RTM_NEWTFILTER REQUEST|ACK|CREATE
+  family 0 ifindex 3
+  handle none
+  parent 8000:0
+  info prio 4 protocol 0x86dd
+  TCA_KIND "fw"
+  TCA_OPTIONS
+    TCA_FW_MASK 0x80003fff
+)");
+}
+
+TEST_F(DeviceTest, TheMarkProgramOfIPv6StandsInForARefusedFwFilter) {
+  kernel.refuse(RTM_NEWTFILTER, 0);
+  kernel.refuse(RTM_NEWTFILTER, EINVAL);
+  ifb().remake_ip6_classifiers(path(true));
+  const std::string program = kProgram;
+  EXPECT_TRUE(kernel.requests().ends_with("  info prio 4 protocol 0x86dd\n" +
+                                          program.substr(program.find("  TCA_KIND"))));
+}
+
+TEST_F(DeviceTest, WithoutMarksOnlyDiscoveryHasAFilter) {
+  ifb().remake_ip6_classifiers(path(false));
+  EXPECT_EQ(kernel.summaries(), R"(RTM_DELTFILTER ifindex 7 parent 8000:0 prio 3
+RTM_DELTFILTER ifindex 7 parent 8000:0 prio 4
+RTM_NEWTFILTER CREATE ifindex 7 u32 parent 8000:0 prio 3
+)");
 }
 
 }  // namespace

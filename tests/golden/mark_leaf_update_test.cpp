@@ -1,7 +1,6 @@
 #include <linux/rtnetlink.h>
 
 #include <cerrno>
-#include <gmock/gmock.h>
 
 #include "tests/golden/device_test.h"
 
@@ -15,7 +14,6 @@ using quenby::kQdiscNone;
 using quenby::kQdiscPfifo;
 using quenby::kQdiscSfq;
 using quenby::TariffSet;
-using testing::ExitedWithCode;
 
 const quenby::GlobalSettings kLine = line(kTenMbit, kTenMbit);
 
@@ -71,20 +69,25 @@ RTM_NEWQDISC CREATE ifindex 3 sfq 8005:0 parent 8000:5
   EXPECT_EQ(kernel.summaries(), R"(RTM_DELQDISC ifindex 3 sfq 8005:0 parent 8000:5
 RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
 )");
-  eth().update_leaves(kLine, silent, silent, true);
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(BareRouterTest, AMissingDeviceHasNoLeavesToChange) {
-  eth().update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
-  ifb().update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
-  EXPECT_EQ(kernel.requests(), "");
 }
 
 TEST_F(BareRouterTest, AnIfbDeviceThatOutlivedTheWanDeviceOnlyLosesLeaves) {
   kernel.has_link("ifb_ingr", kIfbIndex);
   ifb().update_leaves(kLine, gold(1000, kQdiscNone), gold(2000, kQdiscNone), true);
   EXPECT_EQ(kernel.summaries(), "RTM_DELTCLASS ifindex 7 8000:5 parent 8000:1\n");
+}
+
+TEST_F(DeviceTest, AChangeBeginsWithTheRootClass) {
+  constexpr auto kDownload = quenby::Direction::download;
+  quenby::DeviceChange change;
+  change.root = quenby::root_class(quenby::HandleScheme::mark, 2 * kTenMbit, 0);
+  const auto added = quenby::as_given(direction(true, 5, kTenMbit));
+  change.branches.push_back(
+      {std::nullopt, quenby::tariff_branch(quenby::mark_side(kDownload), added)});
+  ifb().change(change);
+  EXPECT_EQ(kernel.summaries(), R"(RTM_NEWTCLASS REPLACE ifindex 7 htb 8000:1 parent 8000:0
+RTM_NEWTCLASS CREATE ifindex 7 htb 8000:5 parent 8000:1
+)");
 }
 
 // 310,000 and 375,000 bytes at 10 Mbit/s, whose own 240 ms are 300,000.
@@ -115,13 +118,6 @@ RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
 )");
 }
 
-TEST_F(DeviceTest, ALeafIsDeletedOnlyOnRequestAndOnlyWithAddresses) {
-  eth().delete_fw_leaf(direction(false, 5, kTenMbit, kQdiscSfq), false, {1});
-  eth().delete_fw_leaf(direction(false, 5, kTenMbit, kQdiscSfq), true, {});
-  ifb().delete_fw_leaf(direction(true, 5, kTenMbit, kQdiscSfq), false, {});
-  EXPECT_EQ(kernel.requests(), "");
-}
-
 TEST_F(DeviceTest, LeavesAndClassesThatAreGoneDoNotStopTheChange) {
   for (const int error : {ENOENT, EINVAL}) {
     kernel.refuse(RTM_DELQDISC, error);
@@ -131,32 +127,6 @@ TEST_F(DeviceTest, LeavesAndClassesThatAreGoneDoNotStopTheChange) {
 RTM_DELTCLASS ifindex 3 8000:5 parent 8000:1
 RTM_NEWTCLASS CREATE ifindex 3 htb 8000:5 parent 8000:1
 )") << error;
-  }
-}
-
-// One step of the change from an sfq leaf to another is refused. Unlike a leaf, a class is not gone
-// when the kernel finds the request invalid.
-TEST_F(DeviceTest, ARefusedStepOfAChangeEndsTheRun) {
-  const struct {
-    int type;
-    std::vector<int> errors;
-    const char* message;
-  } steps[] = {
-      {RTM_DELQDISC, {EBUSY}, "delete sfq qdisc\\(Object busy\\)"},
-      {RTM_DELTCLASS, {EBUSY}, "delete 5 cls\\(Object busy\\)"},
-      {RTM_DELTCLASS, {EINVAL}, "delete 5 cls\\(Invalid input data or parameter\\)"},
-      {RTM_NEWTCLASS, {ENOENT}, "add 5 cls\\(Object not found\\)"},
-      // The second time too, once what may stand there was deleted.
-      {RTM_NEWQDISC, {EINVAL, EINVAL}, "add sfq qdisc\\(Invalid input data or parameter\\)"},
-  };
-  quenby::HtbEthIntf& device = eth();
-  const auto change = [&](int type, const std::vector<int>& errors) {
-    for (const int error : errors) kernel.refuse(type, error);
-    device.update_leaves(kLine, gold(1000, kQdiscSfq), gold(2000, kQdiscSfq), true);
-  };
-  for (const auto& step : steps) {
-    EXPECT_EXIT(change(step.type, step.errors), ExitedWithCode(1),
-                "^Error: eth1 failed to " + std::string(step.message) + "\n$");
   }
 }
 

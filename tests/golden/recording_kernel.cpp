@@ -23,8 +23,6 @@ namespace {
 
 using quenby::MsgPtr;
 
-constexpr std::uint32_t kIngress = 0xffff0000;
-
 // libnl's callbacks know the socket only.
 std::map<nl_sock*, RecordingKernel*>& kernels() {
   static std::map<nl_sock*, RecordingKernel*> all;

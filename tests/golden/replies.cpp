@@ -10,14 +10,11 @@
 #include <netlink/attr.h>
 
 #include <cstddef>
-#include <cstring>
 
 namespace golden {
 namespace {
 
 using quenby::MsgPtr;
-
-constexpr std::uint32_t kIngress = 0xffff0000;
 
 template <typename Header>
 MsgPtr listed(int type, const Header& header) {
@@ -32,18 +29,26 @@ void put(const MsgPtr& msg, int attribute, const T& value) {
   nla_put(msg.get(), attribute, sizeof(value), &value);
 }
 
-void put_selector(const MsgPtr& msg, const ListedRedirection& redirection) {
-  char payload[sizeof(tc_u32_sel) + sizeof(tc_u32_key)] = {};
-  payload[offsetof(tc_u32_sel, nkeys)] = static_cast<char>(redirection.keys);
-  std::memcpy(payload + sizeof(tc_u32_sel) + offsetof(tc_u32_key, mask), &redirection.mask,
-              sizeof(redirection.mask));
-  put(msg, TCA_U32_SEL, payload);
+void put_selector(const MsgPtr& msg, const std::vector<quenby::HeaderWord>& words) {
+  std::string payload(sizeof(tc_u32_sel), '\0');
+  payload[offsetof(tc_u32_sel, nkeys)] = static_cast<char>(words.size());
+  for (const quenby::HeaderWord& word : words) {
+    tc_u32_key key{};
+    key.val = htonl(word.value);
+    key.mask = htonl(word.mask);
+    key.off = word.offset;
+    payload.append(reinterpret_cast<const char*>(&key), sizeof(key));
+  }
+  nla_put(msg.get(), TCA_U32_SEL, static_cast<int>(payload.size()), payload.data());
 }
 
-void put_action(const MsgPtr& msg, int number, const std::string& kind, const tc_mirred& mirred) {
+void put_action(const MsgPtr& msg, int number, const ListedAction& listed, int target) {
   nlattr* const action = nla_nest_start(msg.get(), number);
-  nla_put_string(msg.get(), TCA_ACT_KIND, kind.c_str());
+  nla_put_string(msg.get(), TCA_ACT_KIND, listed.kind.c_str());
   nlattr* const options = nla_nest_start(msg.get(), TCA_ACT_OPTIONS);
+  tc_mirred mirred{};
+  mirred.eaction = listed.eaction;
+  mirred.ifindex = static_cast<std::uint32_t>(target);
   put(msg, TCA_MIRRED_PARMS, mirred);
   nla_nest_end(msg.get(), options);
   nla_nest_end(msg.get(), action);
@@ -76,6 +81,18 @@ MsgPtr counted_message(int type, const char* kind, const ListedClass& counted) {
   put(msg, TCA_STATS_QUEUE, counted.queue);
   if (counted.packets != 0) put(msg, TCA_STATS_PKT64, counted.packets);
   nla_nest_end(msg.get(), counters);
+  return msg;
+}
+
+template <typename Address>
+MsgPtr connection_message(unsigned char family, const ListedConnectionOf<Address>& connection) {
+  nfgenmsg header{};
+  header.nfgen_family = family;
+  MsgPtr msg = listed(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, header);
+  put_tuple(msg, CTA_TUPLE_ORIG, connection.source);
+  put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
+  nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
+  if (connection.zone != 0) nla_put_u16(msg.get(), CTA_ZONE, htons(connection.zone));
   return msg;
 }
 
@@ -125,45 +142,30 @@ MsgPtr redirection_message(const ListedRedirection& redirection) {
   MsgPtr msg = listed(RTM_NEWTFILTER, header);
   nla_put_string(msg.get(), TCA_KIND, "u32");
   nlattr* const options = nla_nest_start(msg.get(), TCA_OPTIONS);
-  put_selector(msg, redirection);
+  put_selector(msg, redirection.words);
   nlattr* const actions = nla_nest_start(msg.get(), TCA_U32_ACT);
-  put_action(msg, 1, "connmark", {});
-  tc_mirred mirred{};
-  mirred.eaction = redirection.kind_of_mirred;
-  mirred.ifindex = static_cast<std::uint32_t>(redirection.target);
-  put_action(msg, 2, redirection.action, mirred);
+  int number = 0;
+  for (const ListedAction& action : redirection.actions)
+    put_action(msg, ++number, action, redirection.target);
   nla_nest_end(msg.get(), actions);
   nla_nest_end(msg.get(), options);
   return msg;
 }
 
-MsgPtr class_message(const ListedClass& listed_class) {
-  return counted_message(RTM_NEWTCLASS, "htb", listed_class);
+MsgPtr class_message(const ListedClass& listed) {
+  return counted_message(RTM_NEWTCLASS, "htb", listed);
 }
 
-MsgPtr leaf_message(const ListedClass& listed_leaf) {
-  return counted_message(RTM_NEWQDISC, "pfifo", listed_leaf);
+MsgPtr leaf_message(const ListedClass& listed) {
+  return counted_message(RTM_NEWQDISC, "pfifo", listed);
 }
 
 MsgPtr connection_message(const ListedConnection& connection) {
-  nfgenmsg header{};
-  header.nfgen_family = AF_INET;
-  MsgPtr msg = listed(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, header);
-  put_tuple(msg, CTA_TUPLE_ORIG, connection.source);
-  put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
-  nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
-  if (connection.zone != 0) nla_put_u16(msg.get(), CTA_ZONE, htons(connection.zone));
-  return msg;
+  return connection_message(AF_INET, connection);
 }
 
 MsgPtr connection_message(const ListedIp6Connection& connection) {
-  nfgenmsg header{};
-  header.nfgen_family = AF_INET6;
-  MsgPtr msg = listed(NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_NEW, header);
-  put_tuple(msg, CTA_TUPLE_ORIG, connection.source);
-  put_tuple(msg, CTA_TUPLE_REPLY, connection.reply_source);
-  nla_put_u32(msg.get(), CTA_MARK, htonl(connection.mark));
-  return msg;
+  return connection_message(AF_INET6, connection);
 }
 
 MsgPtr done_message() {

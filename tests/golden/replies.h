@@ -7,12 +7,18 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "model/ip6_prefix.h"
+#include "tc/ip6_redirection.h"
 #include "tc/nl_types.h"
 
 /// What the recording kernel answers a dump with: one message an object.
 namespace golden {
+
+/// Handles of the qdiscs that everything hangs on.
+inline constexpr std::uint32_t kHtb = 0x80000000;
+inline constexpr std::uint32_t kIngress = 0xffff0000;
 
 /// A classifier under the HTB qdisc of a device, as the kernel lists it. `classid` 0: it ends in no
 /// class, as a hash table or a link.
@@ -21,21 +27,25 @@ struct ListedFilter {
   std::uint32_t handle = 0;
   std::uint32_t classid = 0;
   std::string kind = "u32";
-  std::uint32_t parent = 0x80000000;
+  std::uint32_t parent = kHtb;
 };
 
-/// A u32 filter with two actions in the ingress qdisc of a device, as the kernel lists it. What
-/// stands here is the one that redirects every packet.
+/// An action of a filter; `eaction` is what mirred does.
+struct ListedAction {
+  std::string kind;
+  int eaction = 0;
+};
+
+/// A u32 filter in the ingress qdisc of a device, as the kernel lists it, with `target` as the
+/// device of all its actions. What stands here is the one that redirects every packet of IPv4.
 struct ListedRedirection {
   int ifindex = 0;
   int target = 0;
   std::uint32_t handle = 0x80000800;
   unsigned prio = 1;
   std::uint16_t protocol = ETH_P_IP;
-  unsigned char keys = 1;
-  std::uint32_t mask = 0;
-  std::string action = "mirred";
-  int kind_of_mirred = TCA_EGRESS_REDIR;
+  std::vector<quenby::HeaderWord> words = {{0, 0, 0}};
+  std::vector<ListedAction> actions = {{"connmark"}, {"mirred", TCA_EGRESS_REDIR}};
 };
 
 /// An HTB class with its counters, as the kernel lists it.
@@ -50,28 +60,30 @@ struct ListedClass {
   std::uint64_t packets = 0;
 };
 
+/// A class without traffic, unless a test adds some.
+inline ListedClass listed_class(int ifindex, std::uint32_t handle, std::uint32_t parent) {
+  return {ifindex, handle, parent};
+}
+
 /// A connection as the kernel lists it. Addresses in network order; zone 0 is not listed.
-struct ListedConnection {
-  std::uint32_t source = 0;
-  std::uint32_t reply_source = 0;
+template <typename Address>
+struct ListedConnectionOf {
+  Address source{};
+  Address reply_source{};
   std::uint32_t mark = 0;
   std::uint16_t zone = 0;
 };
 
-/// The same of IPv6.
-struct ListedIp6Connection {
-  quenby::Ip6Address source{};
-  quenby::Ip6Address reply_source{};
-  std::uint32_t mark = 0;
-};
+using ListedConnection = ListedConnectionOf<std::uint32_t>;
+using ListedIp6Connection = ListedConnectionOf<quenby::Ip6Address>;
 
 quenby::MsgPtr link_message(const std::string& name, int ifindex);
 /// The root qdisc of a device; handle 0 is one of the kernel's own.
 quenby::MsgPtr root_message(int ifindex, std::uint32_t handle);
 quenby::MsgPtr filter_message(const ListedFilter& filter);
 quenby::MsgPtr redirection_message(const ListedRedirection& redirection);
-quenby::MsgPtr class_message(const ListedClass& listed_class);
-quenby::MsgPtr leaf_message(const ListedClass& listed_leaf);
+quenby::MsgPtr class_message(const ListedClass& listed);
+quenby::MsgPtr leaf_message(const ListedClass& listed);
 quenby::MsgPtr connection_message(const ListedConnection& connection);
 quenby::MsgPtr connection_message(const ListedIp6Connection& connection);
 /// The end of every dump.

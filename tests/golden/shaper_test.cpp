@@ -1,8 +1,7 @@
 #include <sstream>
 
-#include "shaper/htb_shaper.h"
 #include "tests/golden/device_test.h"
-#include "tests/golden/private_sbin.h"
+#include "tests/golden/router.h"
 
 // The order of an operation's work across devices, address set, connections and firewall.
 namespace golden {
@@ -11,8 +10,6 @@ namespace {
 using quenby::GlobalSet;
 using quenby::HtbShaper;
 using quenby::TariffSet;
-
-constexpr std::uint32_t kHtb = 0x80000000;
 
 const auto kAmy = tariff("amy", 4, 100'000, {"10.0.0.4"});
 const auto kBob = tariff("bob", 5, 200'000, {"10.0.0.5"});
@@ -34,14 +31,14 @@ std::string value_after(const std::string& request, const std::string& name) {
 }
 
 // Entries with the last byte of their address and that of their mark.
-void note_netfilter(const std::string& summary, const std::string& request) {
+std::string netfilter_line(const std::string& summary, const std::string& request) {
   const std::string address = value_after(request, "IPADDR_IPV4(1) NET_BYTEORDER ");
   const std::string mark = value_after(request, " SKBMARK(27) NET_BYTEORDER ");
-  note_command(summary + (address.empty() ? "" : address.substr(8)) +
-               (mark.empty() ? "" : " mark" + mark.substr(8, 3)));
+  return summary + (address.empty() ? "" : address.substr(8)) +
+         (mark.empty() ? "" : " mark" + mark.substr(8, 3));
 }
 
-// Without the looks; commands of the firewall are counted.
+// Commands of the firewall are counted.
 std::string changes(const std::string& commands) {
   std::istringstream in(commands);
   std::string text;
@@ -53,7 +50,7 @@ std::string changes(const std::string& commands) {
   for (std::string line; std::getline(in, line);) {
     if (line.starts_with("/sbin/sudo ")) {
       ++firewall;
-    } else if (!line.starts_with("RTM_GET")) {
+    } else {
       end_firewall();
       text += (line.starts_with("/sbin/tc ") ? "tc" : line) + "\n";
     }
@@ -62,44 +59,20 @@ std::string changes(const std::string& commands) {
   return text;
 }
 
-class ShaperTest : public testing::Test {
+class ShaperTest : public testing::Test, protected Router {
  protected:
-  ShaperTest() {
-    route.has_link("eth1", kWanIndex);
-    route.has_link("ifb_ingr", kIfbIndex);
-  }
-
-  // Everything that a change relies on, with class number `last` as the last one.
-  void stands(std::uint32_t last) {
-    route.has_ingress_qdisc(kWanIndex);
-    route.has_redirection({kWanIndex, kIfbIndex});
-    for (const int device : {kWanIndex, kIfbIndex}) {
-      route.has_root_qdisc(device, kHtb);
-      route.has_class({.ifindex = device, .handle = kHtb | last, .parent = kHtb | 1});
-    }
-  }
-
   template <typename Operation>
   std::string run(const Operation& operation) {
-    const SbinRun run = run_with_private_sbin(0, [&] {
-      quenby::CachePtr links = route.links();
-      route.tell([](const auto& summary, const auto& /*request*/) { note_command(summary); });
-      netfilter.tell(note_netfilter);
-      HtbShaper shaper(
-          {std::move(route.socket()), std::move(netfilter.socket()), std::move(links)});
+    const SbinRun done = Router::run(netfilter_line, [&](HtbShaper& shaper) {
       operation(shaper);
       return std::string();
     });
-    EXPECT_EQ(run.status, 0) << run.errors;
-    return changes(run.commands);
+    return changes(done.commands);
   }
 
   std::string update(const TariffSet& current, const TariffSet& removed, const TariffSet& added) {
     return run([&](HtbShaper& shaper) { shaper.update_tariffs(eth1(), current, removed, added); });
   }
-
-  RecordingKernel route;
-  RecordingKernel netfilter{NETLINK_NETFILTER};
 };
 
 const std::string kUploadLine = R"(RTM_DELQDISC ifindex 3 ingress ffff:0 parent ingress
@@ -119,7 +92,7 @@ RTM_DELTFILTER ifindex 3 parent ffff:0 prio 1
 )";
 const std::string kUploadMarks = "RTM_NEWTFILTER CREATE ifindex 3 fw parent 8000:0 prio 1\n";
 const std::string kDownloadMarks = "RTM_NEWTFILTER CREATE ifindex 7 fw parent 8000:0 prio 1\n";
-const std::string kIngress = "RTM_NEWQDISC CREATE ifindex 3 ingress ffff:0 parent ingress\n";
+const std::string kNewIngress = "RTM_NEWQDISC CREATE ifindex 3 ingress ffff:0 parent ingress\n";
 // The rules that mark and the one that tracks; what takes them away, with the drop chain emptied;
 // both, one after the other.
 const std::string kRules = "firewall 8\n";
@@ -143,7 +116,7 @@ std::string entry(const std::string& byte, const std::string& mark) {
 }
 
 // Connections are marked when the classes stand, and none of another run's rules marks them before.
-const std::string kAmyBuilt = "IPSET_CMD_CREATE\n" + kUploadLine + kUploadMarks + kIngress +
+const std::string kAmyBuilt = "IPSET_CMD_CREATE\n" + kUploadLine + kUploadMarks + kNewIngress +
                               new_class(3, "4") + kDownloadLine + kDownloadMarks + "tc\n" +
                               new_class(7, "4") + entry("04", "04") + kRules + kMended;
 
@@ -199,7 +172,7 @@ TEST_F(ShaperTest, WhatDoesNotStandIsBuilt) {
 
 TEST_F(ShaperTest, TheLastTariffLeavesTheLine) {
   EXPECT_EQ(update(tariffs({kAmy}), tariffs({kAmy}), {}), "IPSET_CMD_DEL 04\n" + kUploadLine +
-                                                              kIngress + kDownloadLine + "tc\n" +
+                                                              kNewIngress + kDownloadLine + "tc\n" +
                                                               kCleanedAndSet + kMended);
 }
 

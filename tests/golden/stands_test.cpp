@@ -9,7 +9,6 @@ namespace {
 using quenby::DeviceTree;
 using quenby::Direction;
 
-constexpr std::uint32_t kHtb = 0x80000000;
 constexpr std::uint32_t kPlain = 0x10000;
 constexpr std::int64_t kUnset = -2;
 

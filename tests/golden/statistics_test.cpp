@@ -1,7 +1,3 @@
-#include <linux/rtnetlink.h>
-
-#include <cerrno>
-
 #include "tests/golden/device_test.h"
 
 // Asking for the counters of a device's classes, and the lines that come of the answer.
@@ -9,7 +5,6 @@ namespace golden {
 namespace {
 
 using quenby::TariffConfig;
-using testing::ExitedWithCode;
 
 // In the order of numbers: iron 4, gold 5.
 TariffConfig stored() {
@@ -17,15 +12,6 @@ TariffConfig stored() {
   EXPECT_TRUE(config.addTariff(tariff("iron", 4, kTenMbit, {"10.0.1.4"})));
   EXPECT_TRUE(config.addTariff(tariff("gold", 5, kTenMbit, {"10.0.1.5"})));
   return config;
-}
-
-// A class without traffic, unless a test adds some.
-ListedClass listed(int ifindex, std::uint32_t handle, std::uint32_t parent) {
-  ListedClass entry;
-  entry.ifindex = ifindex;
-  entry.handle = handle;
-  entry.parent = parent;
-  return entry;
 }
 
 std::string printed(const quenby::HtbIntf& device) {
@@ -47,7 +33,7 @@ TEST_F(DeviceTest, StatisticsAskForTheClassesOfTheDevice) {
 }
 
 TEST_F(DeviceTest, TheSixCountersStandInOrder) {
-  ListedClass gold = listed(kWanIndex, 0x80000005, 0x80000001);
+  ListedClass gold = listed_class(kWanIndex, 0x80000005, 0x80000001);
   gold.traffic = {845'000, 1200};
   gold.rate = {11, 12};
   gold.queue = {21, 22, 3, 24, 17};
@@ -57,7 +43,7 @@ TEST_F(DeviceTest, TheSixCountersStandInOrder) {
 }
 
 TEST_F(DeviceTest, CountersAreUnsignedAndBytesHave64Bits) {
-  ListedClass gold = listed(kWanIndex, 0x80000005, 0x80000001);
+  ListedClass gold = listed_class(kWanIndex, 0x80000005, 0x80000001);
   gold.traffic = {0xffff'ffff'ffff'ffff, 0xffff'ffff};
   gold.rate = {0xffff'ffff, 0x8000'0000};
   gold.queue = {0, 0, 0xffff'ffff, 0, 0x8000'0000};
@@ -69,14 +55,14 @@ TEST_F(DeviceTest, CountersAreUnsignedAndBytesHave64Bits) {
 
 TEST_F(DeviceTest, EveryChildOfTheRootClassIsPrintedInTheKernelsOrder) {
   for (const int ifindex : {kWanIndex, kIfbIndex}) {
-    kernel.has_class(listed(ifindex, 0x80000005, 0x80000001));
-    kernel.has_class(listed(ifindex, 0x80000002, 0x80000001));
-    kernel.has_class(listed(ifindex, 0x80000001, 0xffffffff));
-    kernel.has_class(listed(ifindex, 0x80000007, 0x80000001));
-    kernel.has_class(listed(ifindex, 0x80000003, 0x80000001));
+    kernel.has_class(listed_class(ifindex, 0x80000005, 0x80000001));
+    kernel.has_class(listed_class(ifindex, 0x80000002, 0x80000001));
+    kernel.has_class(listed_class(ifindex, 0x80000001, 0xffffffff));
+    kernel.has_class(listed_class(ifindex, 0x80000007, 0x80000001));
+    kernel.has_class(listed_class(ifindex, 0x80000003, 0x80000001));
     // A flow of the leaf 8005:0, and a class below another one.
-    kernel.has_class(listed(ifindex, 0x80050002, 0x80050000));
-    kernel.has_class(listed(ifindex, 0x80000008, 0x80000005));
+    kernel.has_class(listed_class(ifindex, 0x80050002, 0x80050000));
+    kernel.has_class(listed_class(ifindex, 0x80000008, 0x80000005));
   }
   EXPECT_EQ(printed(eth()),
             "upload gold,0,0,0,0,0,0\nupload system,0,0,0,0,0,0\nupload 7,0,0,0,0,0,0\n"
@@ -87,35 +73,16 @@ TEST_F(DeviceTest, EveryChildOfTheRootClassIsPrintedInTheKernelsOrder) {
 }
 
 TEST_F(DeviceTest, TheImqDownloadPrintsBothDirectionsAndTheUploadNone) {
-  kernel.has_class(listed(kImqIndex, 0x80000001, 0xffffffff));
-  kernel.has_class(listed(kImqIndex, 0x80008001, 0xffffffff));
-  kernel.has_class(listed(kImqIndex, 0x80000002, 0x80000001));
-  kernel.has_class(listed(kImqIndex, 0x80008005, 0x80008001));
-  kernel.has_class(listed(kImqIndex, 0x80000005, 0x80000001));
-  kernel.has_class(listed(kImqIndex, 0x80008007, 0x80008001));
+  kernel.has_class(listed_class(kImqIndex, 0x80000001, 0xffffffff));
+  kernel.has_class(listed_class(kImqIndex, 0x80008001, 0xffffffff));
+  kernel.has_class(listed_class(kImqIndex, 0x80000002, 0x80000001));
+  kernel.has_class(listed_class(kImqIndex, 0x80008005, 0x80008001));
+  kernel.has_class(listed_class(kImqIndex, 0x80000005, 0x80000001));
+  kernel.has_class(listed_class(kImqIndex, 0x80008007, 0x80008001));
   EXPECT_EQ(printed(imq(false)), "");
   EXPECT_EQ(printed(imq(true)),
             "defaultQoSIPQueue,0,0,0,0,0,0\nupload gold,0,0,0,0,0,0\n"
             "download gold,0,0,0,0,0,0\nupload 7,0,0,0,0,0,0\n");
-}
-
-TEST_F(BareRouterTest, AMissingDeviceIsNotAskedForStatistics) {
-  EXPECT_EQ(printed(eth()) + printed(ifb()) + printed(imq(true)) + printed(imq(false)), "");
-  EXPECT_EQ(kernel.requests(), "");
-}
-
-TEST_F(DeviceTest, StatisticsThatCannotBeHadEndTheRun) {
-  const quenby::HtbIfbIntf& device = ifb();
-  kernel.refuse(RTM_GETTCLASS, EPERM);
-  EXPECT_EXIT(device.class_stat(stored()), ExitedWithCode(1),
-              "^Error: Cannot allocate rtnl_class_cache\\(Operation not permitted\\)\n$");
-}
-
-TEST_F(DeviceTest, StatisticsThatCannotBeAskedForEndTheRun) {
-  const quenby::HtbEthIntf& device = eth();
-  kernel.fail_to_send();
-  EXPECT_EXIT(device.class_stat(stored()), ExitedWithCode(1),
-              "^Error: Cannot allocate rtnl_class_cache\\(Out of memory\\)\n$");
 }
 
 }  // namespace

@@ -12,6 +12,7 @@ namespace quenby {
 namespace {
 
 constexpr std::int64_t kMin64 = std::numeric_limits<std::int64_t>::min();
+constexpr int kMin32 = std::numeric_limits<int>::min();
 
 struct Speed {
   std::string text;
@@ -111,68 +112,43 @@ TEST(Guarantee, OfATariffIsItsSpeedOverTheAggregationFactor) {
   }
 }
 
-struct Burst {
-  std::int64_t size;
-  std::int64_t rate;
-  std::int64_t speed;
-  int expected;
-};
-
-int burst_size(const Burst& b) {
-  TariffDirSettings direction(true);
-  direction.burst_size = b.size;
-  direction.burst_rate = b.rate;
-  direction.speed = b.speed;
-  return direction.burstSize();
-}
-
-TEST(BurstSize, IsZeroWithoutASizeOrASpeed) {
-  EXPECT_EQ(burst_size({0, 2'000'000, 250'000, 0}), 0);
-  EXPECT_EQ(burst_size({1500, 2'000'000, 0, 0}), 0);
-  EXPECT_EQ(burst_size({1500, 0, 0, 0}), 0);
-}
-
-TEST(BurstSize, IsTheSizeWithoutABurstRate) {
-  EXPECT_EQ(burst_size({1500, 0, 250'000, 0}), 1500);
-  EXPECT_EQ(burst_size({1500, 0, -2, 0}), 1500);
-  // 2^32 + 5 and 2^31: the low 32 bits.
-  EXPECT_EQ(burst_size({4'294'967'301, 0, 250'000, 0}), 5);
-  EXPECT_EQ(burst_size({2'147'483'648, 0, 250'000, 0}), -2'147'483'647 - 1);
-}
-
 TEST(BurstSize, IsSpeedTimesSizeOverBurstRate) {
-  const Burst rows[] = {
-      // 375,000,000 / 2,000,000 = 187.5
-      {1500, 2'000'000, 250'000, 187},
-      {1500, 375'000'000, 250'000, 1},
-      {1500, 375'000'001, 250'000, 0},
-      {1500, 1, 1, 1500},
-      // 1000 * 2^32 / 2^32: the product takes the whole size.
-      {4'294'967'296, 4'294'967'296, 1000, 1000},
-      // An unset or empty speed goes through as the number that it is.
-      {1500, 1000, -1, -1},
-      {1500, 1000, -2, -3},
-      // An empty burst rate is -1.
-      {1500, -1, 2, -3000},
+  constexpr std::int64_t kTwo32 = 4'294'967'296;
+  const struct {
+    const char* what;
+    std::int64_t size, rate, speed;
+    int expected;
+  } rows[] = {
+      {"375,000,000 / 2,000,000 = 187.5", 1500, 2'000'000, 250'000, 187},
+      {"1", 1500, 375'000'000, 250'000, 1},
+      {"less than 1", 1500, 375'000'001, 250'000, 0},
+      {"the smallest rates", 1500, 1, 1, 1500},
+      {"the product takes the whole size", kTwo32, kTwo32, 1000, 1000},
+      {"an empty speed goes through as the number that it is", 1500, 1000, -1, -1},
+      {"so does an unset one", 1500, 1000, -2, -3},
+      {"an empty burst rate is -1", 1500, -1, 2, -3000},
+
+      {"no size", 0, 2'000'000, 250'000, 0},
+      {"no speed", 1500, 2'000'000, 0, 0},
+      {"neither rate", 1500, 0, 0, 0},
+      {"without a burst rate the size", 1500, 0, 250'000, 1500},
+      {"without any rate the size", 1500, 0, -2, 1500},
+      {"the size's low 32 bits", kTwo32 + 5, 0, 250'000, 5},
+      {"the size's low 32 bits with a sign", kTwo32 / 2, 0, 250'000, kMin32},
+
+      {"2^32 * 2^32 wraps to 0", kTwo32, 1000, kTwo32, 0},
+      {"2^32 * (2^32 + 2) wraps to 2^33; / 2^23", kTwo32 + 2, 8'388'608, kTwo32, 1024},
+      {"2^32 * 2^31 wraps to -2^63; / 2^40", kTwo32 / 2, 256 * kTwo32, kTwo32, -8'388'608},
+      {"2.5 * 10^14 is beyond the range", 1'000'000'000, 1, 250'000, kMin32},
   };
-  for (const Burst& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.speed << " * " << row.size << " / " << row.rate);
-    EXPECT_EQ(burst_size(row), row.expected);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    TariffDirSettings direction(true);
+    direction.burst_size = row.size;
+    direction.burst_rate = row.rate;
+    direction.speed = row.speed;
+    EXPECT_EQ(direction.burstSize(), row.expected);
   }
-}
-
-TEST(BurstSize, WrapsTheProductAt64Bits) {
-  // 2^32 * 2^32 = 2^64, which wraps to 0.
-  EXPECT_EQ(burst_size({4'294'967'296, 1000, 4'294'967'296, 0}), 0);
-  // 2^32 * (2^32 + 2) = 2^64 + 2^33, which wraps to 2^33; 2^33 / 2^23 = 1024.
-  EXPECT_EQ(burst_size({4'294'967'298, 8'388'608, 4'294'967'296, 0}), 1024);
-  // 2^32 * 2^31 = 2^63, which wraps to -2^63; / 2^40 = -2^23.
-  EXPECT_EQ(burst_size({2'147'483'648, std::int64_t{1} << 40, 4'294'967'296, 0}), -8'388'608);
-}
-
-TEST(BurstSize, BeyondTheRangeIsTheSmallestNumber) {
-  // 250,000 * 10^9 / 1 = 2.5 * 10^14
-  EXPECT_EQ(burst_size({1'000'000'000, 1, 250'000, 0}), std::numeric_limits<int>::min());
 }
 
 TEST(TariffDirection, TakesClassNumbersFrom1To15999) {

@@ -115,21 +115,33 @@ TEST(RefillIDs, FollowTheOrderOfNamesAfterASort) {
   EXPECT_THAT(ids(config), ElementsAre(4, 5, 6));
 }
 
-TEST(CheckID, AcceptsAnEmptyListAndNumbersFrom4To15000) {
-  EXPECT_TRUE(TariffConfig().checkID());
-  EXPECT_TRUE(stored({tariff("a", 4), tariff("b", 15'000)}).checkID());
-}
-
-TEST(CheckID, RefusesReservedNumbers) {
-  for (const int id : {1, 2, 3}) {
-    SCOPED_TRACE(id);
-    EXPECT_FALSE(stored({tariff("a", 4), tariff("b", id)}).checkID());
+TEST(StoredNumbers, AreWithinTheLimitsAndFitWhenEachStandsOnce) {
+  const struct {
+    const char* what;
+    TariffConfig config;
+    bool within_limits;
+    bool fit;
+  } rows[] = {
+      {"no tariff", {}, true, true},
+      {"the outermost numbers", stored({tariff("a", 4), tariff("b", 15'000)}), true, true},
+      {"one name twice", stored({tariff("a", 4), tariff("a", 5)}), true, true},
+      {"no number", set_of<TariffConfig>(tariff("a")), false, false},
+      {"a reserved number", stored({tariff("a", 4), tariff("b", 1)}), false, false},
+      {"a reserved number", stored({tariff("a", 4), tariff("b", 2)}), false, false},
+      {"the last reserved number", stored({tariff("a", 4), tariff("b", 3)}), false, false},
+      {"a counter of 15001", stored({tariff("a", 4), tariff("b", 15'001)}), false, false},
+      {"the last number at all", stored({tariff("a", 4), tariff("b", 15'999)}), false, false},
+      {"4 twice", stored({tariff("a", 4), tariff("b", 6), tariff("c", 4)}), true, false},
+      {"5 twice", stored({tariff("a", 5), tariff("b", 6), tariff("c", 5)}), true, false},
+      {"14999 twice", stored({tariff("a", 14'999), tariff("c", 14'999)}), true, false},
+      {"15000 twice", stored({tariff("a", 15'000), tariff("c", 15'000)}), true, false},
+      {"one name and number twice", stored({tariff("a", 4), tariff("a", 4)}), true, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    EXPECT_EQ(row.config.checkID(), row.within_limits);
+    EXPECT_EQ(row.config.numbersFit(), row.fit);
   }
-  EXPECT_FALSE(set_of<TariffConfig>(tariff("without a number")).checkID());
-}
-
-TEST(CheckID, RefusesACounterOf15001) {
-  EXPECT_FALSE(stored({tariff("a", 4), tariff("b", 15'001)}).checkID());
 }
 
 TEST(CheckID, RefusesTheCounterEvenWhenEveryNumberIsValid) {
@@ -140,31 +152,6 @@ TEST(CheckID, RefusesTheCounterEvenWhenEveryNumberIsValid) {
   EXPECT_TRUE(config.addIDs(fresh));
   EXPECT_THAT(ids(config), ElementsAre(14'999));
   EXPECT_FALSE(config.checkID());
-}
-
-TEST(NumbersFit, WhenEachStandsOnce) {
-  EXPECT_TRUE(TariffConfig().numbersFit());
-  EXPECT_TRUE(stored({tariff("a", 4), tariff("b", 15'000)}).numbersFit());
-  // One name twice is no matter of numbers.
-  EXPECT_TRUE(stored({tariff("a", 4), tariff("a", 5)}).numbersFit());
-}
-
-TEST(NumbersFit, NoMoreWhenOneStandsTwice) {
-  for (const int id : {4, 5, 14'999, 15'000}) {
-    SCOPED_TRACE(id);
-    const TariffConfig config = stored({tariff("a", id), tariff("b", 6), tariff("c", id)});
-    EXPECT_TRUE(config.checkID());
-    EXPECT_FALSE(config.numbersFit());
-  }
-  EXPECT_FALSE(stored({tariff("a", 4), tariff("a", 4)}).numbersFit());
-}
-
-TEST(NumbersFit, NoMoreWhereTheLimitsArePassed) {
-  for (const int id : {1, 2, 3, 15'001, 15'999}) {
-    SCOPED_TRACE(id);
-    EXPECT_FALSE(stored({tariff("a", 4), tariff("b", id)}).numbersFit());
-  }
-  EXPECT_FALSE(set_of<TariffConfig>(tariff("without a number")).numbersFit());
 }
 
 TEST(NumbersFit, AgainAfterNumberingAnew) {

@@ -8,31 +8,33 @@
 
 namespace quenby::test {
 
-/// A tariff with one address and the given download. Its upload is never set.
-inline TariffSettings downloads(const std::string& name, std::int64_t speed, double factor = 1.0) {
+/// A tariff with one address and these values in one direction. The other one's speed is never set.
+inline TariffSettings in_direction(Direction way, const std::string& name, std::int64_t speed,
+                                   double factor = 1.0) {
   TariffSettings t = tariff(name);
   t.addCIDR("10.0.0.1");
-  t.download.speed = speed;
-  t.download.aggregation = factor;
+  t.direction(way).speed = speed;
+  t.direction(way).aggregation = factor;
   return t;
 }
 
-/// The same for upload.
-inline TariffSettings uploads(const std::string& name, std::int64_t speed, double factor = 1.0) {
-  TariffSettings t = tariff(name);
-  t.addCIDR("10.0.0.1");
-  t.upload.speed = speed;
-  t.upload.aggregation = factor;
+inline TariffSettings downloads(const std::string& name, std::int64_t speed, double factor = 1.0) {
+  return in_direction(Direction::download, name, speed, factor);
+}
+
+inline TariffSettings uploads(const std::string& name, std::int64_t speed) {
+  return in_direction(Direction::upload, name, speed);
+}
+
+/// The tariff with a download burst of `size` bytes.
+inline TariffSettings with_burst(TariffSettings t, std::int64_t size) {
+  t.download.burst_size = size;
   return t;
 }
 
 /// Global speeds, with no default section read.
 inline GlobalSet line(std::int64_t download, std::int64_t upload = -2) {
-  GlobalSet set;
-  set.has_global = true;
-  set.global.download.speed = download;
-  set.global.upload.speed = upload;
-  return set;
+  return line("", download, upload);
 }
 
 /// A default section with this download speed was read as well.
@@ -54,10 +56,6 @@ inline RateSummary resolve_records(GlobalSet& set, TariffSet& tariffs, std::int6
     EXPECT_EQ(values.direction(way).tariffs, as_given(tariffs, way));
   }
   return summary;
-}
-
-inline const TariffDirSettings& download_of(const TariffSet& set, std::size_t index) {
-  return set.tariffs()[index].download;
 }
 
 }  // namespace quenby::test

@@ -11,19 +11,11 @@
 namespace quenby {
 namespace {
 
+using test::line;
 using test::set_of;
 
 constexpr std::int64_t kUnset = -2;
 constexpr std::int64_t kGigabit = 125'000'000;
-
-GlobalSet line(const std::string& wan, std::int64_t download, std::int64_t upload) {
-  GlobalSet set;
-  set.has_global = true;
-  set.global.wan = wan;
-  set.global.download.speed = download;
-  set.global.upload.speed = upload;
-  return set;
-}
 
 TariffSettings subscriber(const std::string& name, int id, const std::string& address,
                           const std::string& qdisc) {

@@ -4,6 +4,7 @@
 
 #include "model/resolved_settings.h"
 #include "tc/firewall_rules.h"
+#include "tests/support/tariffs.h"
 
 // What our commands make of the firewall, beside what iptables lists.
 namespace quenby {
@@ -33,12 +34,7 @@ constexpr const char* kFilter =
     "-A FORWARD -j OSTREA_FW_IN_HOOK\n";
 
 GlobalSet line(std::int64_t download = 1'000'000, std::int64_t upload = 1'000'000) {
-  GlobalSet set;
-  set.has_global = true;
-  set.global.wan = "eth1";
-  set.global.download.speed = download;
-  set.global.upload.speed = upload;
-  return set;
+  return test::line("eth1", download, upload);
 }
 
 std::string rules(const GlobalSet& set) {

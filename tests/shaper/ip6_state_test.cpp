@@ -27,12 +27,8 @@ PrefixSetEntry entry(const std::string& text, unsigned number) {
 }
 
 GlobalSet line(bool ipv6, std::int64_t download = kSpeed) {
-  GlobalSet set;
-  set.has_global = true;
-  set.global.wan = "eth1";
+  GlobalSet set = test::line("eth1", download, kSpeed);
   set.global.ipv6 = ipv6;
-  set.global.download.speed = download;
-  set.global.upload.speed = kSpeed;
   return set;
 }
 

@@ -21,38 +21,30 @@ std::uint32_t mark_of(const MarkTable& marks, const char* source, const char* re
 }
 
 TEST(MarkTable, ASubscribersConnectionHasHisMark) {
-  const MarkTable marks({entry("10.0.0.7", 4), entry("10.0.0.8", 5)});
-  EXPECT_EQ(mark_of(marks, "10.0.0.7", "198.51.100.1"), 0x80000004);
-  EXPECT_EQ(mark_of(marks, "10.0.0.8", "198.51.100.1"), 0x80000005);
-}
-
-TEST(MarkTable, AConnectionFromOutsideHasTheMarkOfWhoAnswers) {
-  const MarkTable marks({entry("10.0.0.7", 4)});
-  EXPECT_EQ(mark_of(marks, "198.51.100.1", "10.0.0.7"), 0x80000004);
-}
-
-TEST(MarkTable, BetweenTwoSubscribersTheOneThatBeganCounts) {
-  const MarkTable marks({entry("10.0.0.7", 4), entry("10.0.0.8", 5)});
-  EXPECT_EQ(mark_of(marks, "10.0.0.8", "10.0.0.7"), 0x80000005);
-}
-
-TEST(MarkTable, AnyOtherConnectionHasTheDefaultTariffsMark) {
-  EXPECT_EQ(mark_of(MarkTable({entry("10.0.0.7", 4)}), "10.0.0.9", "198.51.100.1"), kDefaultMark);
+  const MarkTable marks(
+      {entry("10.0.0.7", 4), entry("10.0.0.8", 5), entry("10.0.0.9", 6), entry("10.0.0.9", 9)});
+  const struct {
+    const char* what;
+    const char* source;
+    const char* reply_source;
+    std::uint32_t mark;
+  } rows[] = {
+      {"his own", "10.0.0.7", "198.51.100.1", 0x80000004},
+      {"another's", "10.0.0.8", "198.51.100.1", 0x80000005},
+      {"from outside: of who answers", "198.51.100.1", "10.0.0.7", 0x80000004},
+      {"between two: of the one that began", "10.0.0.8", "10.0.0.7", 0x80000005},
+      {"of two entries the last", "10.0.0.9", "198.51.100.1", 0x80000009},
+      {"any other", "10.0.0.1", "198.51.100.1", kDefaultMark},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(mark_of(marks, row.source, row.reply_source), row.mark) << row.what;
   EXPECT_EQ(mark_of(MarkTable({}), "10.0.0.7", "198.51.100.1"), kDefaultMark);
 }
 
-TEST(MarkTable, TheLastEntryOfAnAddressCounts) {
-  const MarkTable marks({entry("10.0.0.7", 4), entry("10.0.0.7", 9)});
-  EXPECT_EQ(mark_of(marks, "10.0.0.7", "198.51.100.1"), 0x80000009);
-}
-
-TEST(MarkTable, AFilterForOneMarkPicksItAlone) {
+TEST(MarkTable, AFilterForOneMarkPicksItAloneForSeveralAllOfOurs) {
   const MarkFilter one = one_of({0x80000004, 0x80000004});
   EXPECT_EQ(one.mark, 0x80000004);
   EXPECT_EQ(one.mask, 0x80003fff);
-}
-
-TEST(MarkTable, AFilterForSeveralMarksPicksAllOfOurs) {
   for (const MarkFilter& filter : {one_of({0x80000004, 0x80000005}), one_of({}), any_mark()}) {
     EXPECT_EQ(filter.mark, 0x80000000);
     EXPECT_EQ(filter.mask, 0x80000000);

@@ -15,12 +15,7 @@ constexpr std::int64_t kLink = 1'250'000;
 constexpr std::int64_t kUnset = -2;
 
 GlobalSet line(std::int64_t download, std::int64_t upload) {
-  GlobalSet set;
-  set.has_global = true;
-  set.global.wan = "eth1";
-  set.global.download.speed = download;
-  set.global.upload.speed = upload;
-  return set;
+  return test::line("eth1", download, upload);
 }
 
 TariffSettings subscriber(const std::string& name, int id, std::int64_t speed,
@@ -89,69 +84,12 @@ TEST(TariffChange, LargestBurstIsThatOfTheWholeNewSet) {
 }
 
 TEST(TariffChange, UnsetDirectionGrowsWithTheTariffs) {
-  const TariffChange change = add_zed(line(1'000'000, kUnset));
-  EXPECT_EQ(change.before.upload.line.speed, 300'000);
-  EXPECT_EQ(change.after.upload.line.speed, 600'000);
-  EXPECT_FALSE(change.rebuild());
-}
-
-TEST(TariffChange, IsMadeInPlaceWhereTheGuaranteesFit) {
-  // 100,000 + 200,000 + 300,000 of 600,000.
-  EXPECT_FALSE(add_zed(line(600'000, 600'000)).rebuild());
-}
-
-TEST(TariffChange, RebuildsWhenTheNewSetIsOversubscribed) {
-  EXPECT_EQ(add_zed(line(599'999, 600'000)).reason, ChangeReason::oversubscribed);
-  EXPECT_TRUE(add_zed(line(600'000, 599'999)).rebuild());
-}
-
-TEST(TariffChange, RebuildsWhenTheRunningSetIsOversubscribed) {
-  const TariffChange change =
-      plan_change(line(250'000, 1'000'000), set_of(kAmy, kBob), set_of(kBob), TariffSet(), kLink);
-  EXPECT_TRUE(change.rebuild());
-}
-
-TEST(TariffChange, IsMadeInPlaceWithoutAnyGlobalSpeed) {
   const TariffChange change = add_zed(line(kUnset, kUnset));
+  for (const Direction way : kDirections) {
+    EXPECT_EQ(change.before.direction(way).line.speed, 300'000);
+    EXPECT_EQ(change.after.direction(way).line.speed, 600'000);
+  }
   EXPECT_FALSE(change.rebuild());
-  EXPECT_EQ(change.before.download.line.speed, 300'000);
-  EXPECT_EQ(change.after.download.line.speed, 600'000);
-}
-
-TEST(TariffChange, RebuildsWhereNeitherDirectionIsShaped) {
-  TariffSettings idle = kAmy;
-  idle.download.speed = idle.upload.speed = kUnset;
-  TariffSettings other = kBob;
-  other.download.speed = other.upload.speed = kUnset;
-  const GlobalSet g = line(kUnset, kUnset);
-  EXPECT_TRUE(plan_change(g, set_of(idle), TariffSet(), set_of(other), kLink).rebuild());
-  EXPECT_TRUE(plan_change(g, set_of(idle), TariffSet(), set_of(kBob), kLink).rebuild());
-}
-
-TEST(TariffChange, RebuildsForTheFirstTariff) {
-  const TariffChange change =
-      plan_change(line(1'000'000, 1'000'000), TariffSet(), TariffSet(), set_of(kZed), kLink);
-  EXPECT_TRUE(change.rebuild());
-}
-
-TEST(TariffChange, RebuildsWhenADirectionBecomesShapedOrUnshaped) {
-  TariffSettings download_only = kAmy;
-  download_only.upload.speed = kUnset;
-  const GlobalSet g = line(1'000'000, kUnset);
-  EXPECT_TRUE(plan_change(g, set_of(download_only), TariffSet(), set_of(kBob), kLink).rebuild());
-  EXPECT_TRUE(
-      plan_change(g, set_of(download_only, kBob), set_of(kBob), TariffSet(), kLink).rebuild());
-}
-
-TEST(TariffChange, RebuildsABlockedDirectionOfTheImqDevice) {
-  TariffSettings no_guarantee = kZed;
-  no_guarantee.upload.speed = -1;
-  TariffSettings running = kAmy;
-  running.upload.speed = -1;
-  GlobalSet g = line(1'000'000, 0);
-  EXPECT_FALSE(plan_change(g, set_of(running), TariffSet(), set_of(no_guarantee), kLink).rebuild());
-  g.global.wan.clear();
-  EXPECT_TRUE(plan_change(g, set_of(running), TariffSet(), set_of(no_guarantee), kLink).rebuild());
 }
 
 // Entries as "address byte 4: class number".
@@ -216,22 +154,6 @@ TEST(TariffChange, AddressOfOneTariffNeedsNoEntryOfAnother) {
   EXPECT_TRUE(change.settled.empty());
 }
 
-TEST(TariffChange, RebuildsTheImqDeviceWhenAChangedTariffSharesAnAddress) {
-  GlobalSet g = line(1'000'000, 1'000'000);
-  g.global.wan.clear();
-  EXPECT_TRUE(plan_change(g, set_of(kAmy, kBob), TariffSet(), set_of(kTom), kLink).rebuild());
-  EXPECT_TRUE(plan_change(g, set_of(kBob, kTom), set_of(kTom), TariffSet(), kLink).rebuild());
-  // Two other tariffs that share one are none of this change's business.
-  EXPECT_FALSE(
-      plan_change(g, set_of(kAmy, kBob, kTom), set_of(kAmy), TariffSet(), kLink).rebuild());
-}
-
-TEST(TariffChange, AddressThatMovesToAnotherTariffIsNotShared) {
-  const GlobalSet g = line(1'000'000, 1'000'000);
-  const TariffSettings heir = subscriber("heir", 7, 10'000, "10.0.0.2");
-  EXPECT_FALSE(plan_change(g, set_of(kAmy, kBob), set_of(kBob), set_of(heir), kLink).rebuild());
-}
-
 TEST(TariffChange, OfNothingChangesNothing) {
   const TariffChange change =
       plan_change(line(1'000'000, 1'000'000), set_of(kAmy, kBob), TariffSet(), TariffSet(), kLink);
@@ -247,6 +169,61 @@ TEST(TariffChange, RemovingEveryTariffLeavesAnEmptyList) {
   EXPECT_TRUE(change.after.tariffs.empty());
   EXPECT_EQ(change.before.upload.line.speed, 100'000);
   EXPECT_EQ(change.after.upload.line.speed, kUnset);
+}
+
+TariffSettings with_speeds(TariffSettings t, std::int64_t download, std::int64_t upload) {
+  t.download.speed = download;
+  t.upload.speed = upload;
+  return t;
+}
+
+// Why a change is not made in place.
+TEST(TariffChange, RebuildsWhereItWouldNotBeTheSame) {
+  const TariffSet none;
+  const TariffSettings idle = with_speeds(kAmy, kUnset, kUnset);
+  const TariffSettings download_only = with_speeds(kAmy, 100'000, kUnset);
+  const TariffSettings no_guarantee = with_speeds(kAmy, 100'000, -1);
+  const TariffSettings other = with_speeds(kZed, 300'000, -1);
+  GlobalSet imq = line(1'000'000, 1'000'000);
+  GlobalSet blocked_line = line(1'000'000, 0);
+  imq.global.wan.clear();
+  GlobalSet imq_blocked = blocked_line;
+  imq_blocked.global.wan.clear();
+  const GlobalSet fast = line(1'000'000, 1'000'000);
+  const GlobalSet unset = line(kUnset, kUnset);
+  const GlobalSet one_way = line(1'000'000, kUnset);
+  const TariffSet both = set_of(kAmy, kBob);
+  const struct {
+    const char* what;
+    GlobalSet line;
+    TariffSet current, removed, added;
+    bool rebuild;
+  } rows[] = {
+      {"100,000 + 200,000 + 300,000 of 600,000", line(600'000, 600'000), both, none, set_of(kZed),
+       false},
+      {"less download", line(599'999, 600'000), both, none, set_of(kZed), true},
+      {"less upload", line(600'000, 599'999), both, none, set_of(kZed), true},
+      {"too little before", line(250'000, 1'000'000), both, set_of(kBob), none, true},
+      {"unset before and after", unset, set_of(idle), none,
+       set_of(with_speeds(kBob, kUnset, kUnset)), true},
+      {"unset before", unset, set_of(idle), none, set_of(kBob), true},
+      {"the first tariff", fast, none, none, set_of(kZed), true},
+      {"a direction becomes shaped", one_way, set_of(download_only), none, set_of(kBob), true},
+      {"a direction is shaped no more", one_way, set_of(download_only, kBob), set_of(kBob), none,
+       true},
+      {"a blocked direction", blocked_line, set_of(no_guarantee), none, set_of(other), false},
+      {"one of the IMQ device", imq_blocked, set_of(no_guarantee), none, set_of(other), true},
+      {"an added tariff shares an address", imq, both, none, set_of(kTom), true},
+      {"a removed tariff shares an address", imq, set_of(kBob, kTom), set_of(kTom), none, true},
+      {"two that stay share one", imq, set_of(kAmy, kBob, kTom), set_of(kAmy), none, false},
+      {"an address moves to another tariff", fast, both, set_of(kBob), set_of(kTom), false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    EXPECT_EQ(plan_change(row.line, row.current, row.removed, row.added, kLink).rebuild(),
+              row.rebuild);
+  }
+  EXPECT_EQ(add_zed(line(599'999, 600'000)).reason, ChangeReason::oversubscribed);
 }
 
 }  // namespace

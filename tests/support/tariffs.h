@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "model/global_set.h"
 #include "model/tariff_set.h"
 
 namespace quenby::test {
@@ -12,6 +13,16 @@ inline TariffSettings tariff(const std::string& name, int id = 0) {
   t.name = name;
   if (id != 0) t.setID(id);
   return t;
+}
+
+/// A line whose global section was read, with speeds in bytes per second.
+inline GlobalSet line(const std::string& wan, std::int64_t download, std::int64_t upload) {
+  GlobalSet set;
+  set.has_global = true;
+  set.global.wan = wan;
+  set.global.download.speed = download;
+  set.global.upload.speed = upload;
+  return set;
 }
 
 /// A tariff file's contents, in the order given.

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sstream>
+#include <utility>
 
 #include "tests/support/tariffs.h"
 
@@ -17,44 +18,32 @@ TariffConfig tariffs() {
       .orderedByID();
 }
 
-TEST(MarkClassName, NamesReservedClassesAndTariffs) {
-  const TariffConfig cfg = tariffs();
-  EXPECT_EQ(mark_class_name(1, cfg), "root");
-  EXPECT_EQ(mark_class_name(2, cfg), "system");
-  EXPECT_EQ(mark_class_name(3, cfg), "defaultQoSIPQueue");
-  EXPECT_EQ(mark_class_name(4, cfg), "iron");
-  EXPECT_EQ(mark_class_name(5, cfg), "tin");
-  EXPECT_EQ(mark_class_name(9, cfg), "gold");
-}
-
-TEST(MarkClassName, OfAnUnknownTariffIsTheBareNumber) {
-  EXPECT_EQ(mark_class_name(7, tariffs()), "7");
+TEST(MarkClassName, IsTheTariffsOrTheBareNumber) {
+  const std::pair<unsigned, const char*> names[] = {
+      {1, "root"}, {2, "system"}, {3, "defaultQoSIPQueue"}, {4, "iron"}, {5, "tin"},
+      {7, "7"},    {9, "gold"}};
+  for (const auto& [number, name] : names) EXPECT_EQ(mark_class_name(number, tariffs()), name);
   EXPECT_EQ(mark_class_name(15000, TariffConfig()), "15000");
 }
 
 TEST(ImqClassName, TellsTheDirectionsApart) {
-  const TariffConfig cfg = tariffs();
-  EXPECT_EQ(imq_class_name(0x80000005, 0x80000001, cfg), "download tin");
-  // 32773 = 32768 + 5.
-  EXPECT_EQ(imq_class_name(0x80008005, 0x80008001, cfg), "upload tin");
-  EXPECT_EQ(imq_class_name(0x80008007, 0x80008001, cfg), "upload 7");
-}
-
-TEST(ImqClassName, DefaultClassHasNoDirection) {
-  EXPECT_EQ(imq_class_name(0x80000002, 0x80000001, tariffs()), "defaultQoSIPQueue");
-  EXPECT_EQ(imq_class_name(0x80000002, 0x80000000, tariffs()), "defaultQoSIPQueue");
-}
-
-TEST(ImqClassName, LeavesOutWhatIsNoChildOfARootClass) {
-  const TariffConfig cfg = tariffs();
-  EXPECT_EQ(imq_class_name(0x80000001, 0xffffffff, cfg), "");
-  EXPECT_EQ(imq_class_name(0x80008001, 0x80000000, cfg), "");
-  EXPECT_EQ(imq_class_name(0x80000005, 0x80000002, cfg), "");
-}
-
-TEST(ImqClassName, LeavesOutTheFlowsOfLeafQdiscs) {
-  // Flow 2 of the leaf 8005:0, which is listed as class 8005:2.
-  EXPECT_EQ(imq_class_name(0x80050002, 0x80050000, tariffs()), "");
+  const struct {
+    const char* what;
+    std::uint32_t handle, parent;
+    const char* name;
+  } rows[] = {
+      {"a tariff's", 0x80000005, 0x80000001, "download tin"},
+      {"32773 = 32768 + 5", 0x80008005, 0x80008001, "upload tin"},
+      {"an unknown tariff's", 0x80008007, 0x80008001, "upload 7"},
+      {"the default class has no direction", 0x80000002, 0x80000001, "defaultQoSIPQueue"},
+      {"the default class under the qdisc", 0x80000002, 0x80000000, "defaultQoSIPQueue"},
+      {"the download's root", 0x80000001, 0xffffffff, ""},
+      {"the upload's root", 0x80008001, 0x80000000, ""},
+      {"no child of a root class", 0x80000005, 0x80000002, ""},
+      {"flow 2 of the leaf 8005:0, which is listed as class 8005:2", 0x80050002, 0x80050000, ""},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(imq_class_name(row.handle, row.parent, tariffs()), row.name) << row.what;
 }
 
 TEST(PrintClass, WritesSixCountersAfterTheName) {

@@ -11,42 +11,30 @@ constexpr int kMicroseconds = 1'000'000;
 constexpr int kNanoseconds = 1'000'000'000;
 constexpr std::int64_t kTwo32 = 4'294'967'296;
 
-TEST(ClassBurst, Is240MillisecondsOfTraffic) {
-  // max(1.25 + 1600, 1,250,000 / 25 * 6)
-  EXPECT_EQ(class_burst(1'250'000, kMicroseconds), 300'000);
-  EXPECT_EQ(class_burst(1'250'000, kNanoseconds), 300'000);
-  EXPECT_EQ(class_burst(125'000'000, kNanoseconds), 30'000'000);
-}
-
-TEST(ClassBurst, IsAtLeast1600BytesAndATick) {
-  EXPECT_EQ(class_burst(0, kMicroseconds), 1600);
-  // 1000 / 25 * 6 = 240
-  EXPECT_EQ(class_burst(1000, kMicroseconds), 1600);
-  // At 100 ticks a second: 5000 / 100 + 1600, against 1200.
-  EXPECT_EQ(class_burst(5000, 100), 1650);
-  EXPECT_EQ(class_burst(1000, 1), 2600);
-}
-
-TEST(ClassBurst, ChangesItsRuleWhere240MillisecondsReach1600Bytes) {
-  // 6666 / 25 * 6 = 1599.84, 6671 / 25 * 6 = 1601.04
-  EXPECT_EQ(class_burst(6666, kNanoseconds), 1600);
-  EXPECT_EQ(class_burst(6671, kNanoseconds), 1601);
-}
-
-TEST(ClassBurst, TruncatesEachTermByItself) {
-  // 150 / 100 + 1600 = 1601.5
-  EXPECT_EQ(class_burst(150, 100), 1601);
-  // 10,003 / 25 * 6 = 2400.72
-  EXPECT_EQ(class_burst(10'003, kNanoseconds), 2400);
-}
-
-TEST(ClassBurst, SaturatesAt2147483647) {
-  // 10^10 / 25 * 6 = 2.4 * 10^9
-  EXPECT_EQ(class_burst(1e10, kNanoseconds), 2'147'483'647);
-  // 4,294,967,295 / 1 + 1600
-  EXPECT_EQ(class_burst(4'294'967'295.0, 1), 2'147'483'647);
-  EXPECT_EQ(class_burst(1e300, kNanoseconds), 2'147'483'647);
-  EXPECT_EQ(class_burst(std::numeric_limits<double>::infinity(), kNanoseconds), 2'147'483'647);
+TEST(ClassBurst, Is240MillisecondsOfTrafficAndAtLeast1600BytesAndATick) {
+  const struct {
+    const char* what;
+    double rate;
+    int hz;
+    std::int32_t burst;
+  } rows[] = {
+      {"max(1.25 + 1600, 1,250,000 / 25 * 6)", 1'250'000, kMicroseconds, 300'000},
+      {"the same in nanoseconds", 1'250'000, kNanoseconds, 300'000},
+      {"a gigabit", 125'000'000, kNanoseconds, 30'000'000},
+      {"nothing", 0, kMicroseconds, 1600},
+      {"1000 / 25 * 6 = 240", 1000, kMicroseconds, 1600},
+      {"at 100 ticks a second 5000 / 100 + 1600, against 1200", 5000, 100, 1650},
+      {"at one tick a second", 1000, 1, 2600},
+      {"6666 / 25 * 6 = 1599.84", 6666, kNanoseconds, 1600},
+      {"6671 / 25 * 6 = 1601.04", 6671, kNanoseconds, 1601},
+      {"each term is truncated by itself: 150 / 100 + 1600 = 1601.5", 150, 100, 1601},
+      {"10,003 / 25 * 6 = 2400.72", 10'003, kNanoseconds, 2400},
+      {"10^10 / 25 * 6 = 2.4 * 10^9", 1e10, kNanoseconds, 2'147'483'647},
+      {"4,294,967,295 / 1 + 1600", 4'294'967'295.0, 1, 2'147'483'647},
+      {"no rate at all", 1e300, kNanoseconds, 2'147'483'647},
+      {"infinity", std::numeric_limits<double>::infinity(), kNanoseconds, 2'147'483'647},
+  };
+  for (const auto& row : rows) EXPECT_EQ(class_burst(row.rate, row.hz), row.burst) << row.what;
 }
 
 TEST(ClassValues, HandleAndParentAreUnderTheHtbQdisc) {
@@ -58,69 +46,50 @@ TEST(ClassValues, HandleAndParentAreUnderTheHtbQdisc) {
   EXPECT_EQ(upload.parent, 0x80008001U);
 }
 
-TEST(ClassValues, OfAnOrdinaryTariff) {
-  // 10 Mbit/s ceiling, a quarter of it guaranteed: 312,500 / 25 * 6 = 75,000.
-  const HtbClass values = htb_class(5, 1, {1'250'000, 312'500, 0}, kMicroseconds);
-  EXPECT_EQ(values.ceil, 1'250'000U);
-  EXPECT_EQ(values.cburst, 300'000U);
-  EXPECT_EQ(values.rate, 312'500U);
-  EXPECT_EQ(values.burst, 75'000U);
-  EXPECT_EQ(values.quantum, 31'250U);
-}
-
-TEST(ClassValues, ACeilingBelow9Becomes8WithABurstOf8) {
-  for (const std::int64_t ceil : {0, 1, 5, 8, -1, -2, -1'000'000}) {
-    SCOPED_TRACE(ceil);
-    const HtbClass values = htb_class(5, 1, {ceil, 1000, 0}, kMicroseconds);
-    EXPECT_EQ(values.ceil, 8U);
-    EXPECT_EQ(values.cburst, 8U);
-    EXPECT_EQ(values.rate, 1000U);
-    EXPECT_EQ(values.burst, 1600U);
+TEST(ClassValues, OfCeilingGuaranteeAndBurst) {
+  struct Values {
+    std::uint32_t ceil, cburst, rate, burst, quantum;
+    bool operator==(const Values&) const = default;
+  };
+  const struct {
+    const char* what;
+    ClassRates rates;
+    Values values;
+  } rows[] = {
+      {"10 Mbit/s, a quarter of it guaranteed: 312,500 / 25 * 6 = 75,000",
+       {1'250'000, 312'500, 0},
+       {1'250'000, 300'000, 312'500, 75'000, 31'250}},
+      {"ten gigabit",
+       {1'250'000'000, 1'250'000'000, 0},
+       {1'250'000'000, 300'000'000, 1'250'000'000, 300'000'000, 200'000}},
+      {"9 is kept", {9, 9, 0}, {9, 1600, 9, 1600, 1000}},
+      {"a rate below 9 overrides the given burst", {1000, 0, 5000}, {1000, 1600, 8, 8, 1000}},
+      {"a given burst is used, but for the ceiling",
+       {1'250'000, 1'250'000, 5000},
+       {1'250'000, 300'000, 1'250'000, 5000, 125'000}},
+      {"a given burst of 1",
+       {1'250'000, 1'250'000, 1},
+       {1'250'000, 300'000, 1'250'000, 1, 125'000}},
+      {"only the low 32 bits count",
+       {kTwo32 + 1'250'000, kTwo32 + 1000, kTwo32 + 7},
+       {1'250'000, 300'000, 1000, 7, 1000}},
+      {"and they are below 9", {kTwo32 + 5, kTwo32, 0}, {8, 8, 8, 8, 1000}},
+  };
+  for (const auto& row : rows) {
+    const HtbClass made = htb_class(5, 1, row.rates, kMicroseconds);
+    EXPECT_EQ((Values{made.ceil, made.cburst, made.rate, made.burst, made.quantum}), row.values)
+        << row.what;
   }
 }
 
 TEST(ClassValues, ARateBelow9Becomes8WithABurstOf8) {
   for (const std::int64_t rate : {0, 1, 5, 8, -1, -2, -1'000'000}) {
     SCOPED_TRACE(rate);
-    const HtbClass values = htb_class(2, 1, {1000, rate, 0}, kMicroseconds);
-    EXPECT_EQ(values.rate, 8U);
-    EXPECT_EQ(values.burst, 8U);
-    EXPECT_EQ(values.ceil, 1000U);
-    EXPECT_EQ(values.cburst, 1600U);
+    const HtbClass slow = htb_class(2, 1, {1000, rate, 0}, kMicroseconds);
+    EXPECT_EQ(slow, (HtbClass{0x80000002, 0x80000001, 8, 1000, 8, 1600, 1000}));
+    const HtbClass cut = htb_class(2, 1, {rate, 1000, 0}, kMicroseconds);
+    EXPECT_EQ(cut, (HtbClass{0x80000002, 0x80000001, 1000, 8, 1600, 8, 1000}));
   }
-}
-
-TEST(ClassValues, ARateBelow9OverridesTheGivenBurst) {
-  EXPECT_EQ(htb_class(5, 1, {1000, 0, 5000}, kMicroseconds).burst, 8U);
-}
-
-TEST(ClassValues, ARateOrCeilingOf9IsKept) {
-  const HtbClass values = htb_class(5, 1, {9, 9, 0}, kMicroseconds);
-  EXPECT_EQ(values.ceil, 9U);
-  EXPECT_EQ(values.cburst, 1600U);
-  EXPECT_EQ(values.rate, 9U);
-  EXPECT_EQ(values.burst, 1600U);
-}
-
-TEST(ClassValues, AGivenBurstIsUsedAsItStands) {
-  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 5000}, kMicroseconds).burst, 5000U);
-  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 1}, kMicroseconds).burst, 1U);
-  // The ceiling's burst is always computed.
-  EXPECT_EQ(htb_class(5, 1, {1'250'000, 1'250'000, 5000}, kMicroseconds).cburst, 300'000U);
-}
-
-TEST(ClassValues, OnlyTheLow32BitsCount) {
-  const HtbClass values =
-      htb_class(5, 1, {kTwo32 + 1'250'000, kTwo32 + 1000, kTwo32 + 7}, 1'000'000);
-  EXPECT_EQ(values.ceil, 1'250'000U);
-  EXPECT_EQ(values.cburst, 300'000U);
-  EXPECT_EQ(values.rate, 1000U);
-  EXPECT_EQ(values.burst, 7U);
-  const HtbClass tiny = htb_class(5, 1, {kTwo32 + 5, kTwo32, 0}, kMicroseconds);
-  EXPECT_EQ(tiny.ceil, 8U);
-  EXPECT_EQ(tiny.cburst, 8U);
-  EXPECT_EQ(tiny.rate, 8U);
-  EXPECT_EQ(tiny.burst, 8U);
 }
 
 // 2^32 ticks of 64 ns are 274.877906944 s.
@@ -190,14 +159,6 @@ TEST(ClassValues, TheQuantumIsATenthOfTheRateFrom1000To200000) {
     SCOPED_TRACE(row.rate);
     EXPECT_EQ(htb_class(5, 1, {1'250'000, row.rate, 0}, kNanoseconds).quantum, row.quantum);
   }
-}
-
-TEST(ClassValues, TenGigabitFit) {
-  const HtbClass values = htb_class(1, 0, {1'250'000'000, 1'250'000'000, 0}, kNanoseconds);
-  EXPECT_EQ(values.ceil, 1'250'000'000U);
-  EXPECT_EQ(values.cburst, 300'000'000U);
-  EXPECT_EQ(values.rate, 1'250'000'000U);
-  EXPECT_EQ(values.burst, 300'000'000U);
 }
 
 }  // namespace

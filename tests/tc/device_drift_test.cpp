@@ -37,7 +37,7 @@ DeviceTree tree_of(const Side& side, std::int64_t speed = kTenMbit) {
   return device_tree(side, resolve(set, test::set_of(amy, bob), 125'000'000));
 }
 
-class DeviceDriftTest : public testing::Test {
+class StandingTest : public testing::Test {
  protected:
   // What stands after the tree has been made.
   void make(const DeviceTree& tree) {
@@ -112,19 +112,26 @@ class DeviceDriftTest : public testing::Test {
                   [&](const TcObject& object) { return object.handle == class_handle(minor); });
   }
 
+  TcObject& standing_qdisc(std::uint32_t parent) {
+    return *std::find_if(standing.qdiscs.begin(), standing.qdiscs.end(),
+                         [&](const TcObject& object) { return object.parent == parent; });
+  }
+
   Device device{"eth1", nullptr, nullptr, kIndex};
   StandingDevice standing;
   const DeviceTree upload = tree_of(mark_side(Direction::upload));
 };
 
-TEST_F(DeviceDriftTest, NoneWhereEverythingStands) {
-  make(upload);
-  EXPECT_EQ(text(upload), "");
-}
+// The WAN device after its tree has been made.
+class DeviceDriftTest : public StandingTest {
+ protected:
+  DeviceDriftTest() { make(upload); }
+};
+
+TEST_F(DeviceDriftTest, NoneWhereEverythingStands) { EXPECT_EQ(text(upload), ""); }
 
 TEST_F(DeviceDriftTest, AnObjectsPropertiesAreThoseOfItsRequest) {
   HtbClass htb = upload.tariffs[0].htb;
-  make(upload);
   const auto changed = [&](auto change) {
     HtbClass other = htb;
     change(other);
@@ -147,7 +154,6 @@ TEST_F(DeviceDriftTest, AnObjectsPropertiesAreThoseOfItsRequest) {
 }
 
 TEST_F(DeviceDriftTest, AClassThatDiffersIsChangedInPlace) {
-  make(upload);
   standing_class(4).properties[0] = {"rate", 1, 1, "bytes/s"};
   const std::vector<Drift> found = drift(upload);
   ASSERT_EQ(found.size(), 1U);
@@ -156,7 +162,6 @@ TEST_F(DeviceDriftTest, AClassThatDiffersIsChangedInPlace) {
 }
 
 TEST_F(DeviceDriftTest, AMissingClassStandsForItsLeaf) {
-  make(upload);
   forget_class(4);
   std::erase_if(standing.qdiscs,
                 [](const TcObject& qdisc) { return qdisc.parent == class_handle(4); });
@@ -167,8 +172,7 @@ TEST_F(DeviceDriftTest, AMissingClassStandsForItsLeaf) {
   EXPECT_EQ(std::get<MakeQdisc>(found[0].mendings[1]).qdisc, *upload.tariffs[0].leaf);
 }
 
-TEST_F(DeviceDriftTest, AClassOfNobodysGoesLast) {
-  make(upload);
+TEST_F(DeviceDriftTest, AClassOfNobodysGoesLastUnlessItIsUnderATariffs) {
   HtbClass stray = upload.tariffs[0].htb;
   stray.handle = class_handle(0x77);
   add(stray);
@@ -176,19 +180,11 @@ TEST_F(DeviceDriftTest, AClassOfNobodysGoesLast) {
   EXPECT_EQ(text(upload), "unwanted: eth1 class 8000:77\n");
   EXPECT_TRUE(found[0].last);
   EXPECT_EQ(std::get<DropClass>(found[0].mendings[0]).handle, class_handle(0x77));
-}
-
-TEST_F(DeviceDriftTest, AClassUnderATariffsGoesAtOnce) {
-  make(upload);
-  HtbClass stray = upload.tariffs[0].htb;
-  stray.handle = class_handle(0x77);
-  stray.parent = class_handle(5);
-  add(stray);
+  standing.classes.back().parent = class_handle(5);
   EXPECT_FALSE(drift(upload)[0].last);
 }
 
 TEST_F(DeviceDriftTest, AnotherParentIsMadeAgain) {
-  make(upload);
   standing_class(5).parent = class_handle(4);
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 class 8000:5: parent 8000:4, not 8000:1\n");
@@ -198,16 +194,12 @@ TEST_F(DeviceDriftTest, AnotherParentIsMadeAgain) {
 }
 
 TEST_F(DeviceDriftTest, TheKernelNamesTheRootOtherwise) {
-  make(upload);
   standing_class(1).parent = TC_H_ROOT;
   EXPECT_EQ(text(upload), "");
 }
 
 TEST_F(DeviceDriftTest, LeavesOfAnotherKind) {
-  make(upload);
-  for (TcObject& qdisc : standing.qdiscs) {
-    if (qdisc.parent == class_handle(4)) qdisc.kind = "pfifo";
-  }
+  standing_qdisc(class_handle(4)).kind = "pfifo";
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 qdisc 8004: pfifo 8004:, not fq_codel\n");
   EXPECT_EQ(std::get<DropQdisc>(found[0].mendings[0]).kind, "pfifo");
@@ -215,7 +207,6 @@ TEST_F(DeviceDriftTest, LeavesOfAnotherKind) {
 }
 
 TEST_F(DeviceDriftTest, AMissingRootStandsForTheTree) {
-  make(upload);
   standing.qdiscs.clear();
   standing.classes.clear();
   standing.filters.clear();
@@ -228,10 +219,7 @@ TEST_F(DeviceDriftTest, AMissingRootStandsForTheTree) {
 }
 
 TEST_F(DeviceDriftTest, ARootOfAnotherKindGoesFirst) {
-  make(upload);
-  for (TcObject& qdisc : standing.qdiscs) {
-    if (qdisc.parent == TC_H_ROOT) qdisc.kind = "fq_codel";
-  }
+  standing_qdisc(TC_H_ROOT).kind = "fq_codel";
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 qdisc 8000: fq_codel 8000:, not htb\n");
   EXPECT_TRUE(std::holds_alternative<DropRoot>(found[0].mendings[0]));
@@ -240,7 +228,6 @@ TEST_F(DeviceDriftTest, ARootOfAnotherKindGoesFirst) {
 
 TEST_F(DeviceDriftTest, OnlyOurRootIsUnwanted) {
   const DeviceTree nothing;
-  make(upload);
   EXPECT_EQ(text(nothing), "unwanted: eth1 qdisc 8000:\n");
   for (TcObject& qdisc : standing.qdiscs) qdisc.handle = 0x80010000;
   EXPECT_EQ(text(nothing), "");
@@ -251,7 +238,7 @@ TEST_F(DeviceDriftTest, OnlyOurRootIsUnwanted) {
   EXPECT_EQ(text(nothing), "");
 }
 
-TEST_F(DeviceDriftTest, MissingDevices) {
+TEST_F(StandingTest, MissingDevices) {
   const DeviceTree download = tree_of(mark_side(Direction::download));
   device = {"ifb_ingr", nullptr, nullptr, 0};
   const std::vector<Drift> found = drift(download, "ifb");
@@ -263,14 +250,12 @@ TEST_F(DeviceDriftTest, MissingDevices) {
 }
 
 TEST_F(DeviceDriftTest, DevicesThatAreDown) {
-  make(upload);
   standing.up = false;
   EXPECT_EQ(text(upload, "ifb"), "different: eth1 link: down, not up\n");
   EXPECT_EQ(text(upload), "");
 }
 
 TEST_F(DeviceDriftTest, Classifiers) {
-  make(upload);
   standing.filters[0].prio = 2;
   EXPECT_EQ(text(upload),
             "unwanted: eth1 filter bpf of priority 2\nmissing: eth1 filter by mark\n");
@@ -283,15 +268,12 @@ TEST_F(DeviceDriftTest, Classifiers) {
 }
 
 TEST_F(DeviceDriftTest, AnIngressOfAnotherKindIsLeftAlone) {
-  make(upload);
-  for (TcObject& qdisc : standing.qdiscs) {
-    if (qdisc.parent == TC_H_INGRESS) qdisc.kind = "clsact";
-  }
+  standing_qdisc(TC_H_INGRESS).kind = "clsact";
   EXPECT_EQ(text(upload), "different: eth1 qdisc ffff: clsact, not ingress\n");
   EXPECT_TRUE(drift(upload)[0].mendings.empty());
 }
 
-class MatchDriftTest : public DeviceDriftTest {
+class MatchDriftTest : public StandingTest {
  protected:
   MatchDriftTest() {
     device.name = "imq0";
@@ -303,7 +285,13 @@ class MatchDriftTest : public DeviceDriftTest {
     standing.filters.push_back(table(base.table));
     standing.filters.push_back(u32(base.link));
   }
-  using DeviceDriftTest::add;
+  using StandingTest::add;
+
+  // Whether a filter leads to a class.
+  static bool is_match(const StandingFilter& f) { return f.match && f.match->classid != 0; }
+  StandingFilter& first_match() {
+    return *std::find_if(standing.filters.begin(), standing.filters.end(), is_match);
+  }
 
   const DeviceTree tree = [] {
     DeviceTree made = tree_of(imq_side(Direction::download));
@@ -339,25 +327,21 @@ TEST_F(MatchDriftTest, ALinkWithoutMatchesIsNone) {
 }
 
 TEST_F(MatchDriftTest, MatchesThatAreMissingOrOneTooMany) {
-  const auto match = std::find_if(standing.filters.begin(), standing.filters.end(),
-                                  [](const auto& f) { return f.match && f.match->classid != 0; });
-  StandingFilter twin = *match;
+  StandingFilter twin = first_match();
   twin.handle += 0x100;
   standing.filters.push_back(twin);
   EXPECT_EQ(text(tree), "unwanted: imq0 u32 3:4:0 at 16 match 10.0.0.4 class 8000:4\n");
-  std::erase_if(standing.filters, [](const auto& f) { return f.match && f.match->classid != 0; });
+  std::erase_if(standing.filters, is_match);
   EXPECT_EQ(text(tree),
             "missing: imq0 u32 3:4:0 at 16 match 10.0.0.4 class 8000:4\n"
             "missing: imq0 u32 3:5:0 at 16 match 10.0.0.5 class 8000:5\n");
 }
 
 TEST_F(MatchDriftTest, ANodeThatIsTakenIsLeftToTheKernel) {
-  const auto match = std::find_if(standing.filters.begin(), standing.filters.end(),
-                                  [](const auto& f) { return f.match && f.match->classid != 0; });
-  match->match->classid = class_handle(5);
+  first_match().match->classid = class_handle(5);
   const std::vector<Drift> found = drift(tree);
   ASSERT_EQ(found.size(), 2U);
-  EXPECT_EQ(std::get<DropFilter>(found[0].mendings[0]).handle, match->handle);
+  EXPECT_EQ(std::get<DropFilter>(found[0].mendings[0]).handle, first_match().handle);
   EXPECT_FALSE(std::get<MakeMatch>(found[1].mendings[0]).match.own_node);
 }
 
@@ -378,37 +362,39 @@ TEST_F(MatchDriftTest, NoTablesAreMissedWhereNoAddressLeadsAnywhere) {
   EXPECT_EQ(text(line), "");
 }
 
-class RedirectionDriftTest : public testing::Test {
- protected:
-  std::string text(const std::vector<Redirection>& standing, bool fed = true) {
-    MarkPath path;
-    path.classifier = true;
-    if (fed) path.feed = "feed";
-    std::string text;
-    for (const Drift& one :
-         redirection_drift({"eth1", nullptr, nullptr, 3}, path, kIndex, {standing, false}))
-      text += to_text(one) + '\n';
-    return text;
-  }
-};
-
-TEST_F(RedirectionDriftTest, StandsOnceWithMarks) {
-  EXPECT_EQ(text({{1, kIndex, true}}), "");
-  EXPECT_EQ(text({}), "missing: eth1 redirection to ifb_ingr\n");
-  EXPECT_EQ(text({{1, kIndex, false}}),
-            "different: eth1 redirection to ifb_ingr: without marks, not with them\n");
-  EXPECT_EQ(text({{1, kIndex, true}, {2, kIndex, true}}),
-            "unwanted: eth1 redirection to ifb_ingr\n");
+// A line for each difference of a WAN device with these redirections, and the number of its
+// mendings.
+std::string redirections(const IngressFilters& standing, bool fed = true, bool ip6_fed = false) {
+  MarkPath path;
+  path.classifier = true;
+  if (fed) path.feed = "feed";
+  if (ip6_fed) path.ip6_feed = "feed6";
+  std::string text;
+  for (const Drift& one : redirection_drift({"eth1", nullptr, nullptr, 3}, path, kIndex, standing))
+    text += to_text(one) + ' ' + std::to_string(one.mendings.size()) + '\n';
+  return text;
 }
 
-TEST_F(RedirectionDriftTest, OthersAreLeftAloneButForThoseThatDrop) {
-  EXPECT_EQ(text({{1, kIndex, true}, {2, 99, true}}), "");
-  EXPECT_EQ(text({{1, kIndex, true}, {2, 0, true}}),
-            "unwanted: eth1 redirection to a device that is gone\n");
-  EXPECT_EQ(text({{1, kIndex, true}}, false), "unwanted: eth1 redirection to ifb_ingr\n");
+TEST(RedirectionDrift, StandsOnceWithMarksAndOthersAreLeftAloneButForThoseThatDrop) {
+  const Redirection ours{1, kIndex, true};
+  const struct {
+    std::vector<Redirection> standing;
+    const char* text;
+    bool fed = true;
+  } rows[] = {
+      {{ours}, ""},
+      {{}, "missing: eth1 redirection to ifb_ingr 1\n"},
+      {{{1, kIndex, false}},
+       "different: eth1 redirection to ifb_ingr: without marks, not with them 2\n"},
+      {{ours, {2, kIndex, true}}, "unwanted: eth1 redirection to ifb_ingr 1\n"},
+      {{ours, {2, 99, true}}, ""},
+      {{ours, {2, 0, true}}, "unwanted: eth1 redirection to a device that is gone 1\n"},
+      {{ours}, "unwanted: eth1 redirection to ifb_ingr 1\n", false},
+  };
+  for (const auto& row : rows) EXPECT_EQ(redirections({row.standing, false}, row.fed), row.text);
 }
 
-class Ip6DeviceDriftTest : public DeviceDriftTest {
+class Ip6DeviceDriftTest : public StandingTest {
  protected:
   Ip6DeviceDriftTest() {
     tree = tree_of(mark_side(Direction::upload));
@@ -465,19 +451,12 @@ TEST_F(Ip6DeviceDriftTest, AllAreWhereIPv6IsNotShaped) {
             "unwanted: eth1 IPv6 filter bpf of priority 4\n");
 }
 
-// The redirections of a WAN device with these that stand.
-std::string redirections(const std::vector<StandingIp6Redirection>& ip6, bool wanted = true) {
+// The same of IPv6, where the redirection of IPv4 stands.
+std::string found_of(const std::vector<StandingIp6Redirection>& ip6, bool wanted = true) {
   IngressFilters standing;
   standing.redirections = {{0x80000800, kIndex, true}};
   standing.ip6 = ip6;
-  MarkPath path;
-  path.classifier = true;
-  path.feed = "feed";
-  if (wanted) path.ip6_feed = "feed6";
-  std::string text;
-  for (const Drift& one : redirection_drift({"eth1"}, path, kIndex, standing))
-    text += to_text(one) + ' ' + std::to_string(one.mendings.size()) + '\n';
-  return text;
+  return redirections(standing, true, wanted);
 }
 
 std::vector<StandingIp6Redirection> all_of(bool marks) {
@@ -487,27 +466,27 @@ std::vector<StandingIp6Redirection> all_of(bool marks) {
 }
 
 TEST(Ip6RedirectionDrift, TheFiltersAreOneThing) {
-  EXPECT_EQ(redirections(all_of(true)), "");
-  EXPECT_EQ(redirections({}), "missing: eth1 IPv6 redirection to ifb_ingr 1\n");
-  EXPECT_EQ(redirections({}, false), "");
-  EXPECT_EQ(redirections(all_of(true), false), "unwanted: eth1 IPv6 redirection to ifb_ingr 5\n");
+  EXPECT_EQ(found_of(all_of(true)), "");
+  EXPECT_EQ(found_of({}), "missing: eth1 IPv6 redirection to ifb_ingr 1\n");
+  EXPECT_EQ(found_of({}, false), "");
+  EXPECT_EQ(found_of(all_of(true), false), "unwanted: eth1 IPv6 redirection to ifb_ingr 5\n");
 }
 
 TEST(Ip6RedirectionDrift, OtherFiltersAreMadeAgain) {
   const std::string other =
       "different: eth1 IPv6 redirection to ifb_ingr: other filters, or in another order ";
-  EXPECT_EQ(redirections(all_of(false)), other + "6\n");
+  EXPECT_EQ(found_of(all_of(false)), other + "6\n");
   auto list = all_of(true);
   std::swap(list[0], list[4]);
-  EXPECT_EQ(redirections(list), other + "6\n");
+  EXPECT_EQ(found_of(list), other + "6\n");
   list = all_of(true);
   list.erase(list.begin());
-  EXPECT_EQ(redirections(list), other + "5\n");
+  EXPECT_EQ(found_of(list), other + "5\n");
   list = all_of(true);
   list.back().target = 0;
-  EXPECT_EQ(redirections(list), other + "6\n");
+  EXPECT_EQ(found_of(list), other + "6\n");
   list.back().target = kIndex + 1;
-  EXPECT_EQ(redirections(list), other + "5\n");
+  EXPECT_EQ(found_of(list), other + "5\n");
 }
 
 }  // namespace

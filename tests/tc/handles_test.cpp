@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <set>
+#include <utility>
 
 #include "tc/htb_action.h"
 
@@ -13,23 +14,27 @@ using enum HandleScheme;
 constexpr unsigned kFirstTariff = 4;
 constexpr unsigned kLastTariff = 15'000;
 
-TEST(ClassMinor, IsReducedTo14BitsOnMarkClassifiedDevices) {
-  EXPECT_EQ(class_minor(mark, 1), 1U);
-  EXPECT_EQ(class_minor(mark, 15'000), 15'000U);
-  EXPECT_EQ(class_minor(mark, 0x3fff), 0x3fffU);
-  EXPECT_EQ(class_minor(mark, 0x4000), 0U);
-  EXPECT_EQ(class_minor(mark, 0x4005), 5U);
-}
-
-TEST(ClassMinor, IsTheNumberItselfForImqDownload) {
-  EXPECT_EQ(class_minor(imq_download, 5), 5U);
-  EXPECT_EQ(class_minor(imq_download, 0x4005), 0x4005U);
-}
-
-TEST(ClassMinor, Is0x8000HigherForImqUpload) {
-  EXPECT_EQ(class_minor(imq_upload, 1), 0x8001U);
-  EXPECT_EQ(class_minor(imq_upload, 5), 0x8005U);
-  EXPECT_EQ(class_minor(imq_upload, 0x4005), 0xc005U);
+TEST(ClassMinor, FollowsTheSchemeOfTheDevice) {
+  const struct {
+    HandleScheme scheme;
+    unsigned number, minor;
+  } rows[] = {
+      // 14 bits.
+      {mark, 1, 1},
+      {mark, 15'000, 15'000},
+      {mark, 0x3fff, 0x3fff},
+      {mark, 0x4000, 0},
+      {mark, 0x4005, 5},
+      // The number itself.
+      {imq_download, 5, 5},
+      {imq_download, 0x4005, 0x4005},
+      // 0x8000 higher.
+      {imq_upload, 1, 0x8001},
+      {imq_upload, 5, 0x8005},
+      {imq_upload, 0x4005, 0xc005},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(class_minor(row.scheme, row.number), row.minor) << row.number;
 }
 
 TEST(ClassHandle, IsUnderTheHtbQdiscAndTakes16Bits) {
@@ -40,25 +45,26 @@ TEST(ClassHandle, IsUnderTheHtbQdiscAndTakes16Bits) {
 }
 
 TEST(LeafHandle, HasTheMajor0x8000PlusTheClassNumber) {
-  EXPECT_EQ(leaf_handle(mark, 2), 0x80020000U);
-  EXPECT_EQ(leaf_handle(mark, 5), 0x80050000U);
-  EXPECT_EQ(leaf_handle(imq_download, 5), 0x80050000U);
-  // Unlike the class, the leaf takes the number as it stands.
-  EXPECT_EQ(leaf_handle(mark, 0x4005), 0xc0050000U);
-}
-
-TEST(LeafHandle, Is20000HigherForImqUpload) {
-  // 0x8000 + 5 + 20000 = 52773 = 0xce25
-  EXPECT_EQ(leaf_handle(imq_upload, 5), 52'773U << 16);
-  EXPECT_EQ(leaf_handle(imq_upload, 5), 0xce250000U);
-}
-
-// 0x8000 + 20000 + 12768 = 65536, of which no bit is left; number 0 has no class.
-TEST(LeafHandle, TakesThatOfNumber0WhereImqUploadWouldHaveNone) {
-  EXPECT_EQ(leaf_handle(imq_upload, 12'767), 0xffff0000U);
-  EXPECT_EQ(leaf_handle(imq_upload, 12'768), 52'768U << 16);
-  EXPECT_EQ(leaf_handle(imq_upload, 12'769), 0x00010000U);
-  EXPECT_EQ(leaf_handle(imq_download, 12'768), 0xb1e00000U);
+  const struct {
+    HandleScheme scheme;
+    unsigned number;
+    std::uint32_t handle;
+  } rows[] = {
+      {mark, 2, 0x80020000},
+      {mark, 5, 0x80050000},
+      {imq_download, 5, 0x80050000},
+      // Unlike the class, the leaf takes the number as it stands.
+      {mark, 0x4005, 0xc0050000},
+      // 20000 higher: 0x8000 + 5 + 20000 = 52773 = 0xce25
+      {imq_upload, 5, 0xce250000},
+      {imq_upload, 12'767, 0xffff0000},
+      // 0x8000 + 20000 + 12768 = 65536, of which no bit is left; number 0 has no class.
+      {imq_upload, 12'768, 52'768U << 16},
+      {imq_upload, 12'769, 0x00010000},
+      {imq_download, 12'768, 0xb1e00000},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(leaf_handle(row.scheme, row.number), row.handle) << row.number;
 }
 
 // The default class's leaf, the root and each tariff's two leaves share one device.
@@ -90,17 +96,11 @@ TEST(FixedHandles, AreThoseOfTheScheme) {
   EXPECT_EQ(kMarkMask, 0x80003fffU);
 }
 
-TEST(ActionName, IsTheWordOfTheMessages) {
-  EXPECT_EQ(action_name(htb_action{1}), "create");
-  EXPECT_EQ(action_name(htb_action{2}), "delete");
-  EXPECT_EQ(action_name(htb_action{3}), "update");
-}
-
-TEST(ActionName, OfAnyOtherValueShowsTheNumber) {
-  EXPECT_EQ(action_name(htb_action{0}), "unknown(0)");
-  EXPECT_EQ(action_name(htb_action{4}), "unknown(4)");
-  EXPECT_EQ(action_name(htb_action{7}), "unknown(7)");
-  EXPECT_EQ(action_name(htb_action{-1}), "unknown(-1)");
+TEST(ActionName, IsTheWordOfTheMessagesOrShowsTheNumber) {
+  const std::pair<int, const char*> names[] = {
+      {1, "create"},     {2, "delete"},     {3, "update"},      {0, "unknown(0)"},
+      {4, "unknown(4)"}, {7, "unknown(7)"}, {-1, "unknown(-1)"}};
+  for (const auto& [action, name] : names) EXPECT_EQ(action_name(htb_action{action}), name);
 }
 
 }  // namespace
