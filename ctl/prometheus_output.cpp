@@ -154,9 +154,10 @@ void write_directions(
 
 void write_devices(const Measurement& measurement, Writer& out) {
   out.begin({"quenby_direction_info", "gauge", "The device that shapes a direction."});
-  for (const ShapedDirection& direction : measurement.shaping.directions)
+  for (const ShapedDirection& direction : measurement.shaping.directions) {
     out.sample(in_braces(label("device", direction.device) + ',' + direction_label(direction.way)),
                "1");
+  }
 }
 
 std::size_t missing_classes(const Measurement& measurement, Direction way) {
