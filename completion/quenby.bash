@@ -59,7 +59,7 @@ _quenby_kind() {
   [[ ${#found[@]} -ne 1 ]] || printf '%s\n' "${found[0]}"
 }
 
-# What the word at the cursor is: the kind of an option's argument, "end" behind "--", or nothing.
+# What the word at the cursor is: the kind of an option's argument, "end" after "--", or nothing.
 _quenby_context() {
   local word kind=
   for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
@@ -91,7 +91,7 @@ _quenby_offer() {
 }
 
 _quenby_files() {
-  # Lets readline quote the names, and go on behind a directory.
+  # Lets readline quote the names, and go on after a directory.
   compopt -o filenames 2>/dev/null
   mapfile -t COMPREPLY < <(compgen -f -- "$1")
 }

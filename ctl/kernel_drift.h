@@ -16,7 +16,7 @@ struct Asked {
   ResolvedSettings settings;
   WantedState wanted;
 
-  /// Whether the stored class numbers do not fit, so that they are handed out anew.
+  /// Whether the stored class numbers do not fit, so that they are handed out again.
   bool is_renumbered() const { return edit.save != TariffSave::none; }
 };
 

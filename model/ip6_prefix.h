@@ -11,7 +11,7 @@ namespace quenby {
 /// In network order.
 using Ip6Address = std::array<std::uint8_t, 16>;
 
-/// A block of IPv6 addresses that belongs to one subscriber. The bits behind its length are 0.
+/// A block of IPv6 addresses that belongs to one subscriber. The bits after its length are 0.
 struct Ip6Prefix {
   Ip6Address address{};
   /// In bits, 1 to 128.

@@ -12,7 +12,7 @@
 /// Our rules in the firewall, as the commands ask for them and as iptables lists them.
 namespace quenby {
 
-/// The words of a rule behind its chain, in the form that iptables lists.
+/// The words of a rule after its chain, in the form that iptables lists.
 using FirewallRule = std::vector<std::string>;
 /// Table and chain.
 using FirewallChain = std::pair<std::string, std::string>;

@@ -79,7 +79,7 @@ TEST(Ip6Prefix, RefusesEverythingElse) {
       "::",      "::/64",    "::/128",  "::ffff:10.0.0.1", "::ffff:0:0/96", "::ffff:10.0.0.1/64",
       "ff02::1", "ff00::/8", "ffff::1", "fe80::1",         "fe80::/10",     "fe80::/64",
       "febf::1"};
-  // Without the bits behind their length they would be such an address, and not read again.
+  // Without the bits after their length they would be such an address, and not read again.
   const std::vector<const char*> not_written = {"2001:db8::1/2", "::5/64", "::1/127",
                                                 "::fffe:0:1/60", "fe90::1/10"};
   for (const auto* texts : {&no_prefixes, &nobody_forwards, &not_written}) {
