@@ -34,6 +34,10 @@ inline constexpr std::uint32_t kMarkFlag = 0x80000000;
 /// The mark bits that are ours; all others belong to other users.
 inline constexpr std::uint32_t kMarkMask = kMarkFlag | kClassMask;
 
+/// Of our mark bits in an incoming packet that is taken in a second time. It lacks the flag, so
+/// that no class is meant.
+inline constexpr std::uint32_t kSecondTimeMark = 1;
+
 /// What upload adds to its class minors on the IMQ device.
 inline constexpr std::uint32_t kUploadClassOffset = 0x8000;
 

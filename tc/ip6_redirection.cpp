@@ -2,6 +2,7 @@
 
 #include <linux/pkt_cls.h>
 #include <linux/tc_act/tc_mirred.h>
+#include <linux/tc_act/tc_skbedit.h>
 
 #include <cstring>
 #include <netinet/in.h>
@@ -14,20 +15,21 @@
 namespace quenby {
 namespace {
 
-// The number of the next header is the third byte of the header's second word; an extension header
-// begins with that of the header after it.
+// The number of the next header is the third byte of the header's second word.
 constexpr unsigned kNextHeaderShift = 8;
-constexpr unsigned kFirstByteShift = 24;
 constexpr std::uint32_t kByte = 0xff;
 constexpr int kNextHeaderOffset = 4;
-constexpr int kExtensionOffset = 40;
+
+// Those behind which the kernel looks for a fragment header, itself first.
+constexpr std::uint32_t kExtensions[] = {IPPROTO_FRAGMENT, IPPROTO_HOPOPTS, IPPROTO_ROUTING,
+                                         IPPROTO_AH, IPPROTO_DSTOPTS};
 
 HeaderWord next_header(std::uint32_t number) {
   return {number << kNextHeaderShift, kByte << kNextHeaderShift, kNextHeaderOffset};
 }
 
-HeaderWord after_extension(std::uint32_t number) {
-  return {number << kFirstByteShift, kByte << kFirstByteShift, kExtensionOffset};
+std::string mark_text(std::uint32_t mark, const char* between) {
+  return "mark 0x" + hex(mark) + between + "0x" + hex(kMarkMask);
 }
 
 std::string match_text(const HeaderWord& word) {
@@ -36,7 +38,10 @@ std::string match_text(const HeaderWord& word) {
 }
 
 std::string actions_text(const Ip6Redirection& filter, const std::string& wan) {
-  if (filter.gathers) return " action ct action mirred ingress redirect dev " + wan;
+  if (filter.gathers) {
+    return " action ct action skbedit " + mark_text(kSecondTimeMark, "/") +
+           " action mirred ingress redirect dev " + wan;
+  }
   return std::string(filter.restores_mark ? " action connmark" : "") +
          " action mirred egress redirect dev " + kIfbName;
 }
@@ -55,31 +60,59 @@ std::vector<HeaderWord> read_words(nlattr* attribute) {
   return words;
 }
 
-// Takes an action into account; false for one that no filter of ours has.
-bool read_action(nlattr* attribute, int ifindex, StandingIp6Redirection& standing) {
+bool is_for_the_unmarked(nlattr* attribute) {
+  const auto mark = value<tc_u32_mark>(attribute);
+  return mark && mark->val == 0 && mark->mask == kMarkMask;
+}
+
+bool marks_second_time(nlattr* attribute) {
+  const Nest<TCA_SKBEDIT_MAX> options(attribute);
+  return value<std::uint32_t>(options[TCA_SKBEDIT_MARK]) == kSecondTimeMark &&
+         value<std::uint32_t>(options[TCA_SKBEDIT_MASK]) == kMarkMask;
+}
+
+struct Actions {
+  bool gathers = false;
+  bool marks = false;
+  bool restores_mark = false;
+  bool others = false;
+  tc_mirred redirection{};
+};
+
+void read_action(nlattr* attribute, Actions& actions) {
   const Nest<TCA_ACT_MAX> action(attribute);
-  Ip6Redirection& filter = standing.filter;
-  if (has_kind(action[TCA_ACT_KIND], "connmark")) return filter.restores_mark = true;
-  if (has_kind(action[TCA_ACT_KIND], "ct")) return filter.gathers = true;
-  if (!has_kind(action[TCA_ACT_KIND], "mirred")) return false;
-  const auto mirred =
-      value<tc_mirred>(Nest<TCA_MIRRED_MAX>(action[TCA_ACT_OPTIONS])[TCA_MIRRED_PARMS]);
-  if (!mirred) return false;
-  standing.target = static_cast<int>(mirred->ifindex);
-  if (!filter.gathers) return mirred->eaction == TCA_EGRESS_REDIR;
-  return mirred->eaction == TCA_INGRESS_REDIR && standing.target == ifindex;
+  nlattr* const kind = action[TCA_ACT_KIND];
+  nlattr* const options = action[TCA_ACT_OPTIONS];
+  if (has_kind(kind, "ct")) {
+    actions.gathers = true;
+  } else if (has_kind(kind, "skbedit") && marks_second_time(options)) {
+    actions.marks = true;
+  } else if (has_kind(kind, "connmark")) {
+    actions.restores_mark = true;
+  } else if (has_kind(kind, "mirred")) {
+    const Nest<TCA_MIRRED_MAX> mirred(options);
+    actions.redirection = value<tc_mirred>(mirred[TCA_MIRRED_PARMS]).value_or(tc_mirred{});
+  } else {
+    actions.others = true;
+  }
+}
+
+Actions read_actions(nlattr* attribute) {
+  Actions actions;
+  if (attribute == nullptr) return actions;
+  const Nest<TCA_ACT_MAX_PRIO> list(attribute);
+  for (nlattr* const action : list.members) {
+    if (action != nullptr) read_action(action, actions);
+  }
+  return actions;
 }
 
 }  // namespace
 
 std::vector<Ip6Redirection> ip6_redirections(bool restore_mark) {
-  std::vector<Ip6Redirection> filters = {{{next_header(IPPROTO_FRAGMENT)}, true, false}};
-  for (const int before : {IPPROTO_HOPOPTS, IPPROTO_ROUTING, IPPROTO_DSTOPTS}) {
-    filters.push_back(
-        {{next_header(static_cast<std::uint32_t>(before)), after_extension(IPPROTO_FRAGMENT)},
-         true,
-         false});
-  }
+  std::vector<Ip6Redirection> filters;
+  for (const std::uint32_t extension : kExtensions)
+    filters.push_back({{next_header(extension)}, true, false});
   filters.push_back({{HeaderWord{}}, false, restore_mark});
   return filters;
 }
@@ -91,6 +124,7 @@ std::string ip6_redirect_commands(const std::string& wan, bool restore_mark) {
     if (!commands.empty()) commands += " && ";
     commands += "/sbin/tc filter add dev " + device + " parent " + hex(kIngressMajor) +
                 ": protocol ipv6 pref " + std::to_string(kIp6RedirectionPrio) + " u32";
+    if (filter.gathers) commands += " match " + mark_text(0, " ");
     for (const HeaderWord& word : filter.words) commands += match_text(word);
     commands += actions_text(filter, device);
   }
@@ -100,13 +134,16 @@ std::string ip6_redirect_commands(const std::string& wan, bool restore_mark) {
 std::optional<StandingIp6Redirection> read_ip6_redirection(int ifindex, std::uint32_t handle,
                                                            nlattr* options) {
   const Nest<TCA_U32_MAX> members(options);
-  StandingIp6Redirection standing{{read_words(members[TCA_U32_SEL]), false, false}, handle, 0};
-  if (members[TCA_U32_ACT] == nullptr) return std::nullopt;
-  const Nest<TCA_ACT_MAX_PRIO> actions(members[TCA_U32_ACT]);
-  for (nlattr* const action : actions.members) {
-    if (action != nullptr && !read_action(action, ifindex, standing)) return std::nullopt;
-  }
-  return standing;
+  nlattr* const mark = members[TCA_U32_MARK];
+  const Actions actions = read_actions(members[TCA_U32_ACT]);
+  const int target = static_cast<int>(actions.redirection.ifindex);
+  const bool gathers = actions.gathers && actions.marks && is_for_the_unmarked(mark) &&
+                       actions.redirection.eaction == TCA_INGRESS_REDIR && target == ifindex;
+  const bool redirects = !actions.gathers && !actions.marks && mark == nullptr &&
+                         actions.redirection.eaction == TCA_EGRESS_REDIR;
+  if (actions.others || gathers == redirects) return std::nullopt;
+  return StandingIp6Redirection{
+      {read_words(members[TCA_U32_SEL]), gathers, actions.restores_mark}, handle, target};
 }
 
 }  // namespace quenby

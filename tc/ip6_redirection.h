@@ -11,7 +11,9 @@
 /// The filters by which the WAN device's incoming IPv6 is shaped on the IFB device, beside the
 /// redirection of IPv4. Only the first fragment of a packet tells its connection, so fragments are
 /// put together first; the packet is then taken in once more, as a redirection of what was put
-/// together would take it to pieces again that the IFB device drops.
+/// together would take it to pieces again that the IFB device drops. A fragment header may stand
+/// behind any number of others, so every packet with an extension header goes this way, a whole one
+/// unchanged, and a mark says that it has.
 namespace quenby {
 
 /// The priority at which we put ours; one of another protocol cannot have the same.
@@ -29,7 +31,8 @@ struct HeaderWord {
 /// One filter: which packets it is for, and what becomes of them.
 struct Ip6Redirection {
   std::vector<HeaderWord> words;
-  /// Fragments are put together and taken in once more, all others go to the IFB device.
+  /// Whether it is for packets that have not come by yet: fragments are put together, and the
+  /// packet is marked and taken in once more. All others go to the IFB device.
   bool gathers = false;
   /// Whether each packet gets its connection's mark back first.
   bool restores_mark = false;

@@ -12,6 +12,9 @@ namespace {
 using quenby::IngressFilters;
 using quenby::Ip6Redirection;
 
+constexpr std::uint32_t kMask = 0x80003fff;
+const ListedAction kMarking{"skbedit", 0, 1, kMask};
+
 // A redirection of IPv6 on the WAN device.
 ListedRedirection ip6_listed(int target = kIfbIndex) {
   return {kWanIndex, target, 0x80000800, 2, ETH_P_IPV6};
@@ -32,7 +35,10 @@ std::vector<ListedRedirection> as_listed(const std::vector<Ip6Redirection>& filt
     listed.handle = handle++;
     listed.actions.clear();
     if (filter.restores_mark) listed.actions.push_back({"connmark"});
-    if (filter.gathers) listed.actions.push_back({"ct"});
+    if (filter.gathers) {
+      listed.mask = kMask;
+      listed.actions.insert(listed.actions.end(), {{"ct"}, kMarking});
+    }
     listed.actions.push_back({"mirred", filter.gathers ? TCA_INGRESS_REDIR : TCA_EGRESS_REDIR});
   }
   return list;
@@ -54,29 +60,37 @@ TEST(Ip6Redirections, AreReadAsTheyAreMade) {
 
 TEST(Ip6Redirections, TheCommandsPutFragmentsTogetherFirst) {
   const std::string start = "/sbin/tc filter add dev 'a b' parent ffff: protocol ipv6 pref 2 u32";
-  const std::string gather = " action ct action mirred ingress redirect dev 'a b' && ";
-  const std::string then_fragment = " match u32 0x2c000000 0xff000000 at 40";
+  const std::string gather =
+      " 0xff00 at 4 action ct action skbedit mark 0x1/0x80003fff action mirred ingress redirect "
+      "dev 'a b' && ";
+  const std::string unmarked = start + " match mark 0x0 0x80003fff match u32 ";
   EXPECT_EQ(quenby::ip6_redirect_commands("a b", true),
-            start + " match u32 0x2c00 0xff00 at 4" + gather +                   //
-                start + " match u32 0x0 0xff00 at 4" + then_fragment + gather +  //
-                start + " match u32 0x2b00 0xff00 at 4" + then_fragment + gather + start +
-                " match u32 0x3c00 0xff00 at 4" + then_fragment + gather + start +
+            unmarked + "0x2c00" + gather +                                             //
+                unmarked + "0x0" + gather + unmarked + "0x2b00" + gather +             //
+                unmarked + "0x3300" + gather + unmarked + "0x3c00" + gather + start +  //
                 " match u32 0x0 0x0 at 0 action connmark action mirred egress redirect"
                 " dev ifb_ingr");
 }
 
 TEST(Ip6Redirections, AnythingElseIsSomebodyElses) {
   const ListedAction drop{"gact"};
+  const ListedRedirection gather = as_listed(quenby::ip6_redirections(true)).front();
   std::vector<ListedRedirection> others(7, ip6_listed());
   others[0].prio = 3;
   others[1].protocol = ETH_P_ALL;
   others[2].actions = {drop};
   others[3].actions[1].eaction = TCA_INGRESS_REDIR;
-  others[4] = ip6_listed(kImqIndex);
-  others[4].actions = {{"ct"}, {"mirred", TCA_INGRESS_REDIR}};
-  others[5] = ip6_listed(kWanIndex);
-  others[5].actions = {{"ct"}, {"mirred", TCA_EGRESS_REDIR}};
+  others[4].mask = kMask;
+  others[5].actions = {};
   others[6].actions = {{"connmark"}, drop};
+  others.insert(others.end(), 7, gather);
+  others[7].target = kImqIndex;
+  others[8].actions.back().eaction = TCA_EGRESS_REDIR;
+  others[9].mark = 1;
+  others[10].mask = 0xffffffff;
+  others[11].actions[1].mark = 2;
+  others[12].actions[1].mask = 1;
+  others[13].actions.erase(others[13].actions.begin());
   for (const ListedRedirection& other : others) {
     SCOPED_TRACE(&other - others.data());
     IngressFilters filters;

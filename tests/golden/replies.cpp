@@ -7,6 +7,7 @@
 #include <linux/netfilter/nfnetlink_conntrack.h>
 #include <linux/pkt_cls.h>
 #include <linux/rtnetlink.h>
+#include <linux/tc_act/tc_skbedit.h>
 #include <netlink/attr.h>
 
 #include <cstddef>
@@ -46,10 +47,15 @@ void put_action(const MsgPtr& msg, int number, const ListedAction& listed, int t
   nlattr* const action = nla_nest_start(msg.get(), number);
   nla_put_string(msg.get(), TCA_ACT_KIND, listed.kind.c_str());
   nlattr* const options = nla_nest_start(msg.get(), TCA_ACT_OPTIONS);
-  tc_mirred mirred{};
-  mirred.eaction = listed.eaction;
-  mirred.ifindex = static_cast<std::uint32_t>(target);
-  put(msg, TCA_MIRRED_PARMS, mirred);
+  if (listed.kind == "skbedit") {
+    put(msg, TCA_SKBEDIT_MARK, listed.mark);
+    put(msg, TCA_SKBEDIT_MASK, listed.mask);
+  } else {
+    tc_mirred mirred{};
+    mirred.eaction = listed.eaction;
+    mirred.ifindex = static_cast<std::uint32_t>(target);
+    put(msg, TCA_MIRRED_PARMS, mirred);
+  }
   nla_nest_end(msg.get(), options);
   nla_nest_end(msg.get(), action);
 }
@@ -143,6 +149,8 @@ MsgPtr redirection_message(const ListedRedirection& redirection) {
   nla_put_string(msg.get(), TCA_KIND, "u32");
   nlattr* const options = nla_nest_start(msg.get(), TCA_OPTIONS);
   put_selector(msg, redirection.words);
+  if (redirection.mask != 0)
+    put(msg, TCA_U32_MARK, tc_u32_mark{redirection.mark, redirection.mask, 0});
   nlattr* const actions = nla_nest_start(msg.get(), TCA_U32_ACT);
   int number = 0;
   for (const ListedAction& action : redirection.actions)

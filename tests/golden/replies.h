@@ -30,10 +30,12 @@ struct ListedFilter {
   std::uint32_t parent = kHtb;
 };
 
-/// An action of a filter; `eaction` is what mirred does.
+/// An action of a filter; `eaction` is what mirred does, mark and mask are what skbedit sets.
 struct ListedAction {
   std::string kind;
   int eaction = 0;
+  std::uint32_t mark = 0;
+  std::uint32_t mask = 0;
 };
 
 /// A u32 filter in the ingress qdisc of a device, as the kernel lists it, with `target` as the
@@ -45,6 +47,9 @@ struct ListedRedirection {
   unsigned prio = 1;
   std::uint16_t protocol = ETH_P_IP;
   std::vector<quenby::HeaderWord> words = {{0, 0, 0}};
+  /// Which mark a packet has to have; a mask of 0 is not listed.
+  std::uint32_t mark = 0;
+  std::uint32_t mask = 0;
   std::vector<ListedAction> actions = {{"connmark"}, {"mirred", TCA_EGRESS_REDIR}};
 };
 

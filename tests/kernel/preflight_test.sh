@@ -170,7 +170,9 @@ test_shaped() {
 
 IPV6='ok      u32 classifier of IPv6
 ok      mark classifier of IPv6
+ok      u32 match of marks
 ok      ct action
+ok      skbedit action
 ok      ip6tables table filter
 ok      ip6tables table mangle
 ok      ip6tables table raw
