@@ -47,7 +47,7 @@ Matches matches_of(const DeviceTree& tree) {
 // All of a filter that packets notice.
 auto key_of(const U32Filter& filter) {
   return std::make_tuple(filter.table, filter.bucket, filter.value, filter.mask, filter.offset,
-                         filter.link_table, filter.classid);
+                         filter.link_table, filter.hash_mask, filter.hash_offset, filter.classid);
 }
 
 // A change in place leaves the way to a table of which it has taken the last match.
@@ -73,7 +73,9 @@ void add_matches(const DeviceTree& tree, std::vector<Mending>& mendings) {
 
 void match_drift(const std::string& place, const std::vector<const DeviceTree*>& trees,
                  const std::vector<StandingFilter>& standing, std::vector<Drift>& found) {
-  std::multimap<decltype(key_of({})), const StandingFilter*> filters;
+  using Key = decltype(key_of({}));
+  std::multimap<Key, const StandingFilter*> filters;
+  std::map<unsigned, Key> links;
   std::set<unsigned> tables;
   std::set<std::uint32_t> taken;
   for (const StandingFilter& filter : standing) {
@@ -97,6 +99,7 @@ void match_drift(const std::string& place, const std::vector<const DeviceTree*>&
                          false});
     }
     for (U32Filter filter : matches.filters) {
+      if (matter && filter.link_table != 0) links.emplace(filter.link_table, key_of(filter));
       const auto entry = filters.find(key_of(filter));
       if (entry != filters.end()) {
         filters.erase(entry);
@@ -109,7 +112,9 @@ void match_drift(const std::string& place, const std::vector<const DeviceTree*>&
     }
   }
   for (const auto& [key, filter] : filters) {
-    if (leads_nowhere(*filter->match, trees)) continue;
+    const auto link = links.find(filter->match->link_table);
+    const bool wrong_way = link != links.end() && link->second != key;
+    if (!wrong_way && leads_nowhere(*filter->match, trees)) continue;
     found.push_back(
         {DriftKind::unwanted, place, match_text(*filter->match), "", {drop_of(*filter)}, false});
   }

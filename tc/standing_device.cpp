@@ -34,10 +34,11 @@ bool is_mark_program(nlattr* attribute) {
          std::memcmp(nla_data(found), program.data(), sizeof(program)) == 0;
 }
 
-// A kernel that takes the mask need not show it.
+// A kernel that takes the mask need not show it. One that names a class is for a single mark.
 bool is_masked_fw(nlattr* attribute) {
-  const auto mask = value<std::uint32_t>(Nest<TCA_FW_MAX>(attribute)[TCA_FW_MASK]);
-  return !mask || *mask == kMarkMask;
+  const Nest<TCA_FW_MAX> options(attribute);
+  const auto mask = value<std::uint32_t>(options[TCA_FW_MASK]);
+  return options[TCA_FW_CLASSID] == nullptr && (!mask || *mask == kMarkMask);
 }
 
 std::optional<U32Table> read_table(std::uint32_t handle, nlattr* attribute) {

@@ -4,6 +4,7 @@
 #include <linux/rtnetlink.h>
 #include <netlink/msg.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "tc/attributes.h"
@@ -52,6 +53,12 @@ void add_burst(TcObject& object, const char* name, std::uint32_t ticks, std::uin
       {name, ticks, static_cast<std::uint64_t>(std::llround(bytes)), "bytes"});
 }
 
+// One that is not named is Ethernet.
+std::uint64_t link_layer(const tc_ratespec& spec) {
+  const unsigned layer = spec.linklayer & TC_LINKLAYER_MASK;
+  return std::max<unsigned>(layer, TC_LINKLAYER_ETHERNET);
+}
+
 void read_htb_class(nlattr* attribute, TcObject& object) {
   const Nest<TCA_HTB_MAX> options(attribute);
   const auto parameters = value<tc_htb_opt>(options[TCA_HTB_PARMS]);
@@ -61,6 +68,8 @@ void read_htb_class(nlattr* attribute, TcObject& object) {
   add_burst(object, "burst", parameters->buffer, parameters->rate.rate);
   add_burst(object, "cburst", parameters->cbuffer, parameters->ceil.rate);
   add(object, "overhead", parameters->rate.overhead);
+  add(object, "mpu", parameters->rate.mpu);
+  add(object, "linklayer", link_layer(parameters->rate));
   // A class with children takes no turns of its own, and the kernel keeps what it had before.
   if (parameters->level != 0) return;
   object.properties.push_back({"quantum", parameters->quantum, parameters->quantum, "bytes"});

@@ -55,6 +55,9 @@ DAMAGES = {
                 [f"different: {WAN} class 8000:4: quantum 1500 bytes, not 12500 bytes"]),
     "priority": (UP + AMY + " prio 3", [f"different: {WAN} class 8000:4: prio 3, not 0"]),
     "overhead": (UP + AMY + " overhead 20", [f"different: {WAN} class 8000:4: overhead 20, not 0"]),
+    "link layer": (UP + AMY + " linklayer atm",
+                   [f"different: {WAN} class 8000:4: linklayer 2, not 1"]),
+    "smallest packet": (UP + AMY + " mpu 64", [f"different: {WAN} class 8000:4: mpu 64, not 0"]),
     "root class": (f"tc class change dev {IFB} parent 8000: classid 8000:1 htb rate 9mbit "
                    "ceil 9mbit burst 270000 cburst 270000",
                    [f"different: {IFB} class 8000:1: rate 1125000 bytes/s, not 6250000 bytes/s, "
@@ -91,6 +94,10 @@ DAMAGES = {
         (f"tc filter del dev {WAN} parent 8000:; "
          f"tc filter add dev {WAN} parent 8000: protocol ip pref 1 bpf {BPF}",
          [f"unwanted: {WAN} filter bpf of priority 1", f"missing: {WAN} filter by mark"]),
+    "classifier of one mark":
+        (f"tc filter del dev {WAN} parent 8000:; "
+         f"tc filter add dev {WAN} parent 8000: protocol ip pref 1 handle 5 fw classid 8000:4",
+         [f"unwanted: {WAN} filter fw of priority 1", f"missing: {WAN} filter by mark"]),
     "classifier of nobody's":
         (f"tc filter add dev {IFB} parent 8000: protocol all pref 9 matchall classid 8000:4",
          [f"unwanted: {IFB} filter matchall of priority 9"]),

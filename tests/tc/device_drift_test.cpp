@@ -326,6 +326,21 @@ TEST_F(MatchDriftTest, ALinkWithoutMatchesIsNone) {
   EXPECT_EQ(text(tree), "unwanted: imq0 u32 12:f:0 at 16 match 10.0.31.15 class 8000:9\n");
 }
 
+TEST_F(MatchDriftTest, ALinkThatTellsBucketsByOtherBitsIsAnother) {
+  for (StandingFilter& filter : standing.filters) {
+    if (!filter.match || filter.match->link_table == 0) continue;
+    U32Filter& link = *filter.match;
+    SCOPED_TRACE(link.link_table);
+    const U32Filter ours = link;
+    link.hash_mask ^= 0xf0;
+    EXPECT_THAT(text(tree), testing::MatchesRegex("unwanted: .*\nmissing: .*\n"));
+    link = ours;
+    link.hash_offset += 4;
+    EXPECT_THAT(text(tree), testing::MatchesRegex("unwanted: .*\nmissing: .*\n"));
+    link = ours;
+  }
+}
+
 TEST_F(MatchDriftTest, MatchesThatAreMissingOrOneTooMany) {
   StandingFilter twin = first_match();
   twin.handle += 0x100;
@@ -469,24 +484,24 @@ TEST(Ip6RedirectionDrift, TheFiltersAreOneThing) {
   EXPECT_EQ(found_of(all_of(true)), "");
   EXPECT_EQ(found_of({}), "missing: eth1 IPv6 redirection to ifb_ingr 1\n");
   EXPECT_EQ(found_of({}, false), "");
-  EXPECT_EQ(found_of(all_of(true), false), "unwanted: eth1 IPv6 redirection to ifb_ingr 5\n");
+  EXPECT_EQ(found_of(all_of(true), false), "unwanted: eth1 IPv6 redirection to ifb_ingr 6\n");
 }
 
 TEST(Ip6RedirectionDrift, OtherFiltersAreMadeAgain) {
   const std::string other =
       "different: eth1 IPv6 redirection to ifb_ingr: other filters, or in another order ";
-  EXPECT_EQ(found_of(all_of(false)), other + "6\n");
+  EXPECT_EQ(found_of(all_of(false)), other + "7\n");
   auto list = all_of(true);
-  std::swap(list[0], list[4]);
-  EXPECT_EQ(found_of(list), other + "6\n");
+  std::swap(list[0], list[5]);
+  EXPECT_EQ(found_of(list), other + "7\n");
   list = all_of(true);
   list.erase(list.begin());
-  EXPECT_EQ(found_of(list), other + "5\n");
+  EXPECT_EQ(found_of(list), other + "6\n");
   list = all_of(true);
   list.back().target = 0;
-  EXPECT_EQ(found_of(list), other + "6\n");
+  EXPECT_EQ(found_of(list), other + "7\n");
   list.back().target = kIndex + 1;
-  EXPECT_EQ(found_of(list), other + "5\n");
+  EXPECT_EQ(found_of(list), other + "6\n");
 }
 
 }  // namespace
