@@ -206,6 +206,7 @@ SetDriftOf<Key> drift_of_set(const std::vector<SetEntry<Key>>& wanted, bool need
 void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrift& drift,
                     std::optional<StandingPrefixSet>& standing) {
   const bool needed = wanted.shaped && wanted.state.ipv6;
+  drift.ipv6 = needed;
   if (!needed && !ipv6_is_noted()) return;
   standing = list_prefix_set(session.netfilter);
   drift.prefix_set = prefix_set_drift(wanted.state.prefixes, needed, standing);

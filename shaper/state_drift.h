@@ -31,6 +31,8 @@ struct StateDrift {
   std::vector<Drift> devices;
   SetDrift set;
   PrefixSetDrift prefix_set{};
+  /// Whether objects of IPv6 are wanted, so that mending may make some.
+  bool ipv6 = false;
   /// Those of firewall and packet steering.
   std::vector<Drift> commands;
 

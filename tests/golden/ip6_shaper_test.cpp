@@ -148,6 +148,16 @@ TEST(Ip6Shaper, WhatIsNotedGoesWhateverTheSettingsSay) {
   }
 }
 
+TEST(Ip6Shaper, TheLineThatTheLastTariffLeavesIsNoted) {
+  for (const bool ipv6 : {true, false}) {
+    const Work work = work_of(Router(), [ipv6](HtbShaper& shaper) {
+      shaper.update_tariffs(eth1(ipv6), tariffs({kAmy}), tariffs({kAmy}), {});
+    });
+    EXPECT_EQ(work.noted, ipv6);
+    EXPECT_EQ(lines(work.commands, true).empty(), !ipv6) << work.commands;
+  }
+}
+
 TEST(Ip6Shaper, WithoutTheRedirectionOfIPv6EverythingIsBuilt) {
   Router router;
   router.stands(4);
