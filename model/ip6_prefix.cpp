@@ -9,7 +9,6 @@
 namespace quenby {
 namespace {
 
-constexpr unsigned kAddressBits = 128;
 constexpr unsigned kByteBits = 8;
 
 in6_addr as_in6(const Ip6Address& address) {
@@ -34,7 +33,7 @@ std::optional<unsigned> parse_length(const std::string& text) {
   unsigned length = 0;
   const char* const end = text.data() + text.size();
   const auto [rest, error] = std::from_chars(text.data(), end, length);
-  if (error != std::errc() || rest != end || length < 1 || length > kAddressBits)
+  if (error != std::errc() || rest != end || length < 1 || length > kIp6AddressBits)
     return std::nullopt;
   return length;
 }
@@ -54,7 +53,7 @@ std::optional<Ip6Prefix> parse_ip6_prefix(const std::string& text) {
   const std::size_t slash = text.find('/');
   const auto address = parse_address(text.substr(0, slash));
   const auto length =
-      slash == std::string::npos ? kAddressBits : parse_length(text.substr(slash + 1));
+      slash == std::string::npos ? kIp6AddressBits : parse_length(text.substr(slash + 1));
   if (!address || !length) return std::nullopt;
   const Ip6Prefix prefix{masked(*address, *length), static_cast<std::uint8_t>(*length)};
   // What is written has to be read again, so both forms count.
@@ -65,7 +64,7 @@ std::optional<Ip6Prefix> parse_ip6_prefix(const std::string& text) {
 std::string to_text(const Ip6Prefix& prefix) {
   std::array<char, INET6_ADDRSTRLEN> text{};
   inet_ntop(AF_INET6, prefix.address.data(), text.data(), text.size());
-  if (prefix.length == kAddressBits) return text.data();
+  if (prefix.length == kIp6AddressBits) return text.data();
   return std::string(text.data()) + '/' + std::to_string(unsigned{prefix.length});
 }
 

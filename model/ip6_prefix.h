@@ -11,11 +11,13 @@ namespace quenby {
 /// In network order.
 using Ip6Address = std::array<std::uint8_t, 16>;
 
+inline constexpr unsigned kIp6AddressBits = 128;
+
 /// A block of IPv6 addresses that belongs to one subscriber. The bits after its length are 0.
 struct Ip6Prefix {
   Ip6Address address{};
   /// In bits, 1 to 128.
-  std::uint8_t length = 128;
+  std::uint8_t length = kIp6AddressBits;
 
   bool operator==(const Ip6Prefix&) const = default;
   bool operator<(const Ip6Prefix& other) const {

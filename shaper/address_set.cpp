@@ -8,6 +8,7 @@
 #include <netlink/errno.h>
 #include <netlink/netfilter/nfnl.h>
 
+#include <algorithm>
 #include <endian.h>
 #include <string>
 
@@ -249,7 +250,15 @@ void add_address(const SocketPtr& sock, const AddressSetEntry& entry) { add_entr
 void add_address(const SocketPtr& sock, const PrefixSetEntry& entry) { add_entry(sock, entry); }
 
 bool has_address(const SocketPtr& sock, std::uint32_t address) { return has_entry(sock, address); }
-bool has_address(const SocketPtr& sock, const Ip6Prefix& prefix) { return has_entry(sock, prefix); }
+
+// Asked for a whole address, the kernel answers for the longest prefix that holds it.
+bool has_address(const SocketPtr& sock, const Ip6Prefix& prefix) {
+  if (!has_entry(sock, prefix)) return false;
+  if (prefix.length < kIp6AddressBits) return true;
+  const auto set = list_prefix_set(sock);
+  return set && std::any_of(set->entries.begin(), set->entries.end(),
+                            [&prefix](const auto& entry) { return entry.address == prefix; });
+}
 
 template <typename Key>
 bool ListedSet<Key>::is_of_our_type() const {

@@ -56,8 +56,8 @@ void flush_prefix_set(const SocketPtr& sock);
 /// Adds an entry or changes the mark of the one that the address has.
 void add_address(const SocketPtr& sock, const AddressSetEntry& entry);
 void add_address(const SocketPtr& sock, const PrefixSetEntry& entry);
-/// Whether the set has an entry for this address (network order), or this very prefix (for one of
-/// length 128 the kernel takes the longest that holds it); a doubt is a no.
+/// Whether the set has an entry for this address (network order), or this very prefix; a doubt is a
+/// no.
 bool has_address(const SocketPtr& sock, std::uint32_t address);
 bool has_address(const SocketPtr& sock, const Ip6Prefix& prefix);
 

@@ -145,6 +145,11 @@ TEST_F(AddressSetTest, LooksForAPrefix) {
   EXPECT_FALSE(quenby::has_address(kernel.socket(), prefix("2001:db8::/64")));
 }
 
+TEST_F(AddressSetTest, LooksForAWholeAddressInTheList) {
+  EXPECT_FALSE(quenby::has_address(kernel.socket(), prefix("2001:db8::1")));
+  EXPECT_EQ(kernel.summaries(), "IPSET_CMD_TEST\nIPSET_CMD_LIST\n");
+}
+
 TEST_F(AddressSetTest, ListsAndEmptiesTheSet) {
   quenby::list_prefix_set(kernel.socket());
   quenby::flush_prefix_set(kernel.socket());
