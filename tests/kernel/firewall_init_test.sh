@@ -106,7 +106,7 @@ test_ip6() {
   echo "ipv6=false" >/config/tc/tc_global.ini
   start
   expect "IPv6 is switched off: no rules" "$ip6_before" "$(made_in ip6tables)"
-  echo "ipv6=true" >/config/tc/tc_global.ini
+  printf '  IPv6 = true \r\n' >/config/tc/tc_global.ini
   start
   expect "IPv6: the same" "$(made_in iptables)" "$(made_in ip6tables)"
   holds "IPv6: set" grep -q '^create kavo_opt_shaper6 hash:net family inet6 .*skbinfo' <(ipset save)

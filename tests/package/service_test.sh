@@ -101,6 +101,13 @@ test_stored() {
     "[global] wan=eth1 $both [global] enabled=true" -
   calls_for "several addresses" "true tree tree 0 0 2 3 eth1" "$line $both" \
     "$amy ip=10.0.0.2 [bob] ip=10.0.0.3"
+  local six='[amy] id=4 ip6=2001:db8::/48 upload_speed=3'
+  calls_for "a tariff of prefixes" "true tree none 0 0 1 2 eth1" "$line ipv6=true" \
+    "$six ip6=2001:db8:1::/48"
+  calls_for "IPv6 is not shaped" "true none none 0 0 1 0 eth1" "$line ipv6=false" "$six"
+  calls_for "IPv6 needs a name" "true none none 0 0 1 0 " "[global] enabled=true ipv6=true" "$six"
+  calls_for "one that is switched off again" "true none none 0 0 1 0 eth1" \
+    "$line ipv6=true ipv6=false" "$six"
   printf '\t[ global ] rest\r\n  wan = ppp0 \r\nenabled=true' >"$global"
   expect "stored: white space" "0 true none none 0 0 0 0 ppp0" "$(rm -f "$tariffs"; result stored)"
 }
