@@ -77,16 +77,12 @@ int collect(nl_msg* message, void* list) {
   return NL_OK;
 }
 
-struct FreeCallbacks {
-  void operator()(nl_cb* callbacks) const { nl_cb_put(callbacks); }
-};
-
 // What the answer to a sent dump request lists.
 template <typename Address>
 std::vector<ConnectionOf<Address>> receive(const SocketPtr& netfilter) {
   std::vector<ConnectionOf<Address>> connections;
-  const std::unique_ptr<nl_cb, FreeCallbacks> own(nl_socket_get_cb(netfilter.get()));
-  const std::unique_ptr<nl_cb, FreeCallbacks> callbacks(nl_cb_clone(own.get()));
+  const CallbackPtr own(nl_socket_get_cb(netfilter.get()));
+  const CallbackPtr callbacks(nl_cb_clone(own.get()));
   if (callbacks == nullptr) return connections;
   nl_cb_set(callbacks.get(), NL_CB_VALID, NL_CB_CUSTOM, collect<Address>, &connections);
   nl_recvmsgs(netfilter.get(), callbacks.get());

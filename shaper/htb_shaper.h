@@ -90,6 +90,16 @@ class HtbShaper {
     HtbIntf& at(Direction way) const { return way == Direction::download ? *download : *upload; }
   };
 
+  struct DeviceChanges {
+    DeviceChange upload;
+    DeviceChange download;
+
+    DeviceChange& at(Direction way) { return way == Direction::download ? download : upload; }
+    const DeviceChange& at(Direction way) const {
+      return way == Direction::download ? download : upload;
+    }
+  };
+
   std::unique_ptr<HtbIntf> device(const GlobalSettings& settings, Direction way);
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
@@ -115,9 +125,10 @@ class HtbShaper {
   void mend_connections(const TariffSet& tariffs, bool ipv6, const MarkFilter& filter);
   void mend_changed(const TariffChange& change, const TariffSet& removed, const TariffSet& added);
   void keep_line_only(const TariffChange& change);
-  void change_in_place(const TariffChange& change, const TariffSet& removed);
-  static void change_direction(HtbIntf& intf, const LineChange& line,
-                               const TariffDifference& tariffs);
+  /// What a change in place comes to on both devices.
+  DeviceChanges device_changes(const TariffChange& change, const TariffSet& removed);
+  static DeviceChange change_of(const HtbIntf& intf, const LineChange& line,
+                                const TariffDifference& tariffs);
 
   Session session_;
 };

@@ -94,7 +94,7 @@ std::set<unsigned> numbers_of(const TariffSet& set) {
   return numbers;
 }
 
-ChangeReason reason_for(const TariffChange& change, const Owners& gone, const Owners& come) {
+ChangeReason reason_for(const TariffChange& change) {
   const GlobalSet& g = change.before.configured;
   if (change.after.tariffs.empty()) return ChangeReason::last_tariff;
   if (change.before.tariffs.empty()) return ChangeReason::first_tariff;
@@ -103,10 +103,8 @@ ChangeReason reason_for(const TariffChange& change, const Owners& gone, const Ow
   if (unshaped(change.before)) return ChangeReason::unshaped;
   if (tree_comes_or_goes(change.before, change.after)) return ChangeReason::tree_comes_or_goes;
   if (blocked_imq(g)) return ChangeReason::blocked_imq;
-  if (!g.global.wan.empty()) return ChangeReason::in_place;
-  const bool is_shared =
-      shared(change.before.tariffs, gone, come) || shared(change.after.tariffs, gone, come);
-  return is_shared ? ChangeReason::shared_address : ChangeReason::in_place;
+  const bool is_imq = g.global.wan.empty();
+  return is_imq && change.shared ? ChangeReason::shared_address : ChangeReason::in_place;
 }
 
 }  // namespace
@@ -159,7 +157,9 @@ TariffChange plan_change(const GlobalSet& g, const TariffSet& current, const Tar
   if (ipv6) change.settled_prefixes = settled_entries(added, tariffs, prefixes);
   change.after = resolve(g, std::move(tariffs), link_speed);
   change.added = numbers_of(added);
-  change.reason = reason_for(change, gone, come);
+  change.shared =
+      shared(change.before.tariffs, gone, come) || shared(change.after.tariffs, gone, come);
+  change.reason = reason_for(change);
   return change;
 }
 

@@ -40,6 +40,8 @@ struct TariffChange {
   ResolvedSettings after;
   /// The class numbers of the added tariffs.
   std::set<unsigned> added;
+  /// Whether an IPv4 address of the change belongs to two tariffs, before it or after.
+  bool shared = false;
   /// Entries of the address set for addresses that removed tariffs share with tariffs that stay.
   std::vector<AddressSetEntry> kept;
   /// Entries for added addresses that belong to another tariff in the end: of several tariffs with

@@ -5,6 +5,7 @@
 #include "shaper/desired_state.h"
 #include "shaper/hardware.h"
 #include "shaper/htb_shaper.h"
+#include "shaper/ipv6_note.h"
 #include "tc/firewall_rules.h"
 #include "tc/handles.h"
 
@@ -45,6 +46,7 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
   const bool ipv6 = set.global.shapes_ipv6();
   TariffChange change = plan_change(set, current, removed, added, link_speed(set.global.wan));
   const bool in_place = change.reason == ChangeReason::in_place && everything_stands(change.before);
+  const DeviceChanges changes = in_place ? device_changes(change, removed) : DeviceChanges();
   if (has_wan) {
     del_ipset_tariffs(removed);
     add_ipset_entries(change.kept);
@@ -65,7 +67,7 @@ void HtbShaper::update_tariffs(GlobalSet set, const TariffSet& current, const Ta
     }
     create(std::move(set), std::move(change.after.tariffs));
   } else {
-    change_in_place(change, removed);
+    for (const Direction way : kDirections) device(set.global, way)->change(changes.at(way));
     if (!has_wan) return;
     add_ipset_tariffs(added);
     add_ipset_entries(change.settled);
@@ -82,7 +84,7 @@ void HtbShaper::mend_changed(const TariffChange& change, const TariffSet& remove
   const bool ipv6 = change.after.configured.global.shapes_ipv6();
   const std::vector<std::uint32_t> marks = marks_before(removed, added, ipv6);
   // A shared address may have had any of its owners' marks, and so may one of nested prefixes.
-  const bool shared = !change.settled.empty() || (ipv6 && has_prefixes(added));
+  const bool shared = change.shared || (ipv6 && has_prefixes(added));
   if (!marks.empty())
     mend_connections(change.after.tariffs, ipv6, shared ? any_mark() : one_of(marks));
 }
@@ -113,6 +115,7 @@ void HtbShaper::keep_line_only(const TariffChange& change) {
   const bool has_wan = !configured.global.wan.empty();
   const Devices both = devices(configured.global);
   const DesiredState wanted = desired_state(change.after, {link_exists(configured), ""});
+  if (wanted.ipv6) note_ipv6();
   for (const Direction way : kDirections) both.at(way).setup(wanted.tree(way));
   // Without tariffs a direction may be blocked that was open for them.
   const bool drops = has_wan && (needs_drop_chain(change.before) || needs_drop_chain(change.after));
@@ -122,23 +125,26 @@ void HtbShaper::keep_line_only(const TariffChange& change) {
   run_list(wanted.ip6_firewall);
 }
 
-void HtbShaper::change_in_place(const TariffChange& change, const TariffSet& removed) {
+HtbShaper::DeviceChanges HtbShaper::device_changes(const TariffChange& change,
+                                                   const TariffSet& removed) {
+  DeviceChanges changes;
+  const GlobalSettings& g = change.before.configured.global;
   for (const Direction way : kDirections) {
-    const GlobalSettings& g = change.before.configured.global;
     const std::int64_t configured = g.direction(way).speed;
     const std::int64_t previous = change.before.direction(way).line.speed;
     const bool remove = configured != kNeverSet || previous != kNeverSet;
     const ResolvedDirection& next = change.after.direction(way);
-    change_direction(*device(g, way),
-                     {next.line, previous, configured, largest_burst(next.tariffs)},
-                     {removed, change.created(way), remove});
+    changes.at(way) =
+        change_of(*device(g, way), {next.line, previous, configured, largest_burst(next.tariffs)},
+                  {removed, change.created(way), remove});
   }
+  return changes;
 }
 
-void HtbShaper::change_direction(HtbIntf& intf, const LineChange& line,
-                                 const TariffDifference& tariffs) {
-  intf.change(
-      device_change(intf.side(), line, intf.has_tree(line.next), tariffs, intf.standing_filters()));
+DeviceChange HtbShaper::change_of(const HtbIntf& intf, const LineChange& line,
+                                  const TariffDifference& tariffs) {
+  return device_change(intf.side(), line, intf.has_tree(line.next), tariffs,
+                       intf.standing_filters());
 }
 
 void HtbShaper::update_intf(bool ingress, const GlobalSettings& settings, const TariffSet& added,
@@ -147,8 +153,9 @@ void HtbShaper::update_intf(bool ingress, const GlobalSettings& settings, const 
                             std::int64_t burst) {
   const Direction way = direction_of(ingress);
   const ResolvedLine next = as_given(settings, way);
-  change_direction(*device(settings, way), {next, previous.speed, configured, burst},
-                   {removed, as_given(added, way, next.ipv6), remove});
+  const std::unique_ptr<HtbIntf> intf = device(settings, way);
+  intf->change(change_of(*intf, {next, previous.speed, configured, burst},
+                         {removed, as_given(added, way, next.ipv6), remove}));
 }
 
 }  // namespace quenby

@@ -30,10 +30,13 @@ std::string value_after(const std::string& request, const std::string& name) {
   return request.substr(begin, request.find('\n', begin) - begin);
 }
 
-// Entries with the last byte of their address and that of their mark.
+// Entries with the last byte of their address and that of their mark, a look at connections with
+// that of the mark that it is limited to.
 std::string netfilter_line(const std::string& summary, const std::string& request) {
   const std::string address = value_after(request, "IPADDR_IPV4(1) NET_BYTEORDER ");
-  const std::string mark = value_after(request, " SKBMARK(27) NET_BYTEORDER ");
+  std::string mark = value_after(request, " SKBMARK(27) NET_BYTEORDER ");
+  if (summary == "IPCTNL_MSG_CT_GET" && value_after(request, " MARK_MASK(21)") == " 80 00 3f ff")
+    mark = value_after(request, " MARK(8) ");
   return summary + (address.empty() ? "" : address.substr(8)) +
          (mark.empty() ? "" : " mark" + mark.substr(8, 3));
 }
@@ -100,6 +103,8 @@ const std::string kCleaned = "firewall 4\n";
 const std::string kCleanedAndEmptied = "firewall 5\n";
 const std::string kCleanedAndSet = "firewall 12\n";
 const std::string kMended = "IPCTNL_MSG_CT_GET\n";
+const std::string kAmysMended = "IPCTNL_MSG_CT_GET mark 04\n";
+const std::string kStrangersMended = "IPCTNL_MSG_CT_GET mark 03\n";
 
 std::string new_class(int device, const std::string& number) {
   return "RTM_NEWTCLASS CREATE ifindex " + std::to_string(device) + " htb 8000:" + number +
@@ -134,14 +139,14 @@ TEST_F(ShaperTest, AnAddedTariffGetsItsAddressWhenItsClassesStand) {
   stands(5);
   EXPECT_EQ(update(tariffs({kAmy, kBob}), {}, tariffs({kZed})),
             "IPSET_CMD_TEST 05\n" + root_replaced(3) + new_class(3, "6") + root_replaced(7) +
-                new_class(7, "6") + entry("06", "06") + kMended);
+                new_class(7, "6") + entry("06", "06") + kStrangersMended);
 }
 
 TEST_F(ShaperTest, ARemovedTariffLosesItsAddressBeforeItsClasses) {
   stands(5);
   EXPECT_EQ(update(tariffs({kAmy, kBob}), tariffs({kAmy}), {}),
             "IPSET_CMD_TEST 05\nIPSET_CMD_DEL 04\n" + root_replaced(3) + gone_class(3, "4") +
-                root_replaced(7) + gone_class(7, "4") + kMended);
+                root_replaced(7) + gone_class(7, "4") + kAmysMended);
 }
 
 // Of several owners the last by name has it.
@@ -153,6 +158,15 @@ TEST_F(ShaperTest, ASharedAddressGoesToTheOwnerThatStays) {
                            root_replaced(7) + gone_class(7, "7") + new_class(7, "7") +
                            entry("06", "07") + entry("06", "06") + kMended;
   EXPECT_EQ(update(tariffs({shared, kZed}), tariffs({shared}), tariffs({shared})), ours);
+}
+
+// The one that had it before has open connections of any mark.
+TEST_F(ShaperTest, ASharedAddressGoesToAnOwnerThatComes) {
+  stands(6);
+  const auto zoe = tariff("zoe", 7, 1000, {"10.0.0.6"});
+  EXPECT_EQ(update(tariffs({kBob, kZed}), {}, tariffs({zoe})),
+            "IPSET_CMD_TEST 06\n" + root_replaced(3) + new_class(3, "7") + root_replaced(7) +
+                new_class(7, "7") + entry("06", "07") + kMended);
 }
 
 TEST_F(ShaperTest, LiveConnectionsOfAChangeAreMended) {
@@ -173,7 +187,7 @@ TEST_F(ShaperTest, WhatDoesNotStandIsBuilt) {
 TEST_F(ShaperTest, TheLastTariffLeavesTheLine) {
   EXPECT_EQ(update(tariffs({kAmy}), tariffs({kAmy}), {}), "IPSET_CMD_DEL 04\n" + kUploadLine +
                                                               kNewIngress + kDownloadLine + "tc\n" +
-                                                              kCleanedAndSet + kMended);
+                                                              kCleanedAndSet + kAmysMended);
 }
 
 TEST_F(ShaperTest, ATeardownTakesRulesAddressesDownloadAndUpload) {

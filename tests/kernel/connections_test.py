@@ -158,6 +158,11 @@ class Connections(unittest.TestCase):
             with self.subTest("a new tariff takes over its address's open connections"):
                 self.run_program("--tariff-add", file=section("eve", ADDRESSES["eve"]))
                 self.check({"eve": 10, "amy": 9})
+            with self.subTest("of two tariffs with an address the last one has its connections"):
+                self.run_program("--tariff-add", file=section("gil", ADDRESSES["cat"]))
+                self.check({"eve": 10, "amy": 9, "cat": 11})
+                self.run_program("--tariff-del", "gil")
+                self.check({"eve": 10, "amy": 9})
             with self.subTest("new numbers for all"):
                 # In the order of names: amy, bob, cat, dan, eve, fay, idle.
                 self.run_program("--reload")

@@ -130,6 +130,7 @@ TEST(TariffChange, SharedAddressStaysWithAnOwnerThatComesLater) {
 TEST(TariffChange, SharedAddressOfTheLastOwnerNeedsNoCorrection) {
   const TariffChange change = change_of(set_of(kAnn, kBob), TariffSet(), set_of(kTom));
   EXPECT_FALSE(change.rebuild());
+  EXPECT_TRUE(change.shared);
   EXPECT_TRUE(change.kept.empty());
   EXPECT_TRUE(change.settled.empty());
 }
@@ -150,6 +151,7 @@ TEST(TariffChange, ChangedTariffTakesItsSharedAddressAgain) {
 
 TEST(TariffChange, AddressOfOneTariffNeedsNoEntryOfAnother) {
   const TariffChange change = change_of(set_of(kAmy, kBob), set_of(kBob), set_of(kZed));
+  EXPECT_FALSE(change.shared);
   EXPECT_TRUE(change.kept.empty());
   EXPECT_TRUE(change.settled.empty());
 }
