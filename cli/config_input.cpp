@@ -4,6 +4,14 @@
 #include "config/read_config.h"
 
 namespace quenby {
+namespace {
+
+bool shaped_alike(const TariffSettings& one, TariffSettings other, bool ipv6) {
+  if (!ipv6) other.prefixes = one.prefixes;
+  return one == other;
+}
+
+}  // namespace
 
 bool load_global_config(GlobalSet& global) {
   const StoredFile file = read_stored(global);
@@ -47,11 +55,11 @@ void renumber(TariffConfig& tariffs) {
   prepare_whole_save(tariffs);
 }
 
-void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,
-                         TariffSet& added) {
+void collect_differences(const TariffConfig& current, const TariffSet& list, bool ipv6,
+                         TariffSet& removed, TariffSet& added) {
   for (const TariffSettings& tariff : list.tariffs()) {
     const auto stored = current.allOf(tariff.name);
-    if (stored.size() == 1 && stored.front() == tariff) continue;
+    if (stored.size() == 1 && shaped_alike(stored.front(), tariff, ipv6)) continue;
     for (const TariffSettings& former : stored) removed.addTariff(former);
     added.addTariff(tariff);
   }

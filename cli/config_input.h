@@ -43,8 +43,9 @@ void renumber(TariffConfig& tariffs);
 
 /// Puts every tariff that `list` has in another form than `current` into `removed` (as it is
 /// stored) and `added` (as it is in `list`); one that `current` has not into `added` alone. Where
-/// `current` has several of the name, all go into `removed`. `current` is ordered by name.
-void collect_differences(const TariffConfig& current, const TariffSet& list, TariffSet& removed,
-                         TariffSet& added);
+/// `current` has several of the name, all go into `removed`. Prefixes make a difference with
+/// `ipv6`, where IPv6 is shaped, alone. `current` is ordered by name.
+void collect_differences(const TariffConfig& current, const TariffSet& list, bool ipv6,
+                         TariffSet& removed, TariffSet& added);
 
 }  // namespace quenby

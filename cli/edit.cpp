@@ -112,7 +112,8 @@ Edit edit_of_tariff_update(const std::string& path) {
   read_given(path, edit, kWrongNewTariffs);
   read_stored_files(edit);
   if (!edit.tariffs.fillIDs(edit.given, false)) throw Refused(kWrongNewTariffs);
-  collect_differences(edit.stored, edit.given, edit.removed, edit.added);
+  collect_differences(edit.stored, edit.given, edit.line.global.shapes_ipv6(), edit.removed,
+                      edit.added);
   edit.tariffs.update(edit.given, false, false);
   if (edit.line.global.enabled && !edit.stored.numbersFit()) {
     rebuild_renumbered(edit);
@@ -130,7 +131,8 @@ Edit edit_of_update(const std::string& path) {
   if (!edit.tariffs.fillIDs(edit.given, true)) throw Refused(kWrongNewTariffs);
   const bool fit = stored && edit.tariffs.numbersFit();
   if (!fit && !edit.tariffs.refillIDs()) throw Refused(kWrongTariffs);
-  collect_differences(edit.stored, edit.given, edit.removed, edit.added);
+  collect_differences(edit.stored, edit.given, edit.line.global.shapes_ipv6(), edit.removed,
+                      edit.added);
   for (const TariffSettings& tariff : edit.stored.tariffs()) {
     if (!edit.given.exists(tariff.name)) edit.removed.addTariff(tariff);
   }

@@ -22,9 +22,9 @@ struct Differences {
   TariffSet added;
 };
 
-Differences differences(const TariffConfig& current, const TariffSet& list) {
+Differences differences(const TariffConfig& current, const TariffSet& list, bool ipv6 = true) {
   Differences result;
-  collect_differences(current, list, result.removed, result.added);
+  collect_differences(current, list, ipv6, result.removed, result.added);
   return result;
 }
 
@@ -87,6 +87,17 @@ TEST(Differences, StandInTheOrderOfNames) {
   c.setQDisc("pfifo");
   const auto list = set_of(tariff("Z", 10), a, tariff("b", 7), c, tariff("d", 11));
   expect_names(differences(current, list), {"a", "c"}, {"Z", "a", "c", "d"});
+}
+
+TEST(Differences, OfPrefixesAloneAreNoneWhereIPv6IsNotShaped) {
+  const auto current = set_of<TariffConfig>(tariff("a", 4), tariff("b", 5));
+  TariffSettings with = tariff("a", 4);
+  ASSERT_TRUE(with.addPrefix("2001:db8::/64"));
+  TariffSettings faster = tariff("b", 5);
+  ASSERT_TRUE(faster.addPrefix("2001:db8:1::/64"));
+  faster.upload.speed += 1;
+  expect_names(differences(current, set_of(with, faster), false), {"b"}, {"b"});
+  expect_names(differences(current, set_of(with, faster), true), {"a", "b"}, {"a", "b"});
 }
 
 using Change = void (*)(TariffSettings&);
