@@ -31,17 +31,20 @@ def tariff(number, kind, identifier=True):
     return "\n".join(lines + [f"id={number + 4}"] * identifier) + "\n"
 
 
-def store(count, kind):
+def store(count, kind, line="", prefixes=()):
     CONFIG.mkdir(parents=True, exist_ok=True)
     (CONFIG / "tc_global.ini").write_text("[global]\nenabled=true\nwan=eth1\n"
-                                          "download_speed=900000\nupload_speed=900000\n")
-    (CONFIG / "tc_tariff.ini").write_text("".join(tariff(n, kind) for n in range(count)))
+                                          f"download_speed=900000\nupload_speed=900000\n{line}")
+    (CONFIG / "tc_tariff.ini").write_text("".join(
+        tariff(n, kind) + "".join(f"ip6={prefix}\n" for prefix in prefixes[n::count])
+        for n in range(count)))
 
 
-def seconds(*command):
+def seconds(*command, text=None):
     begin = time.monotonic()
     # quenbyctl returns 1 for findings, which some of the lists give it.
-    status = subprocess.run(command, check=False, stdout=subprocess.DEVNULL).returncode
+    status = subprocess.run(command, check=False, stdout=subprocess.DEVNULL, input=text,
+                            encoding="ascii").returncode
     if status > ("quenbyctl" in command[0]):
         sys.exit(f"Error: {' '.join(command)}: status {status}")
     return time.monotonic() - begin
@@ -88,6 +91,23 @@ def print_watched(quenby, counts):
         print(f"{count:6} tariffs {row}", flush=True)
 
 
+def print_prefixes(quenby):
+    """Of as many prefixes as a set holds: seconds of a load with and without IPv6, and of ipset(8)
+    for the set alone."""
+    prefixes = [f"2001:db8:{number:x}::/48" for number in range(65536)]
+    times = {}
+    for name, line in {"without IPv6": "", "with": "ipv6=true\n"}.items():
+        store(100, "pfifo", line, prefixes)
+        times[name] = seconds(quenby, "--load")
+        run(quenby, "--stop")
+    run("ipset", "create", "alone", "hash:net", "family", "inet6", "skbinfo")
+    mark = "skbmark 0x80000004/0x80003fff"
+    times["ipset restore"] = seconds("ipset", "restore", text="".join(
+        f"add alone {prefix} {mark}\n" for prefix in prefixes))
+    print("65,536 prefixes of 100 tariffs:",
+          ", ".join(f"{name} {time:.2f} s" for name, time in times.items()), flush=True)
+
+
 def used_kib():
     """Kernel and user memory in use, without caches of files."""
     values = dict(line.split(":") for line in
@@ -127,6 +147,7 @@ def main():
         print(f"{count:6} tariffs {load:6.2f} {add:13.2f} {delete:13.2f} {stat:7.2f} {stop:7.2f}",
               flush=True)
     print_watched(quenby, map(int, sys.argv[2:]))
+    print_prefixes(quenby)
     for kind in KINDS:
         print(f"KiB of a class with leaf {kind}: {weighed(quenby, kind):.1f}", flush=True)
 
