@@ -32,8 +32,6 @@ class Planner {
   // What comes after a teardown, or without one.
   void build(const ResolvedSettings& settings, const char* reason);
   void tear_down();
-  // Before the rules of a family are made.
-  void clean(Family family, bool drop_chain);
   // Takes away what may be left of IPv6.
   void clear_ip6();
   void hold(const ResolvedSettings& settings);
@@ -113,22 +111,15 @@ void Planner::keep_line_only(const TariffChange& change) {
   const bool blocked = needs_drop_chain(change.before) || needs_drop_chain(change.after);
   const bool drops = blocked && !edit_.line.global.wan.empty();
   const DesiredState wanted = state(change.after);
-  clean(Family::ipv4, drops);
-  if (wanted.ipv6) clean(Family::ipv6, drops);
+  append_list(plan_.commands, clean_list(Family::ipv4, drops));
+  if (wanted.ipv6) append_list(plan_.commands, clean_list(Family::ipv6, drops));
   append_list(plan_.commands, wanted.firewall);
   append_list(plan_.commands, wanted.ip6_firewall);
   hold(change.after);
 }
 
-void Planner::clean(Family family, bool drop_chain) {
-  append_list(plan_.commands, clean_rules(family));
-  if (drop_chain) append_list(plan_.commands, drop_chain_commands(family));
-}
-
 void Planner::clear_ip6() {
-  if (!std::exchange(ipv6_noted_, false)) return;
-  append_list(plan_.commands, clean_rules(Family::ipv6));
-  append_list(plan_.commands, firewall_end_commands(Family::ipv6));
+  if (std::exchange(ipv6_noted_, false)) append_list(plan_.commands, ip6_end_list());
 }
 
 void Planner::rebuild(const char* reason) {
@@ -141,10 +132,9 @@ void Planner::build(const ResolvedSettings& settings, const char* reason) {
   plan_.reason = reason;
   const bool drops = !settings.configured.global.wan.empty() && needs_drop_chain(settings);
   const DesiredState wanted = state(settings);
-  clean(Family::ipv4, drops);
+  append_list(plan_.commands, clean_list(Family::ipv4, drops));
   if (wanted.ipv6) {
-    append_list(plan_.commands, firewall_start_command());
-    clean(Family::ipv6, drops);
+    append_list(plan_.commands, ip6_begin_list(drops));
   } else {
     clear_ip6();
   }

@@ -52,16 +52,12 @@ void HtbShaper::create(GlobalSet set, TariffSet tariffs) {
 
 void HtbShaper::begin_ip6(bool drop_chain) {
   note_ipv6();
-  std::string commands = firewall_start_command();
-  append_commands(commands, ip6_clean_list(drop_chain));
-  run_list(commands);
+  run_list(ip6_begin_list(drop_chain));
   create_address_set(session_.netfilter, Family::ipv6);
 }
 
 bool HtbShaper::clear_ip6() {
-  std::string commands = quenby::clean_rules(Family::ipv6);
-  append_commands(commands, firewall_end_commands(Family::ipv6));
-  if (!run_commands(commands)) return false;
+  if (!run_commands(ip6_end_list())) return false;
   flush_prefix_set(session_.netfilter);
   forget_ipv6();
   return true;
@@ -148,12 +144,6 @@ void HtbShaper::clean_rules(const Devices& devices, bool drop_chain) {
   devices.download->fill_clean_fw_rules(commands);
   if (drop_chain) append_commands(commands, drop_chain_commands());
   run_list(commands);
-}
-
-std::string HtbShaper::ip6_clean_list(bool drop_chain) {
-  std::string commands = quenby::clean_rules(Family::ipv6);
-  if (drop_chain) append_commands(commands, drop_chain_commands(Family::ipv6));
-  return commands;
 }
 
 }  // namespace quenby

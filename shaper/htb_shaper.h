@@ -104,7 +104,6 @@ class HtbShaper {
   Devices devices(const GlobalSettings& settings);
   /// Takes our rules out of the firewall; with `drop_chain` the drop chain is emptied too.
   static void clean_rules(const Devices& devices, bool drop_chain);
-  static std::string ip6_clean_list(bool drop_chain);
   /// What comes before the first IPv6 object: the note, a firewall without rules of ours, the set.
   void begin_ip6(bool drop_chain);
   /// Takes our IPv6 rules and entries away, and the note of them; false when a command failed.

@@ -120,7 +120,7 @@ void HtbShaper::keep_line_only(const TariffChange& change) {
   // Without tariffs a direction may be blocked that was open for them.
   const bool drops = has_wan && (needs_drop_chain(change.before) || needs_drop_chain(change.after));
   clean_rules(both, drops);
-  if (wanted.ipv6) run_list(ip6_clean_list(drops));
+  if (wanted.ipv6) run_list(clean_list(Family::ipv6, drops));
   run_list(wanted.firewall);
   run_list(wanted.ip6_firewall);
 }

@@ -128,12 +128,30 @@ std::string drop_chain_commands(Family family) {
          iptables(family) + "filter -N " + kDrop + kQuiet;
 }
 
+std::string clean_list(Family family, bool drop_chain) {
+  std::string commands = clean_rules(family);
+  if (drop_chain) append_commands(commands, drop_chain_commands(family));
+  return commands;
+}
+
 std::string firewall_start_command() { return "sudo /opt/ostrea/sbin/firewall.init start opt-qos"; }
 
 std::string tracking_as_before(Family family) { return first_tracking(family) + " -j RETURN"; }
 
 std::string firewall_end_commands(Family family) {
   return iptables(family) + "filter -F " + kDrop + kQuiet + ";" + tracking_as_before(family);
+}
+
+std::string ip6_begin_list(bool drop_chain) {
+  std::string commands = firewall_start_command();
+  append_commands(commands, clean_list(Family::ipv6, drop_chain));
+  return commands;
+}
+
+std::string ip6_end_list() {
+  std::string commands = clean_rules(Family::ipv6);
+  append_commands(commands, firewall_end_commands(Family::ipv6));
+  return commands;
 }
 
 }  // namespace quenby

@@ -52,6 +52,10 @@ bool needs_drop_chain(const ResolvedSettings& settings);
 /// Empties the drop chain, or makes it where it is missing.
 std::string drop_chain_commands(Family family = Family::ipv4);
 
+/// What comes before the rules of a family: those of a run before go, and with `drop_chain` the
+/// drop chain is made ready.
+std::string clean_list(Family family, bool drop_chain);
+
 /// Has the platform's firewall bring its chains, hooks and the address set in place.
 std::string firewall_start_command();
 
@@ -61,5 +65,12 @@ std::string tracking_as_before(Family family = Family::ipv4);
 /// Ends the list that removes our rules: empties the drop chain and puts connection tracking back
 /// to the platform's own choice.
 std::string firewall_end_commands(Family family = Family::ipv4);
+
+/// What comes before the first object of IPv6: the firewall's chains for it, without rules of ours.
+/// Their script's failure is a complaint; where a chain is missing the rules fail.
+std::string ip6_begin_list(bool drop_chain);
+
+/// Takes our IPv6 rules away.
+std::string ip6_end_list();
 
 }  // namespace quenby
