@@ -118,7 +118,7 @@ std::string to_text(const Who& who) {
         << ": mark " << mark_text(some.mark, some.tariff) << '\n';
   }
   for (const std::string& problem : who.problems) out << "  problem: " << problem << '\n';
-  if (!who.problems.empty()) out << "  mended by: quenbyctl repair\n";
+  for (const std::string& remedy : who.remedies) out << "  mended by: " << remedy << '\n';
   return out.str();
 }
 

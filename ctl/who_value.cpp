@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "ctl/remedy.h"
 #include "model/refusal.h"
 #include "tc/firewall_rules.h"
 #include "tc/handles.h"
@@ -185,15 +186,22 @@ bool concerns(const Drift& drift, const Who& who) {
                      [&](const PacketWay& way) { return is_in_the_way(drift, way, who); });
 }
 
+void note_problem(Who& who, const std::string& problem, const std::string& remedy) {
+  who.problems.push_back(problem);
+  if (!lists(who.remedies, remedy)) who.remedies.push_back(remedy);
+}
+
 void find_problems(const WhoFacts& facts, Who& who) {
   for (const Drift& drift : facts.drift) {
-    if (concerns(drift, who)) who.problems.push_back(to_text(drift));
+    if (concerns(drift, who)) note_problem(who, to_text(drift), remedy_of(drift));
   }
   for (const MarkedConnections& some : who.connections) {
     if (!who.mark || some.mark == *who.mark) continue;
-    who.problems.push_back(std::to_string(some.count) +
-                           (some.count == 1 ? " open connection has" : " open connections have") +
-                           " the mark " + mark_text(some.mark, some.tariff));
+    note_problem(who,
+                 std::to_string(some.count) +
+                     (some.count == 1 ? " open connection has" : " open connections have") +
+                     " the mark " + mark_text(some.mark, some.tariff),
+                 kRepair);
   }
 }
 

@@ -44,6 +44,8 @@ struct Who {
   std::vector<MarkedConnections> connections;
   /// Where the kernel disagrees with the files, a line each.
   std::vector<std::string> problems;
+  /// What mends them, each once.
+  std::vector<std::string> remedies;
 };
 
 /// What is known of the router.

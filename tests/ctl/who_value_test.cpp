@@ -204,6 +204,16 @@ TEST_F(WhoTest, CountsConnectionsOfEitherEnd) {
   EXPECT_NE(to_text(who).find("\n  mended by: quenbyctl repair\n"), std::string::npos);
 }
 
+TEST_F(WhoTest, NamesWhatMendsItsProblems) {
+  facts.drift = {{DriftKind::missing, "eth1", "class 8000:4", "", {MakeClass{}}, false},
+                 {DriftKind::different, "set", "kavo_opt_shaper", "type hash:net", {}, false},
+                 {DriftKind::missing, "ifb_ingr", "class 8000:4", "", {MakeClass{}}, false}};
+  const std::string all = text();
+  EXPECT_EQ(all.substr(all.find("  mended by")),
+            "  mended by: quenbyctl repair\n"
+            "  mended by: quenby --stop && ipset destroy kavo_opt_shaper && quenby --load\n");
+}
+
 TEST_F(WhoTest, AMarkOfNobodys) {
   facts.connections = {connection("10.0.0.1", "192.0.2.1", 0x80000077)};
   EXPECT_NE(text().find("1 open connection: mark 0x80000077 of nobody\n"), std::string::npos);

@@ -391,6 +391,48 @@ class WhoWithoutClassTest(unittest.TestCase):
         self.check("10.0.0.4", "unshaped", "unshaped")
 
 
+class WhoRemedyTest(unittest.TestCase):
+    """What `quenbyctl who` names as that which mends its problems does."""
+
+    # What a repair cannot mend, as somebody might do it.
+    DAMAGES = {
+        "a set of another type":
+            ("iptables -t mangle -F KAVO_QOS_FW_OUT_HOOK; ipset destroy kavo_opt_shaper; "
+             "ipset create kavo_opt_shaper hash:ip,port",
+             "different: set kavo_opt_shaper: type hash:ip,port"),
+        "an ingress qdisc of another kind":
+            (f"tc qdisc del dev {WAN} ingress; tc qdisc add dev {WAN} clsact",
+             f"different: {WAN} qdisc ffff: clsact, not ingress"),
+    }
+
+    @staticmethod
+    def bash(commands):
+        """Runs commands that call both programs by name."""
+        program = pathlib.Path(ROUTER.program).resolve()
+        names = f"quenby() {{ {program} \"$@\"; }}; quenbyctl() {{ {program}ctl \"$@\"; }}; "
+        return subprocess.run(["bash", "-c", names + commands], stdout=subprocess.PIPE, text=True,
+                              check=False)
+
+    def said(self, word):
+        prefix = f"  {word}: "
+        lines = self.bash("quenbyctl who 10.0.0.4").stdout.splitlines()
+        return [line.removeprefix(prefix) for line in lines if line.startswith(prefix)]
+
+    def test_each(self):
+        for name, (damage, problem) in self.DAMAGES.items():
+            with self.subTest(name):
+                ROUTER.reset()
+                ROUTER.load(global_text(100000, True), TARIFFS)
+                self.assertEqual([], self.said("problem"))
+                self.assertEqual(0, self.bash(damage).returncode)
+                self.assertIn(problem, self.said("problem"))
+                self.bash("quenbyctl repair")
+                self.assertIn(problem, self.said("problem"))
+                for remedy in self.said("mended by"):
+                    self.assertEqual(0, self.bash(remedy).returncode, remedy)
+                self.assertEqual([], self.said("problem"))
+
+
 if __name__ == "__main__":
     use_plain_sudo()
     ROUTER = Router(program_path())
