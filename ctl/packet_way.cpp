@@ -54,7 +54,7 @@ bool is_dropped(const LineFacts& line, const PacketOwner& owner, Direction way) 
 }  // namespace
 
 std::optional<std::uint32_t> packet_mark(const LineFacts& line, const PacketOwner& owner) {
-  const bool marks = line.shaping.enabled && line.by_mark() && line.has_wan && owner.shaped &&
+  const bool marks = line.shaping.enabled && line.by_mark() && !line.lacks_wan() && owner.shaped &&
                      !line.settings.upload.line.blocked();
   if (!marks) return std::nullopt;
   return class_mark(owner.number.value_or(kDefaultTariffClass));
@@ -64,7 +64,7 @@ PacketWay packet_way(const LineFacts& line, const PacketOwner& owner, Direction 
   const bool upload = way == Direction::upload;
   PacketWay result{way, line.shaping.directions[upload ? 0 : 1].device};
   if (!line.shaping.enabled) return result;
-  if (line.by_mark() && !line.has_wan) {
+  if (line.lacks_wan()) {
     result.passing = Passing::no_interface;
   } else if (is_dropped(line, owner, way)) {
     result.passing = Passing::dropped;

@@ -32,10 +32,10 @@ struct PacketWay {
 struct LineFacts {
   Shaping shaping;
   ResolvedSettings settings;
-  /// Whether the named WAN interface is there.
-  bool has_wan = true;
 
-  bool by_mark() const { return !settings.configured.global.wan.empty(); }
+  bool by_mark() const { return shaping.has_wan.has_value(); }
+  /// Whether the WAN interface that is named is not there.
+  bool lacks_wan() const { return by_mark() && !*shaping.has_wan; }
 };
 
 /// What is known of an address.

@@ -226,6 +226,10 @@ void write_prometheus(const Measurement& measurement, std::ostream& stream) {
              std::to_string(measurement.time));
   out.single({"quenby_enabled", "gauge", "Whether the files ask for shaping."},
              shaping.enabled ? "1" : "0");
+  if (shaping.has_wan) {
+    out.single({"quenby_wan_present", "gauge", "Whether there is the WAN interface of the files."},
+               *shaping.has_wan ? "1" : "0");
+  }
   out.single({"quenby_tariffs", "gauge", "Stored tariffs."}, std::to_string(shaping.tariffs));
   if (measurement.differences) {
     out.single({"quenby_differences", "gauge", "Differences between the files and the kernel."},

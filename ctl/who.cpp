@@ -7,7 +7,6 @@
 #include "ctl/refusal.h"
 #include "ctl/run_lock.h"
 #include "ctl/who_value.h"
-#include "tc/links.h"
 
 namespace quenby {
 namespace {
@@ -24,8 +23,7 @@ WhoFacts read_facts() {
   Asked asked = read_asked();
   const Session session = open_session();
   WhoFacts facts;
-  facts.line.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state);
-  facts.line.has_wan = index_of(session.links.get(), asked.wanted.wan) != 0;
+  facts.line.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state, asked.router);
   KernelReading read;
   facts.drift = all_drift(asked, find_drift(session, asked.wanted, &read));
   if (read.set) facts.entries = std::move(read.set->entries);

@@ -44,7 +44,7 @@ Edit load_of(const GlobalSet& global, const T&... tariffs) {
 inline LineFacts line_facts(const Edit& edit, bool has_wan = true) {
   const TariffSet& tariffs = edit.tariffs;
   const PlanFacts facts = {kGigabitPort.link_speed, {has_wan, ""}};
-  return {shaping_of(edit, facts), resolve(edit.line, tariffs, facts.link_speed), has_wan};
+  return {shaping_of(edit, facts), resolve(edit.line, tariffs, facts.link_speed)};
 }
 
 /// Tariffs "a" (number 4) and "b" (5).
