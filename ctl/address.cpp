@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "tc/address_text.h"
 
@@ -32,14 +33,29 @@ bool has_address(const Shaping& shaping, std::uint32_t address) {
       [address](const ShapedClass& one) { return contains(one.planned.addresses, address); });
 }
 
+// What an IPv4 address looks like to a program that knows IPv6 alone.
+std::uint32_t mapped_ip4(const Ip6Address& address) {
+  std::uint32_t mapped = 0;
+  static_assert(sizeof(address) == sizeof(in6_addr));
+  std::memcpy(&mapped, address.data() + sizeof(in6_addr) - sizeof(mapped), sizeof(mapped));
+  return mapped;
+}
+
+bool is_mapped_ip4(const Ip6Address& address) {
+  in6_addr form{};
+  std::memcpy(&form, address.data(), sizeof(form));
+  return IN6_IS_ADDR_V4MAPPED(&form);
+}
+
 }  // namespace
 
 std::optional<Address> parse_address(const std::string& text) {
   in_addr address{};
   if (inet_pton(AF_INET, text.c_str(), &address) == 1) return Address(address.s_addr);
   Ip6Address address6{};
-  if (inet_pton(AF_INET6, text.c_str(), address6.data()) == 1) return Address(address6);
-  return std::nullopt;
+  if (inet_pton(AF_INET6, text.c_str(), address6.data()) != 1) return std::nullopt;
+  if (is_mapped_ip4(address6)) return Address(mapped_ip4(address6));
+  return Address(address6);
 }
 
 std::string to_text(const Address& address) {

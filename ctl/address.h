@@ -13,7 +13,7 @@ namespace quenby {
 /// In network order.
 using Address = std::variant<std::uint32_t, Ip6Address>;
 
-/// Nothing when the text is no address of either family.
+/// Nothing when the text is no address of either family. An IPv4-mapped one is of IPv4.
 std::optional<Address> parse_address(const std::string& text);
 
 /// As inet_ntop writes it.

@@ -59,7 +59,7 @@ Measurement measure() {
   Measurement measurement;
   measurement.time = std::time(nullptr);
   measurement.version = version();
-  measurement.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state);
+  measurement.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state, asked.router);
   const CounterReader reader(measurement.shaping.classes);
   if (!lock || !compare(asked, reader, measurement)) measurement.counters = reader.read();
   return measurement;

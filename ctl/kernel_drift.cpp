@@ -41,6 +41,7 @@ Asked read_asked() {
   const TariffSet& tariffs = asked.edit.tariffs;
   const PlanFacts facts = facts_for(asked.edit);
   asked.settings = resolve(asked.edit.line, tariffs, facts.link_speed);
+  asked.router = facts.router;
   asked.wanted.wan = asked.edit.line.global.wan;
   asked.wanted.shaped = is_shaped(asked.edit.line, tariffs);
   asked.wanted.state = desired_state(asked.settings, facts.router);

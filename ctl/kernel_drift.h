@@ -15,6 +15,7 @@ struct Asked {
   /// What its settings come to on this router, shaped or not.
   ResolvedSettings settings;
   WantedState wanted;
+  RouterFacts router;
 
   /// Whether the stored class numbers do not fit, so that they are handed out again.
   bool is_renumbered() const { return edit.save != TariffSave::none; }

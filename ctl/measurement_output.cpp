@@ -90,10 +90,11 @@ void write_json(const Measurement& measurement, std::ostream& out) {
   nlohmann::json classes = nlohmann::json::array();
   for (std::size_t i = 0; i < shaping.classes.size(); ++i)
     classes.push_back(json_of(shaping.classes[i], measurement.counters[i]));
-  nlohmann::json object = {{"time", measurement.time},     {"version", measurement.version},
-                           {"enabled", shaping.enabled},   {"tariffs", shaping.tariffs},
-                           {"differences", nullptr},       {"directions", directions},
-                           {"classes", std::move(classes)}};
+  nlohmann::json object = {{"time", measurement.time},   {"version", measurement.version},
+                           {"enabled", shaping.enabled}, {"tariffs", shaping.tariffs},
+                           {"wan_present", nullptr},     {"differences", nullptr},
+                           {"directions", directions},   {"classes", std::move(classes)}};
+  if (shaping.has_wan) object["wan_present"] = *shaping.has_wan;
   if (measurement.differences) object["differences"] = *measurement.differences;
   out << printed(object);
 }

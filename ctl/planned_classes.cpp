@@ -2,17 +2,11 @@
 
 #include <utility>
 
+#include "tc/class_statistics.h"
 #include "tc/qdisc.h"
 
 namespace quenby {
 namespace {
-
-// The IMQ device's default class is the default tariff's.
-std::string line_name(unsigned number, bool by_mark) {
-  if (number == kRootClass) return "root";
-  if (number == kDefaultClass && by_mark) return "system";
-  return DefaultSettings::printName();
-}
 
 PlannedClass planned_class(const ClassBranch& branch, Direction way, const std::string& device,
                            bool by_mark) {
@@ -45,7 +39,7 @@ void each_planned_class(const ResolvedSettings& settings, const DesiredState& st
     const std::string& device = download ? state.download_device : state.upload_device;
     for (const ClassBranch& branch : state.tree(way).line) {
       PlannedClass planned = planned_class(branch, way, device, by_mark);
-      planned.name = line_name(planned.number, by_mark);
+      planned.name = line_class_name(planned.number, by_mark);
       take(std::move(planned));
     }
     for (const ClassBranch& branch : state.tree(way).tariffs) {

@@ -5,11 +5,14 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <climits>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iostream>
 #include <optional>
+#include <thread>
 #include <unistd.h>
 
 #include "config/file_error.h"
@@ -36,15 +39,46 @@ constexpr int kCannotStart = 127;
   _exit(kCannotStart);
 }
 
-// What it leaves behind when it is killed goes on with its work, and is waited for as well.
+constexpr std::chrono::seconds kPatience(5);
+constexpr std::chrono::milliseconds kLookAgain(10);
+
+// The next child that has ended, with its status; 0 where `options` do not let it wait, -1 where
+// there is none any more.
+pid_t next_ended(int& status, int options) {
+  pid_t ended = 0;
+  do {
+    ended = waitpid(-1, &status, options);
+  } while (ended < 0 && errno == EINTR);
+  return ended;
+}
+
+// A program that has ended by itself has waited for all that it needs. What goes on for longer is a
+// daemon that some script has started.
+void wait_a_while() {
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  for (int status = 0;;) {
+    const pid_t ended = next_ended(status, WNOHANG);
+    if (ended < 0) return;
+    if (ended > 0) continue;
+    if (std::chrono::steady_clock::now() >= end) break;
+    std::this_thread::sleep_for(kLookAgain);
+  }
+  std::cerr << "quenbyctl: quenby has left processes behind, which go on\n";
+}
+
+// What the program leaves behind when it is killed goes on with its work, and is waited for as long
+// as that takes.
 std::optional<int> wait_for_all(pid_t program) {
   std::optional<int> result;
-  for (;;) {
-    int status = 0;
-    const pid_t ended = waitpid(-1, &status, 0);
-    if (ended == program) result = status;
-    if (ended < 0 && errno == ECHILD) return result;
+  int status = 0;
+  for (pid_t ended = next_ended(status, 0); ended > 0; ended = next_ended(status, 0)) {
+    if (ended != program) continue;
+    result = status;
+    if (WIFSIGNALED(status)) continue;
+    wait_a_while();
+    break;
   }
+  return result;
 }
 
 }  // namespace

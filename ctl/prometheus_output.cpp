@@ -16,7 +16,7 @@ namespace {
 
 using Value = std::optional<std::uint64_t>;
 
-struct Family {
+struct MetricFamily {
   std::string name;
   const char* type;
   const char* help;
@@ -111,7 +111,7 @@ class Writer {
   Writer& operator=(const Writer&) = delete;
   ~Writer() { out_ << block_; }
 
-  void begin(const Family& family) {
+  void begin(const MetricFamily& family) {
     name_ = family.name;
     block_ +=
         "# HELP " + name_ + ' ' + family.help + "\n# TYPE " + name_ + ' ' + family.type + '\n';
@@ -127,7 +127,7 @@ class Writer {
     out_ << block_;
     block_.clear();
   }
-  void single(const Family& family, const std::string& value) {
+  void single(const MetricFamily& family, const std::string& value) {
     begin(family);
     sample("", value);
   }
@@ -143,7 +143,7 @@ class Writer {
 std::string in_braces(const std::string& labels) { return '{' + labels + '}'; }
 
 void write_directions(
-    const Measurement& measurement, const Family& family,
+    const Measurement& measurement, const MetricFamily& family,
     const std::function<std::optional<std::string>(const ShapedDirection&)>& value, Writer& out) {
   out.begin(family);
   for (const ShapedDirection& direction : measurement.shaping.directions) {
@@ -226,6 +226,10 @@ void write_prometheus(const Measurement& measurement, std::ostream& stream) {
              std::to_string(measurement.time));
   out.single({"quenby_enabled", "gauge", "Whether the files ask for shaping."},
              shaping.enabled ? "1" : "0");
+  if (shaping.has_wan) {
+    out.single({"quenby_wan_present", "gauge", "Whether there is the WAN interface of the files."},
+               *shaping.has_wan ? "1" : "0");
+  }
   out.single({"quenby_tariffs", "gauge", "Stored tariffs."}, std::to_string(shaping.tariffs));
   if (measurement.differences) {
     out.single({"quenby_differences", "gauge", "Differences between the files and the kernel."},

@@ -2,6 +2,7 @@
 #include <limits>
 #include <vector>
 
+#include "ctl/direction_name.h"
 #include "ctl/records.h"
 #include "ctl/warnings.h"
 #include "model/number.h"
@@ -12,18 +13,12 @@
 namespace quenby {
 namespace {
 
-constexpr std::int64_t kBytesPerKbit = 125;
-
 std::string kbit(std::int64_t bytes) { return std::to_string(bytes / kBytesPerKbit) + " kbit/s"; }
 
 std::string decimal(double number) {
   char text[32];
   std::snprintf(text, sizeof(text), "%.3g", number);
   return text;
-}
-
-std::string speed_key(Direction way) {
-  return way == Direction::download ? "download_speed" : "upload_speed";
 }
 
 // A place in one of the files.
@@ -76,7 +71,7 @@ template <typename Config>
 void Rates::look_at_speeds(const CheckedFile<Config>* file, Direction way) {
   if (file == nullptr || !file->asked_for || !whole_.port_speed) return;
   for (const IniSection& section : file->outline) {
-    const IniEntry* const entry = section.last(speed_key(way));
+    const IniEntry* const entry = section.last(direction_key(way, "speed"));
     GlobalDirSettings direction(way == Direction::download);
     if (entry == nullptr || !direction.setSpeed(entry->value)) continue;
     if (direction.speed > *whole_.port_speed) {
@@ -93,7 +88,7 @@ Place Rates::place_of_sum(Direction way) const {
   const auto note = [&places, way](const auto* file, bool global_alone) {
     if (file == nullptr || !file->asked_for) return;
     for (const IniSection& section : file->outline) {
-      const IniEntry* const entry = section.last(speed_key(way));
+      const IniEntry* const entry = section.last(direction_key(way, "speed"));
       if (entry != nullptr && (!global_alone || section.name == GlobalSettings::name()))
         places.push_back({file->source->path(), entry->value_at});
     }
@@ -112,8 +107,8 @@ void Rates::look_at_sum(Direction way) {
   const Place place = place_of_sum(way);
   if (limit >= sum || limit <= 0 || place.file.empty()) return;
   warn(place, "oversubscribed",
-       std::string("the guarantees of ") + (down ? "download" : "upload") + " come to " +
-           kbit(sum) + ", the limit is " + kbit(limit) + ": each tariff keeps " +
+       std::string("the guarantees of ") + direction_name(way) + " come to " + kbit(sum) +
+           ", the limit is " + kbit(limit) + ": each tariff keeps " +
            decimal(static_cast<double>(limit) / static_cast<double>(sum)) +
            " of its own, and the default tariff none");
 }
@@ -133,8 +128,7 @@ void Rates::look_at_bursts() {
 }
 
 void Rates::look_at_burst(const IniSection& section, const ResolvedTariff& tariff, Direction way) {
-  const std::string key = way == Direction::download ? "download_burst_size" : "upload_burst_size";
-  const IniEntry* const entry = section.last(key);
+  const IniEntry* const entry = section.last(direction_key(way, "burst_size"));
   const std::int64_t wanted = tariff.rates.burst;
   if (entry == nullptr || wanted <= 0) return;
   const HtbClass sent = tariff_branch(mark_side(way), tariff).htb;

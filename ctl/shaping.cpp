@@ -48,10 +48,12 @@ std::vector<ShapedClass> shaped_classes(const Edit& edit, const ResolvedSettings
 
 }  // namespace
 
-Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const DesiredState& state) {
+Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const DesiredState& state,
+                   const RouterFacts& router) {
   Shaping shaping;
   shaping.enabled = is_shaped(edit.line, edit.tariffs);
   shaping.ipv6 = edit.line.global.shapes_ipv6();
+  if (!edit.line.global.wan.empty()) shaping.has_wan = router.has_wan;
   shaping.tariffs = edit.tariffs.tariffs().size();
   const RateSummary& sums = settings.summary;
   shaping.directions = {
@@ -64,7 +66,7 @@ Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const Des
 Shaping shaping_of(const Edit& edit, const PlanFacts& facts) {
   const TariffSet& tariffs = edit.tariffs;
   const ResolvedSettings settings = resolve(edit.line, tariffs, facts.link_speed);
-  return shaping_of(edit, settings, desired_state(settings, facts.router));
+  return shaping_of(edit, settings, desired_state(settings, facts.router), facts.router);
 }
 
 Shaping read_shaping() {

@@ -36,6 +36,8 @@ struct Shaping {
   bool enabled = false;
   /// Whether IPv6 is shaped too.
   bool ipv6 = false;
+  /// Whether there is the WAN interface; nothing where none is named.
+  std::optional<bool> has_wan;
   /// The stored tariffs, those without a class included.
   std::size_t tariffs = 0;
   std::array<ShapedDirection, 2> directions;
@@ -44,8 +46,9 @@ struct Shaping {
 };
 
 Shaping shaping_of(const Edit& edit, const PlanFacts& facts);
-/// The same, of what the edit's settings come to.
-Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const DesiredState& state);
+/// The same, of what the edit's settings come to on this router.
+Shaping shaping_of(const Edit& edit, const ResolvedSettings& settings, const DesiredState& state,
+                   const RouterFacts& router);
 
 /// Reads the stored files and asks the router. Throws `NotRun` where the caller may not read them,
 /// `Refused` where the program would refuse them.

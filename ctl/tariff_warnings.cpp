@@ -40,16 +40,15 @@ class Sections {
   };
 
   void look_at(const IniSection& section, const TariffDirSettings& direction, Direction way) {
-    const std::string prefix = direction_name(way);
     if (direction.speed == kNeverSet) {
       warn(section.at, "no-speed",
-           "tariff " + quoted(section.name) + " has no " + prefix + "_speed: " +
+           "tariff " + quoted(section.name) + " has no " + direction_key(way, "speed") + ": " +
                (kind_ == FileKind::named ? "it is stored as 0, and nothing passes"
                                          : "it gets no class in this direction"));
     }
     if (direction.burst_rate > 0 && direction.burst_size == 0) {
-      warn(section.last(prefix + "_burst_rate")->value_at, "burst-without-size",
-           "a burst rate without " + prefix + "_burst_size has no effect");
+      warn(section.last(direction_key(way, "burst_rate"))->value_at, "burst-without-size",
+           "a burst rate without " + direction_key(way, "burst_size") + " has no effect");
     }
   }
 

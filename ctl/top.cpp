@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "ctl/look_pace.h"
 #include "ctl/refusal.h"
 #include "ctl/silence.h"
 #include "ctl/top_model.h"
@@ -25,10 +26,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kAllRows = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kUsualWidth = 80;
-
-// Looking takes no more than 4 % of a processor, however many classes there are: the router has
-// other work.
-constexpr double kLookShare = 25;
 
 const std::map<std::string, SortBy>& orders() {
   static const std::map<std::string, SortBy> kOrders = {
@@ -80,14 +77,17 @@ Status print_once(const TopOptions& options) {
   return kFine;
 }
 
+Clock::duration in_clock(double seconds) {
+  return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
+
 // The screen and what it shows.
 class LiveScreen {
  public:
   explicit LiveScreen(const TopOptions& options)
       : state_(first_state(options)),
         facts_{time_of_day(), options.interval, ""},
-        interval_(std::chrono::duration_cast<Clock::duration>(
-            std::chrono::duration<double>(options.interval))) {}
+        interval_(options.interval) {}
 
   // Until the operator ends it.
   void run();
@@ -102,13 +102,14 @@ class LiveScreen {
   SilentStderr silence_;
   TopState state_;
   ScreenFacts facts_;
-  Clock::duration interval_;
+  double interval_;
   Clock::time_point next_ = Clock::now();
   std::size_t rows_ = 0;
 };
 
 void LiveScreen::look() {
-  next_ = std::max(next_ + interval_, Clock::now());
+  const Clock::time_point begin = Clock::now();
+  next_ = std::max(next_ + in_clock(interval_), begin);
   if (state_.paused) return;
   const std::clock_t before = std::clock();
   facts_.time = time_of_day();
@@ -119,10 +120,10 @@ void LiveScreen::look() {
   } catch (const std::exception& e) {
     facts_.message = e.what();
   }
-  const std::chrono::duration<double> used(static_cast<double>(std::clock() - before) /
-                                           CLOCKS_PER_SEC);
-  next_ = std::max(next_,
-                   Clock::now() + std::chrono::duration_cast<Clock::duration>(used * kLookShare));
+  const double used = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+  const std::chrono::duration<double> elapsed = Clock::now() - begin;
+  facts_.interval = seconds_to_next_look(interval_, elapsed.count(), used);
+  if (facts_.interval > interval_) next_ = std::max(next_, begin + in_clock(facts_.interval));
 }
 
 void LiveScreen::draw() {
@@ -140,7 +141,7 @@ int LiveScreen::milliseconds_left() const {
 }
 
 void LiveScreen::run() {
-  next_ = Clock::now() + interval_;
+  next_ = Clock::now() + in_clock(interval_);
   for (bool wanted = true; wanted;) {
     draw();
     const auto key = terminal_.wait(milliseconds_left());

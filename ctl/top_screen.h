@@ -17,6 +17,7 @@ struct ScreenLine {
 /// What stands in the title beside the choices.
 struct ScreenFacts {
   std::string time;
+  /// What lies between the last look and the next one, in seconds.
   double interval = 1;
   /// What went wrong at the last look; empty when all is well.
   std::string message;

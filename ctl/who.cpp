@@ -1,6 +1,7 @@
 #include "ctl/who.h"
 
 #include <iostream>
+#include <utility>
 
 #include "ctl/kernel_drift.h"
 #include "ctl/refusal.h"
@@ -19,15 +20,16 @@ Address read_address(const std::string& text) {
 
 WhoFacts read_facts() {
   const RunLock lock;
-  const Asked asked = read_asked();
+  Asked asked = read_asked();
   const Session session = open_session();
   WhoFacts facts;
-  facts.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state);
+  facts.line.shaping = shaping_of(asked.edit, asked.settings, asked.wanted.state, asked.router);
   KernelReading read;
   facts.drift = all_drift(asked, find_drift(session, asked.wanted, &read));
   if (read.set) facts.entries = std::move(read.set->entries);
   facts.connections = list_connections(session.netfilter, any_mark());
-  if (!facts.shaping.ipv6) return facts;
+  facts.line.settings = std::move(asked.settings);
+  if (!facts.line.shaping.ipv6) return facts;
   if (read.prefix_set) facts.prefix_entries = std::move(read.prefix_set->entries);
   facts.ip6_connections = list_ip6_connections(session.netfilter, any_mark());
   return facts;

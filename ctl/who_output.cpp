@@ -11,23 +11,58 @@
 namespace quenby {
 namespace {
 
-void write(std::ostream& out, const PlannedClass& planned) {
-  out << "  " << direction_name(planned.way) << ": " << planned.device << " class "
-      << handle_text(planned.htb.handle) << ", guarantee " << exact_kbit(planned.htb.rate)
-      << ", ceiling " << exact_kbit(planned.htb.ceil) << ", queue "
-      << (planned.leaf.empty() ? "of the kernel"
-                               : planned.leaf + ' ' + handle_text(leaf_of(planned)))
-      << '\n';
+// A class that is not the tariff's own is named.
+void write_class(std::ostream& out, const PlannedClass& taken, bool is_own) {
+  out << taken.device << " class " << handle_text(taken.htb.handle)
+      << (is_own ? "" : " of " + quoted(taken.name)) << ", guarantee " << exact_kbit(taken.htb.rate)
+      << ", ceiling " << exact_kbit(taken.htb.ceil) << ", queue "
+      << (taken.leaf.empty() ? "of the kernel" : taken.leaf + ' ' + handle_text(leaf_of(taken)));
 }
 
-nlohmann::json json_of(const PlannedClass& planned) {
-  nlohmann::json object = {{"direction", direction_name(planned.way)},
-                           {"device", planned.device},
-                           {"class", handle_text(planned.htb.handle)},
-                           {"guarantee", planned.htb.rate},
-                           {"ceiling", planned.htb.ceil},
+void write(std::ostream& out, const PacketWay& way, const Who& who) {
+  out << "  " << direction_name(way.way) << ": ";
+  switch (way.passing) {
+    case Passing::in_class:
+      write_class(out, *way.taken, way.taken->number == who.number);
+      break;
+    case Passing::unshaped:
+      out << "unshaped";
+      break;
+    case Passing::dropped:
+      out << "dropped";
+      break;
+    case Passing::no_interface:
+      out << "the WAN interface is missing";
+      break;
+  }
+  out << '\n';
+}
+
+// The word of JSON.
+const char* passing_name(Passing passing) {
+  switch (passing) {
+    case Passing::in_class:
+      return "class";
+    case Passing::unshaped:
+      return "unshaped";
+    case Passing::dropped:
+      return "dropped";
+    case Passing::no_interface:
+      break;
+  }
+  return "no interface";
+}
+
+nlohmann::json json_of(const PacketWay& way) {
+  const PlannedClass& taken = *way.taken;
+  nlohmann::json object = {{"direction", direction_name(way.way)},
+                           {"device", taken.device},
+                           {"class", handle_text(taken.htb.handle)},
+                           {"name", taken.name},
+                           {"guarantee", taken.htb.rate},
+                           {"ceiling", taken.htb.ceil},
                            {"leaf", nullptr}};
-  if (!planned.leaf.empty()) object["leaf"] = planned.leaf;
+  if (!taken.leaf.empty()) object["leaf"] = taken.leaf;
   return object;
 }
 
@@ -42,10 +77,13 @@ nlohmann::json json_of(const Who& who) {
                            {"problems", who.problems}};
   if (std::holds_alternative<Ip6Address>(who.address)) object["prefix"] = nullptr;
   if (who.prefix) object["prefix"] = to_text(*who.prefix);
-  if (!who.classes.empty()) object["number"] = who.classes.front().number;
+  if (who.number) object["number"] = *who.number;
   if (who.mark) object["mark"] = *who.mark;
   if (who.set_mark) object["set_mark"] = *who.set_mark;
-  for (const PlannedClass& planned : who.classes) object["classes"].push_back(json_of(planned));
+  for (const PacketWay& way : who.ways) {
+    object[direction_name(way.way)] = passing_name(way.passing);
+    if (way.taken) object["classes"].push_back(json_of(way));
+  }
   for (const MarkedConnections& some : who.connections) {
     object["connections"].push_back(
         {{"mark", some.mark}, {"tariff", some.tariff}, {"count", some.count}});
@@ -61,17 +99,16 @@ std::string to_text(const Who& who) {
   if (!who.shaped) {
     out << "IPv6 is not shaped";
   } else if (who.tariffs.empty()) {
-    out << "no tariff has it" << (who.classes.empty() ? "" : ", so it is in the default tariff");
+    out << "no tariff has it" << (who.in_default ? ", so it is in the default tariff" : "");
   } else {
     out << "tariff " << quoted(who.tariffs.back());
-    if (!who.classes.empty()) out << ", number " << who.classes.front().number;
+    if (who.number) out << ", number " << *who.number;
   }
   out << '\n';
   if (who.prefix) out << "  prefix: " << to_text(*who.prefix) << '\n';
   for (std::size_t i = 0; i + 1 < who.tariffs.size(); ++i)
     out << "  in the files tariff " << quoted(who.tariffs[i]) << " has it too\n";
-  if (who.classes.empty()) out << "  no class\n";
-  for (const PlannedClass& planned : who.classes) write(out, planned);
+  for (const PacketWay& way : who.ways) write(out, way, who);
   if (who.mark) {
     out << "  address set: "
         << (who.set_mark ? "mark 0x" + hex(*who.set_mark) : std::string("not in it")) << '\n';
@@ -81,7 +118,7 @@ std::string to_text(const Who& who) {
         << ": mark " << mark_text(some.mark, some.tariff) << '\n';
   }
   for (const std::string& problem : who.problems) out << "  problem: " << problem << '\n';
-  if (!who.problems.empty()) out << "  mended by: quenbyctl repair\n";
+  for (const std::string& remedy : who.remedies) out << "  mended by: " << remedy << '\n';
   return out.str();
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 
+#include "ctl/remedy.h"
 #include "model/refusal.h"
 #include "tc/firewall_rules.h"
 #include "tc/handles.h"
@@ -11,39 +12,63 @@
 namespace quenby {
 namespace {
 
-const PlannedClass* class_of_mark(const Shaping& shaping, std::uint32_t mark) {
-  for (const ShapedClass& one : shaping.classes) {
-    if (one.planned.mark == (mark & kMarkMask)) return &one.planned;
-  }
-  return nullptr;
-}
-
 const Ip6Address* ip6_of(const Who& who) { return std::get_if<Ip6Address>(&who.address); }
 
-// The owners in the order of the classes, which is that of the names.
-void find_tariffs(const Shaping& shaping, Who& who) {
-  const auto holder = find_holder(shaping, who.address);
-  if (!holder) return;
-  if (const auto* const prefix = std::get_if<Ip6Prefix>(&*holder)) who.prefix = *prefix;
-  for (const ShapedClass& one : shaping.classes) {
-    const std::string& name = one.planned.name;
-    const bool known = std::find(who.tariffs.begin(), who.tariffs.end(), name) != who.tariffs.end();
-    if (has(one.planned, *holder) && !known) who.tariffs.push_back(name);
-  }
-  std::sort(who.tariffs.begin(), who.tariffs.end());
+template <typename T>
+bool lists(const std::vector<T>& list, const T& wanted) {
+  return std::find(list.begin(), list.end(), wanted) != list.end();
 }
 
-void find_owner(const Shaping& shaping, Who& who) {
-  who.shaped = ip6_of(who) == nullptr || shaping.ipv6;
-  if (!who.shaped) return;
-  find_tariffs(shaping, who);
-  for (const ShapedClass& one : shaping.classes) {
-    const PlannedClass& planned = one.planned;
-    const bool is_its = who.tariffs.empty() ? planned.number == kDefaultTariffClass
-                                            : one.is_tariff() && planned.name == who.tariffs.back();
-    if (!is_its) continue;
-    who.classes.push_back(planned);
-    if (planned.mark) who.mark = planned.mark;
+std::optional<Ip6Prefix> longest_prefix(const TariffSet& tariffs, const Ip6Address& address) {
+  const Ip6Prefix* longest = nullptr;
+  for (const TariffSettings& tariff : tariffs.tariffs()) {
+    for (const Ip6Prefix& prefix : tariff.prefixes) {
+      const bool is_longer = longest == nullptr || prefix.length > longest->length;
+      if (is_longer && holds(prefix, address)) longest = &prefix;
+    }
+  }
+  if (longest == nullptr) return std::nullopt;
+  return *longest;
+}
+
+bool has_it(const TariffSettings& tariff, const Who& who) {
+  if (ip6_of(who) != nullptr) return who.prefix && lists(tariff.prefixes, *who.prefix);
+  return lists(tariff.addresses, std::get<std::uint32_t>(who.address));
+}
+
+// Tariffs are in the order of their names, with or without a class.
+void find_tariffs(const LineFacts& line, Who& who) {
+  const TariffSet& tariffs = line.settings.tariffs;
+  if (const auto* const address6 = ip6_of(who)) who.prefix = longest_prefix(tariffs, *address6);
+  std::vector<const TariffSettings*> owners;
+  for (const TariffSettings& tariff : tariffs.tariffs()) {
+    if (has_it(tariff, who)) owners.push_back(&tariff);
+  }
+  if (owners.empty()) return;
+  // The address set keeps the last entry, the tables of the IMQ device look at the first filter.
+  if (!line.by_mark()) std::reverse(owners.begin(), owners.end());
+  for (const TariffSettings* const owner : owners) who.tariffs.push_back(owner->name);
+  who.number = static_cast<unsigned>(owners.back()->id);
+}
+
+bool is_in_default(const LineFacts& line, const PacketWay& way) {
+  if (way.taken) return way.taken->name == DefaultSettings::printName();
+  return way.passing == Passing::dropped && line.settings.direction(way.way).line.default_blocked();
+}
+
+void find_owner(const LineFacts& line, Who& who) {
+  who.shaped = ip6_of(who) == nullptr || line.shaping.ipv6;
+  if (who.shaped) find_tariffs(line, who);
+  PacketOwner owner{who.shaped, std::nullopt, who.number};
+  if (ip6_of(who) == nullptr) owner.address = std::get<std::uint32_t>(who.address);
+  who.mark = packet_mark(line, owner);
+  for (std::size_t i = 0; i < kDirections.size(); ++i)
+    who.ways[i] = packet_way(line, owner, kDirections[i]);
+  if (!who.tariffs.empty()) return;
+  for (const PacketWay& way : who.ways) {
+    if (!is_in_default(line, way)) continue;
+    who.in_default = true;
+    if (way.taken) who.number = way.taken->number;
   }
 }
 
@@ -80,6 +105,16 @@ MarkCounts counts_of(const std::vector<ConnectionOf<Key>>& connections, const Ke
   return counts;
 }
 
+// Whose a mark is: a tariff's with or without a class, or the default tariff's.
+std::string name_of_mark(const LineFacts& line, std::uint32_t mark) {
+  for (const TariffSettings& tariff : line.settings.tariffs.tariffs()) {
+    if (class_mark(static_cast<std::uint64_t>(tariff.id)) == mark) return tariff.name;
+  }
+  const bool is_default =
+      mark == class_mark(kDefaultTariffClass) && line.settings.configured.has_default;
+  return is_default ? DefaultSettings::printName() : "";
+}
+
 void look_into_kernel(const WhoFacts& facts, Who& who) {
   MarkCounts counts;
   if (const auto* const address6 = ip6_of(who)) {
@@ -90,20 +125,18 @@ void look_into_kernel(const WhoFacts& facts, Who& who) {
     who.set_mark = mark_in(facts.entries, address);
     counts = counts_of(facts.connections, address);
   }
-  for (const auto& [mark, count] : counts) {
-    const PlannedClass* const planned = class_of_mark(facts.shaping, mark);
-    who.connections.push_back({mark, planned == nullptr ? "" : planned->name, count});
-  }
+  for (const auto& [mark, count] : counts)
+    who.connections.push_back({mark, name_of_mark(facts.line, mark), count});
 }
 
-bool is_class_in_the_way(const std::string& object, const PlannedClass& planned) {
-  return object == "class " + handle_text(planned.htb.handle) ||
-         object == "class " + handle_text(planned.htb.parent);
+bool is_class_in_the_way(const std::string& object, const PacketWay& way) {
+  return way.taken && (object == "class " + handle_text(way.taken->htb.handle) ||
+                       object == "class " + handle_text(way.taken->htb.parent));
 }
 
-bool is_qdisc_in_the_way(const std::string& object, const PlannedClass& planned) {
-  const std::uint32_t leaf = leaf_of(planned);
-  for (const std::uint32_t handle : {leaf, kHtbHandle, kPlainRootHandle, kIngressHandle}) {
+bool is_qdisc_in_the_way(const std::string& object, const PacketWay& way) {
+  if (way.taken && object == "qdisc " + handle_text(leaf_of(*way.taken))) return true;
+  for (const std::uint32_t handle : {kHtbHandle, kPlainRootHandle, kIngressHandle}) {
     if (object == "qdisc " + handle_text(handle)) return true;
   }
   return false;
@@ -118,12 +151,16 @@ bool is_of_other_family(const std::string& object, const Who& who) {
          object.starts_with("redirection to " + std::string(kIfbName));
 }
 
-// Whether an object of a class's device is one that the address's packets meet.
-bool is_in_the_way(const std::string& object, const PlannedClass& planned,
-                   const std::string& address) {
-  if (object.starts_with("class ")) return is_class_in_the_way(object, planned);
-  if (object.starts_with("qdisc ")) return is_qdisc_in_the_way(object, planned);
-  if (object.starts_with("u32 ")) return object.find(" match " + address + ' ') != object.npos;
+// Whether a difference of a direction's device is one that the address's packets meet.
+bool is_in_the_way(const Drift& drift, const PacketWay& way, const Who& who) {
+  const std::string& object = drift.object;
+  if (drift.place != way.device) return false;
+  // What comes in of a family that is not shaped goes past all that is ours.
+  if (!who.shaped && way.way == Direction::download) return false;
+  if (object.starts_with("class ")) return is_class_in_the_way(object, way);
+  if (object.starts_with("qdisc ")) return is_qdisc_in_the_way(object, way);
+  if (object.starts_with("u32 "))
+    return object.find(" match " + to_text(who.address) + ' ') != object.npos;
   return true;
 }
 
@@ -145,20 +182,26 @@ bool concerns(const Drift& drift, const Who& who) {
     return drift.object == "address " + address || drift.object == kAddressSet;
   if (drift.place == "firewall") return drift.object.starts_with("IPv6 ") == ipv6;
   if (is_of_other_family(drift.object, who)) return false;
-  return std::any_of(who.classes.begin(), who.classes.end(), [&](const PlannedClass& planned) {
-    return drift.place == planned.device && is_in_the_way(drift.object, planned, address);
-  });
+  return std::any_of(who.ways.begin(), who.ways.end(),
+                     [&](const PacketWay& way) { return is_in_the_way(drift, way, who); });
+}
+
+void note_problem(Who& who, const std::string& problem, const std::string& remedy) {
+  who.problems.push_back(problem);
+  if (!lists(who.remedies, remedy)) who.remedies.push_back(remedy);
 }
 
 void find_problems(const WhoFacts& facts, Who& who) {
   for (const Drift& drift : facts.drift) {
-    if (concerns(drift, who)) who.problems.push_back(to_text(drift));
+    if (concerns(drift, who)) note_problem(who, to_text(drift), remedy_of(drift));
   }
   for (const MarkedConnections& some : who.connections) {
     if (!who.mark || some.mark == *who.mark) continue;
-    who.problems.push_back(std::to_string(some.count) +
-                           (some.count == 1 ? " open connection has" : " open connections have") +
-                           " the mark " + mark_text(some.mark, some.tariff));
+    note_problem(who,
+                 std::to_string(some.count) +
+                     (some.count == 1 ? " open connection has" : " open connections have") +
+                     " the mark " + mark_text(some.mark, some.tariff),
+                 kRepair);
   }
 }
 
@@ -170,7 +213,7 @@ std::string mark_text(std::uint32_t mark, const std::string& tariff) {
 
 std::uint32_t leaf_of(const PlannedClass& planned) {
   HandleScheme scheme = HandleScheme::mark;
-  if (!planned.mark) {
+  if (planned.device == kImqName) {
     scheme =
         planned.way == Direction::download ? HandleScheme::imq_download : HandleScheme::imq_upload;
   }
@@ -180,9 +223,8 @@ std::uint32_t leaf_of(const PlannedClass& planned) {
 Who who_has(const Address& address, const WhoFacts& facts) {
   Who who;
   who.address = address;
-  find_owner(facts.shaping, who);
-  if (!who.shaped) return who;
-  look_into_kernel(facts, who);
+  find_owner(facts.line, who);
+  if (who.shaped) look_into_kernel(facts, who);
   find_problems(facts, who);
   return who;
 }

@@ -1,13 +1,13 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "ctl/address.h"
-#include "ctl/shaping.h"
+#include "ctl/packet_way.h"
 #include "shaper/address_set.h"
 #include "shaper/connections.h"
 #include "tc/drift.h"
@@ -31,20 +31,26 @@ struct Who {
   std::optional<Ip6Prefix> prefix;
   /// The tariffs that have it, or this prefix, in the files, the one that it belongs to last.
   std::vector<std::string> tariffs;
-  /// Its classes, upload first; those of the default tariff where no tariff has it.
-  std::vector<PlannedClass> classes;
-  /// The mark that its packets are to have, where packets are classified by mark.
+  /// The class number of that tariff, or of the default tariff's class where it is in that one.
+  std::optional<unsigned> number;
+  /// Whether it is in the default tariff.
+  bool in_default = false;
+  /// What becomes of its packets, upload first.
+  std::array<PacketWay, 2> ways;
+  /// The mark that its packets are to have, where they get one.
   std::optional<std::uint32_t> mark;
   /// The mark in the address set; nothing when it is not in there.
   std::optional<std::uint32_t> set_mark;
   std::vector<MarkedConnections> connections;
   /// Where the kernel disagrees with the files, a line each.
   std::vector<std::string> problems;
+  /// What mends them, each once.
+  std::vector<std::string> remedies;
 };
 
 /// What is known of the router.
 struct WhoFacts {
-  Shaping shaping;
+  LineFacts line;
   std::vector<Drift> drift;
   std::vector<AddressSetEntry> entries;
   std::vector<Connection> connections;

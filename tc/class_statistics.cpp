@@ -15,23 +15,29 @@ constexpr std::array<rtnl_tc_stat, 6> kCounters = {
 
 }  // namespace
 
-std::string class_name(unsigned number, const TariffConfig& cfg) {
+std::string line_class_name(unsigned number, bool by_mark) {
   if (number == kRootClass) return "root";
+  if (number == kDefaultClass && by_mark) return "system";
+  const bool is_default_tariff = number == (by_mark ? kDefaultTariffClass : kDefaultClass);
+  return is_default_tariff ? DefaultSettings::printName() : "";
+}
+
+std::string class_name(unsigned number, const TariffConfig& cfg) {
+  if (number == kRootClass) return line_class_name(number, true);
   TariffSettings tariff;
   return cfg.get(static_cast<int>(number), tariff) ? tariff.name : std::to_string(number);
 }
 
 std::string mark_class_name(unsigned number, const TariffConfig& cfg) {
-  if (number == kDefaultClass) return "system";
-  if (number == kDefaultTariffClass) return DefaultSettings::printName();
-  return class_name(number, cfg);
+  const std::string name = line_class_name(number, true);
+  return name.empty() ? class_name(number, cfg) : name;
 }
 
 std::string imq_class_name(std::uint32_t handle, std::uint32_t parent, const TariffConfig& cfg) {
   // Leaf qdiscs list flows as classes of their own majors.
   if (TC_H_MAJ(handle) != kHtbHandle) return "";
   const unsigned minor = TC_H_MIN(handle);
-  if (minor == kDefaultClass) return DefaultSettings::printName();
+  if (minor == kDefaultClass) return line_class_name(minor, false);
   if ((parent & ~kUploadClassOffset) != class_handle(kRootClass)) return "";
   if (minor <= kUploadClassOffset) return "download " + class_name(minor, cfg);
   return "upload " + class_name(minor - kUploadClassOffset, cfg);

@@ -9,6 +9,10 @@
 /// The lines of the statistics output: who the class belongs to and its counters.
 namespace quenby {
 
+/// What a class of the line itself, which is no tariff's, is called; empty for other numbers. On
+/// the IMQ device, without marks, the default class is the default tariff's.
+std::string line_class_name(unsigned number, bool by_mark);
+
 /// The name of class number `number`: "root" or its tariff's name, the number itself when no tariff
 /// has it. `cfg` has its numbers in ascending order.
 std::string class_name(unsigned number, const TariffConfig& cfg);

@@ -21,9 +21,17 @@ TEST(Addresses, AreWrittenInOneForm) {
                                     {"2001:DB8:0::0:1", "2001:db8::1"},
                                     {"::", "::"},
                                     {"fe80::1", "fe80::1"},
-                                    {"::ffff:10.0.0.1", "::ffff:10.0.0.1"}}) {
+                                    {"::10.0.0.1", "::10.0.0.1"}}) {
     EXPECT_EQ(to_text(address(given)), form);
   }
+}
+
+// What a log of a program with one socket for both has.
+TEST(Addresses, OfIpv4InTheFormOfIpv6AreOfIpv4) {
+  for (const char* text : {"::ffff:10.0.0.1", "::FFFF:a00:1", "0:0:0:0:0:ffff:10.0.0.1"})
+    EXPECT_EQ(address(text), address("10.0.0.1")) << text;
+  EXPECT_NE(address("::fffe:10.0.0.1"), address("10.0.0.1"));
+  EXPECT_NE(address("2001::ffff:10.0.0.1"), address("10.0.0.1"));
 }
 
 TEST(Addresses, AreNotWhatIsNone) {

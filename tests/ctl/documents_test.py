@@ -83,6 +83,27 @@ class Documents(unittest.TestCase):
         found = re.findall(r'^\.Li "?([a-z ]+?)"?(?: ,)?$', described, re.M)
         self.assertEqual(sorted(found), sorted(kinds))
 
+    def described(self, begin, end):
+        """The words in the page's part about JSON between two lines."""
+        text = PAGE.split(".Ss JSON")[1].split(begin)[1].split(end)[0]
+        return set(re.findall(r'^\.(?:It )?Li "?([a-z_ ]+?)"?(?: [,)].*)?$', text, re.M))
+
+    def test_the_page_has_the_members_of_a_difference(self):
+        source = (TREE / "ctl/kernel_drift.cpp").read_text()
+        members = set(re.findall(r'\{"([a-z_]+)"', source))
+        self.assertEqual(members, {"differences", "mended", "finding", "place", "object", "detail"})
+        self.assertEqual(self.described(".It Cm verify\n", ".It Cm who\n"),
+                         members | {"missing", "different", "unwanted"})
+
+    def test_the_page_has_the_members_of_who(self):
+        source = (TREE / "ctl/who_output.cpp").read_text()
+        members = set(re.findall(r'(?:\{|object\[)"([a-z_]+)"', source)) | {"upload", "download"}
+        self.assertGreater(len(members), 20)
+        words = set(re.findall(r'return "([a-z ]+)";', source))
+        self.assertEqual(len(words), 4)
+        self.assertEqual(self.described(".It Cm who\n", ".It Cm export\n"),
+                         members | words | {"system"})
+
     def test_the_page_has_the_codes_of_warnings(self):
         sources = "".join(path.read_text() for path in (TREE / "ctl").glob("*_warnings.cpp"))
         codes = set(re.findall(r'"([a-z][a-z0-9]*(?:-[a-z0-9]+)+|oversubscribed|fraction)",', sources))

@@ -61,7 +61,7 @@ quenby_tariff_bytes_total{direction="upload",number="5",tariff="b"} 500
 quenby_tariff_bytes_total{direction="download",number="4",tariff="a"} 400
 # HELP quenby_tariff_packets_total)"));
   const Lines types = lines_with(text, "# TYPE ");
-  EXPECT_EQ(types.size(), 28U);
+  EXPECT_EQ(types.size(), 29U);
   EXPECT_EQ(std::set<std::string>(types.begin(), types.end()).size(), types.size());
   EXPECT_EQ(lines_with(text, "# HELP ").size(), types.size());
 }
@@ -115,6 +115,26 @@ TEST(Prometheus, OfADisabledLineHasNoClasses) {
       text_of(write_prometheus, measured(shaping_of(test::load_of(global), test::kGigabitPort)));
   EXPECT_THAT(text, HasSubstr("\nquenby_enabled 0\n"));
   EXPECT_TRUE(lines_with(text, "quenby_tariff_").empty());
+}
+
+// Whether the WAN interface is there; nothing of it where none is named.
+TEST(Exports, TellWhetherTheWanInterfaceIsThere) {
+  const auto exported = [](const std::string& wan, bool has_wan) {
+    return measured(
+        shaping_of(test::load_of(test::line(wan)), {test::kMbit, RouterFacts{has_wan, ""}}));
+  };
+  const auto metric = [](const Measurement& measurement) {
+    return lines_with(text_of(write_prometheus, measurement), "quenby_wan_present");
+  };
+  const auto member = [](const Measurement& measurement) {
+    return nlohmann::json::parse(text_of(write_json, measurement)).at("wan_present");
+  };
+  EXPECT_EQ(metric(exported("eth1", true)), Lines{"quenby_wan_present 1"});
+  EXPECT_EQ(metric(exported("eth9", false)), Lines{"quenby_wan_present 0"});
+  EXPECT_EQ(metric(exported("", false)), Lines{});
+  EXPECT_EQ(member(exported("eth1", true)), true);
+  EXPECT_EQ(member(exported("eth9", false)), false);
+  EXPECT_EQ(member(exported("", false)), nullptr);
 }
 
 TEST(Json, HasNullForWhatIsNotKnown) {

@@ -13,8 +13,8 @@ import unittest
 sys.path.append(str(pathlib.Path(__file__).resolve().parents[1] / "surroundings"))
 import private_root  # noqa: E402
 
-MODULES = ["test_apply", "test_apply_faults", "test_check", "test_export", "test_plan", "test_top",
-           "test_verdicts"]
+MODULES = ["test_apply", "test_apply_faults", "test_check", "test_differences", "test_export",
+           "test_plan", "test_top", "test_verdicts"]
 
 
 def main(names, program):

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ctl/shaping.h"
+#include "ctl/packet_way.h"
+#include "model/rate_resolution.h"
 #include "tests/support/tariffs.h"
 
 /// A router's stored files as values.
@@ -37,6 +38,13 @@ Edit load_of(const GlobalSet& global, const T&... tariffs) {
   edit.stored = edit.tariffs = set_of<TariffConfig>(tariffs...);
   edit.work = KernelWork::build;
   return edit;
+}
+
+/// What an edit comes to on a router whose WAN interface is there, or is not.
+inline LineFacts line_facts(const Edit& edit, bool has_wan = true) {
+  const TariffSet& tariffs = edit.tariffs;
+  const PlanFacts facts = {kGigabitPort.link_speed, {has_wan, ""}};
+  return {shaping_of(edit, facts), resolve(edit.line, tariffs, facts.link_speed)};
 }
 
 /// Tariffs "a" (number 4) and "b" (5).

@@ -114,6 +114,7 @@ TEST(Shaping, HasNoClassesWhileTheWanInterfaceIsMissing) {
   EXPECT_TRUE(shaping.enabled);
   EXPECT_THAT(shaping.classes, IsEmpty());
   EXPECT_EQ(shaping.directions[0].device, "eth1");
+  EXPECT_EQ(shaping.has_wan, false);
 }
 
 }  // namespace

@@ -211,6 +211,22 @@ class TakenBack(ApplyTest):
         a.settle()
         self.expect_files(OLD)
 
+    def test_what_a_program_that_has_ended_leaves_is_not_waited_for_for_ever(self):
+        """A daemon that a script of the platform has started, for example."""
+        a.write_program(a.MAKE, "sleep 40 >/dev/null 2>&1 &")
+        begin = time.monotonic()
+        result = self.add()
+        self.assertEqual((result.status, result.out), (0, "applied\n"), result)
+        self.assertEqual(result.err, "quenbyctl: quenby has left processes behind, which go on\n")
+        self.assertLess(time.monotonic() - begin, 30)
+        names = [pathlib.Path("/proc/%d/comm" % number).read_text() for number in a.children()]
+        self.assertIn("sleep\n", names)
+
+    def test_a_child_of_a_program_that_has_ended_is_waited_for_a_while(self):
+        a.write_program(a.MAKE, "(sleep 0.5; touch /run/late) >/dev/null 2>&1 &")
+        self.assertEqual(self.add(), s.Result(0, "applied\n", ""))
+        self.assertTrue(pathlib.Path("/run/late").exists())
+
     def test_a_child_of_a_killed_program_is_waited_for(self):
         a.write_program(*self.SPOIL, "(sleep 0.3; echo late >>%s) &" % s.TARIFF_FILE, "kill -KILL $$")
         self.assertEqual(self.add().status, 1)

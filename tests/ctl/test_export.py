@@ -69,8 +69,16 @@ class Formats(Export):
         self.assertIn('{direction="download",number="5",tariff="b\\\\c"} 2500000\n', text)
         self.assertIn('\nquenby_missing_classes{direction="upload"} 4\n', text)
 
+    def test_an_interface_that_is_not_there(self):
+        for wan, metric, member in (("wan=lo\n", ["quenby_wan_present 1"], True),
+                                    ("wan=eth9\n", ["quenby_wan_present 0"], False), ("", [], None)):
+            self.store(LINE.replace("wan=lo\n", wan), A)
+            lines = self.exported().splitlines()
+            self.assertEqual(metric, [line for line in lines if line.startswith("quenby_wan_present")])
+            self.assertEqual(member, json.loads(self.exported("--json"))["wan_present"])
+
     def test_promtool_finds_nothing_to_say(self):
-        for line, tariffs in ((LINE, A + B), (s.DISABLED, None),
+        for line, tariffs in ((LINE, A + B), (LINE.replace("wan=lo", "wan=eth9"), A), (s.DISABLED, None),
                               (LINE, "[" + "".join(map(chr, range(32, 91))) + "]\nid=4\nip=1.2.3.4\n"
                                "download_speed=1\nupload_speed=1\n")):
             self.store(line, tariffs)

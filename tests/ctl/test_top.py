@@ -5,6 +5,7 @@ import json
 import os
 import pty
 import re
+import select
 import subprocess
 import time
 
@@ -125,9 +126,26 @@ class Terminals(Top):
             os.close(ours)
             self.assertEqual(re.search(rb"\033\[[0-9;]*31m", text) is not None, coloured)
 
+    def test_the_title_follows_looks_that_take_long(self):
+        self.store(LINE, "".join(s.tariff("t%04d" % i, 4 + i) for i in range(5000)))
+        ours, process = self.start("xterm")
+        self.addCleanup(os.close, ours)
+        title = re.search(rb"\033\[H\033\[2J(quenbyctl top .* every 0\.1 s  5000 tariffs)",
+                          self.read_until_keys(ours))[1]
+        column = title.index(b"0.1 s") + len("0.1")
+        # The files are read again at each look, and the digit alone is drawn again.
+        self.read_until(ours, rb"\033\[1;%dH[2-9]" % column, lambda: os.utime(TARIFF_FILE))
+        os.write(ours, b"q")
+        self.assertEqual(process.wait(30), 0)
+
     def read_until_keys(self, ours):
+        return self.read_until(ours, b"Tab")
+
+    def read_until(self, ours, pattern, before_each=lambda: None):
         text, end = b"", time.monotonic() + 30
-        while b"Tab" not in text:
-            self.assertLess(time.monotonic(), end)
-            text += os.read(ours, 4096)
+        while not re.search(pattern, text):
+            self.assertLess(time.monotonic(), end, text)
+            before_each()
+            if select.select([ours], [], [], 0.05)[0]:
+                text += os.read(ours, 4096)
         return text

@@ -14,6 +14,14 @@ constexpr const char* kClassesOfB =
     "  download: ifb_ingr class 8000:5, guarantee 1000 kbit/s, ceiling 1000 kbit/s, queue of the "
     "kernel\n";
 
+constexpr const char* kDefaultUpload =
+    "  upload: eth1 class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 5000 kbit/s, queue "
+    "fq_codel 8002:\n";
+constexpr const char* kDefaultDownload =
+    "  download: ifb_ingr class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 10000 "
+    "kbit/s, "
+    "queue fq_codel 8002:\n";
+
 // Of tariff "b", within one of tariff "a".
 constexpr const char* kAddress = "2001:db8:0:1203::5";
 
@@ -40,7 +48,7 @@ class WhoIp6Test : public testing::Test {
     facts.prefix_entries = {entry("2001:db8::/48", 4), entry("2001:db8:0:1200::/56", 5)};
   }
 
-  void load() { facts.shaping = shaping_of(test::load_of(line, a, b), test::kGigabitPort); }
+  void load() { facts.line = test::line_facts(test::load_of(line, a, b)); }
   Who who(const std::string& address = kAddress) const {
     return who_has(parse_address(address).value(), facts);
   }
@@ -84,7 +92,9 @@ TEST_F(WhoIp6Test, OfSeveralTariffsTheLastByNameHasThePrefix) {
 }
 
 TEST_F(WhoIp6Test, AnAddressOfNobodysIsInTheDefaultTariff) {
-  EXPECT_EQ(text("2001:db8:1::5"), "2001:db8:1::5: no tariff has it\n  no class\n");
+  EXPECT_EQ(text("2001:db8:1::5"), "2001:db8:1::5: no tariff has it\n" +
+                                       std::string(kDefaultUpload) + kDefaultDownload +
+                                       "  address set: not in it\n");
   line.has_default = true;
   for (const Direction way : kDirections) line.defaults.direction(way).setSpeed("64");
   load();
@@ -97,9 +107,28 @@ TEST_F(WhoIp6Test, WhereItIsNotShapedThatIsSaid) {
   line.global.ipv6 = false;
   load();
   facts.drift = {{DriftKind::missing, "eth1", "class 8000:5", "", {}, false}};
-  EXPECT_EQ(text(), "2001:db8:0:1203::5: IPv6 is not shaped\n  no class\n");
+  EXPECT_EQ(text(), "2001:db8:0:1203::5: IPv6 is not shaped\n" + std::string(kDefaultUpload) +
+                        "  download: unshaped\n");
   EXPECT_TRUE(who().problems.empty());
   EXPECT_EQ(who("10.0.0.2").problems.size(), 1U);
+  EXPECT_EQ(problems("eth1", "class 8000:2"), 1U);
+  EXPECT_EQ(problems("ifb_ingr", ""), 0U);
+}
+
+// Of what is closed only the upload holds IPv6 up too.
+TEST_F(WhoIp6Test, WhereItIsNotShapedAndTheLineIsClosed) {
+  line.global.ipv6 = false;
+  for (const Direction way : kDirections) line.global.direction(way).setSpeed("0");
+  load();
+  EXPECT_EQ(text(),
+            "2001:db8:0:1203::5: IPv6 is not shaped\n  upload: dropped\n  download: unshaped\n");
+}
+
+TEST_F(WhoIp6Test, OnTheImqDeviceItIsNotShaped) {
+  line.global.wan.clear();
+  load();
+  EXPECT_EQ(text(),
+            "2001:db8:0:1203::5: IPv6 is not shaped\n  upload: unshaped\n  download: unshaped\n");
 }
 
 TEST_F(WhoIp6Test, CountsConnectionsByMark) {
@@ -165,11 +194,9 @@ TEST_F(WhoIp6Test, Json) {
   EXPECT_NE(json.find(R"({"address":"2001:db8:0:1203::5","classes":[{)"), std::string::npos);
   EXPECT_NE(json.find(R"("number":5,"prefix":"2001:db8:0:1200::/56","problems":[])"),
             std::string::npos);
-  EXPECT_NE(json.find(R"({"address":"2001:db8:1::5","classes":[],"connections":[],"mark":null,)"
-                      R"("number":null,"prefix":null,)"),
+  EXPECT_NE(json.find(R"("download":"class","mark":2147483651,"number":null,"prefix":null,)"),
             std::string::npos);
-  EXPECT_NE(json.find(R"({"address":"10.0.0.9","classes":[],"connections":[],"mark":null,)"
-                      R"("number":null,"problems":[],)"),
+  EXPECT_NE(json.find(R"("download":"class","mark":2147483651,"number":null,"problems":[],)"),
             std::string::npos);
 }
 

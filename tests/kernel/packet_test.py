@@ -6,13 +6,14 @@ Call: scripts/lab tests/kernel/packet_test.py PROGRAM
 """
 
 import contextlib
+import functools
 import json
 import pathlib
 import subprocess
 import unittest
 
 from packets import WAN_ADDRESS, Connection
-from router import IFB, IMQ, WAN, Router, arrivals, program_path, shell, use_plain_sudo
+from router import IFB, IMQ, NET_DEVICES, WAN, Router, arrivals, program_path, shell, use_plain_sudo
 from tc_dump import htb_direct_packets
 
 ROUTER = None
@@ -204,6 +205,13 @@ class ImqPacketTest(unittest.TestCase):
             self.assertEqual((UP, DOWN), (connection.upload(UP), connection.answer(DOWN)))
         return added(before, counters(IMQ))
 
+    def check_who(self, address, upload, download):
+        """`quenbyctl who` names these minor numbers, or says that packets pass unshaped."""
+        one, = who(address)
+        classes = {way: minor for way, (_, minor) in named(one).items()}
+        said = [classes.get(way) if one[way] == "class" else None for way in ("upload", "download")]
+        self.assertEqual([upload, download], said, one)
+
     def check_addresses(self):
         for address, number in self.ADDRESSES.items():
             with self.subTest(address=address):
@@ -212,12 +220,43 @@ class ImqPacketTest(unittest.TestCase):
     def test_with_default_section(self):
         self.load(default=True)
         self.check_addresses()
+        self.check_who("10.0.32.0", 2, 2)
         self.assertEqual({2: UP + DOWN}, self.exchange("10.0.32.0"))
 
     def test_without_default_section(self):
         self.load(default=False)
         self.check_addresses()
+        self.check_who("10.0.32.0", None, None)
         self.assertEqual({DIRECT: UP + DOWN}, self.exchange("10.0.32.0"))
+
+    def test_address_of_two_tariffs(self):
+        tariff = "[%s]\nid=%d\nip=10.0.0.9\ndownload_speed=4000\nupload_speed=4000\n"
+        ROUTER.reset(imq=True)
+        ROUTER.load("[global]\nenabled=true\ndownload_speed=50000\nupload_speed=50000\n",
+                    tariff % ("a", 4) + tariff % ("b", 5))
+        self.check_who("10.0.0.9", 0x8004, 4)
+        self.assertEqual({4: DOWN, 0x8004: UP}, self.exchange("10.0.0.9"))
+
+
+def who(*addresses):
+    """What `quenbyctl who` says of each address."""
+    program = pathlib.Path(ROUTER.program).with_name("quenbyctl")
+    done = subprocess.run([program, "who", "--json", *addresses], stdout=subprocess.PIPE,
+                          check=False)
+    found = json.loads(done.stdout)["addresses"]
+    assert done.returncode == int(any(one["problems"] for one in found)), done
+    return found
+
+
+@functools.cache
+def add_ipv6():
+    shell("network_add_ipv6; network_add_subscribers 2001:db8:0:1000::/52")
+
+
+def named(one):
+    """The device and minor number of each class that was named."""
+    return {c["direction"]: (c["device"], int(c["class"].split(":")[1], 16))
+            for c in one["classes"]}
 
 
 class WhoTest(unittest.TestCase):
@@ -234,24 +273,12 @@ class WhoTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         ROUTER.reset()
-        shell("network_add_ipv6; network_add_subscribers 2001:db8:0:1000::/52")
+        add_ipv6()
         tariffs = TARIFFS
         for name, prefix in cls.PREFIXES.items():
             tariffs = tariffs.replace(f"[{name}]\n", f"[{name}]\nip6={prefix}\n")
         settings = global_text(100000, True).replace("enabled=true\n", "enabled=true\nipv6=true\n")
         ROUTER.load(settings, tariffs)
-
-    def who(self, *addresses):
-        program = pathlib.Path(ROUTER.program).with_name("quenbyctl")
-        done = subprocess.run([program, "who", "--json", *addresses], stdout=subprocess.PIPE,
-                              check=True)
-        return json.loads(done.stdout)["addresses"]
-
-    @staticmethod
-    def named(one):
-        """The device and minor number of each class."""
-        return {c["direction"]: (c["device"], int(c["class"].split(":")[1], 16))
-                for c in one["classes"]}
 
     def test_of_both_families(self):
         with contextlib.ExitStack() as stack:
@@ -261,14 +288,14 @@ class WhoTest(unittest.TestCase):
                 connection = stack.enter_context(Connection(address))
                 self.assertEqual((UP, DOWN), (connection.upload(UP), connection.answer(DOWN)))
                 counted[address] = (added(before[0], counters(WAN)), added(before[1], counters(IFB)))
-            for one in self.who(*self.ADDRESSES):
+            for one in who(*self.ADDRESSES):
                 with self.subTest(one["address"]):
                     self.check(one, counted[one["address"]])
 
     def check(self, one, counted):
         tariff, number = self.ADDRESSES[one["address"]]
         self.assertEqual(({number: UP}, {number: DOWN}), counted)
-        self.assertEqual({"upload": (WAN, number), "download": (IFB, number)}, self.named(one))
+        self.assertEqual({"upload": (WAN, number), "download": (IFB, number)}, named(one))
         self.assertEqual([tariff] if tariff else [], one["tariffs"])
         mark = 0x80000000 + number
         self.assertEqual((mark, mark if tariff else None, []),
@@ -278,6 +305,132 @@ class WhoTest(unittest.TestCase):
         if ":" in one["address"]:
             self.assertEqual((self.PREFIXES.get(tariff), 1),
                              (one["prefix"], one["connections"][0]["count"]))
+
+
+class WhoWithoutClassTest(unittest.TestCase):
+    """The same of addresses that have no class of their own, in one direction or in both."""
+
+    ADDRESS6 = "2001:db8:0:1203::6"
+    HALF = "[half]\nid=6\nip=10.0.0.6\ndownload_speed=8000\n"
+    NOTHING = "[nothing]\nid=7\nip=10.0.0.7\n"
+
+    def setUp(self):
+        add_ipv6()
+        ROUTER.reset()
+
+    @staticmethod
+    def counted():
+        return [counters(device) if (NET_DEVICES / device).exists() else {}
+                for device in (WAN, IFB)]
+
+    def exchange(self, address):
+        """Packets that arrived and, of each direction, the classes that they took."""
+        before = self.counted()
+        with Connection(address) as connection:
+            passed = connection.upload(UP), connection.answer(DOWN)
+        return passed, [added(*pair) for pair in zip(before, self.counted())]
+
+    def check(self, address, upload, download):
+        """Both are class numbers or words."""
+        one, = who(address)
+        classes = {way: minor for way, (_, minor) in named(one).items()}
+        self.assertEqual([], one["problems"])
+        self.assertEqual((upload, download),
+                         tuple(classes.get(way, one[way]) for way in ("upload", "download")))
+        passed, counted = self.exchange(address)
+        self.assertEqual((UP if upload != "dropped" else 0, DOWN if download != "dropped" else 0),
+                         passed)
+        for said, packets, count in zip((upload, download), (UP, DOWN), counted):
+            if said == "unshaped":
+                self.assertIn(count, ({}, {DIRECT: packets}))
+            else:
+                self.assertEqual({} if said == "dropped" else {said: packets}, count)
+
+    def test_without_default_tariff(self):
+        ROUTER.load(global_text(100000, False), TARIFFS + self.HALF + self.NOTHING)
+        self.check("10.0.0.4", 4, 4)
+        self.check(STRANGER, 2, 2)
+        self.check("10.0.0.6", 2, 6)
+        self.check("10.0.0.7", 2, 2)
+        self.check(self.ADDRESS6, 2, "unshaped")
+
+    def test_with_default_tariff(self):
+        ROUTER.load(global_text(100000, True), TARIFFS + self.HALF + self.NOTHING)
+        self.check(STRANGER, 3, 3)
+        self.check("10.0.0.6", 2, 6)
+        self.check("10.0.0.7", 2, 2)
+
+    def test_without_line_speed(self):
+        ROUTER.load(global_text(None, False), TARIFFS + self.HALF)
+        self.check(STRANGER, "unshaped", "unshaped")
+        self.check("10.0.0.6", "unshaped", 6)
+        self.check(self.ADDRESS6, "unshaped", "unshaped")
+
+    def test_upload_closed(self):
+        ROUTER.load(global_text(100000, True).replace("upload_speed=100000", "upload_speed=0"),
+                    TARIFFS)
+        self.check("10.0.0.4", "dropped", 2)
+        self.check(STRANGER, "dropped", 2)
+        self.check(self.ADDRESS6, "dropped", "unshaped")
+
+    def test_download_closed(self):
+        ROUTER.load(global_text(100000, True).replace("download_speed=100000", "download_speed=0"),
+                    TARIFFS)
+        self.check("10.0.0.4", 4, "dropped")
+        self.check(STRANGER, 3, "dropped")
+        self.check(self.ADDRESS6, 2, "unshaped")
+
+    def test_default_tariff_closed(self):
+        ROUTER.load("[global]\nwan=eth1\nenabled=true\n[defaultqosipqueue]\ndownload_speed=0\n"
+                    "upload_speed=8000\n", "[a]\nid=4\nip=10.0.0.4\nupload_speed=8000\n")
+        self.check("10.0.0.4", 4, "unshaped")
+        self.check(STRANGER, 3, "dropped")
+
+    def test_switched_off(self):
+        ROUTER.load(global_text(100000, True).replace("enabled=true", "enabled=false"), TARIFFS)
+        self.check("10.0.0.4", "unshaped", "unshaped")
+
+
+class WhoRemedyTest(unittest.TestCase):
+    """What `quenbyctl who` names as that which mends its problems does."""
+
+    # What a repair cannot mend, as somebody might do it.
+    DAMAGES = {
+        "a set of another type":
+            ("iptables -t mangle -F KAVO_QOS_FW_OUT_HOOK; ipset destroy kavo_opt_shaper; "
+             "ipset create kavo_opt_shaper hash:ip,port",
+             "different: set kavo_opt_shaper: type hash:ip,port"),
+        "an ingress qdisc of another kind":
+            (f"tc qdisc del dev {WAN} ingress; tc qdisc add dev {WAN} clsact",
+             f"different: {WAN} qdisc ffff: clsact, not ingress"),
+    }
+
+    @staticmethod
+    def bash(commands):
+        """Runs commands that call both programs by name."""
+        program = pathlib.Path(ROUTER.program).resolve()
+        names = f"quenby() {{ {program} \"$@\"; }}; quenbyctl() {{ {program}ctl \"$@\"; }}; "
+        return subprocess.run(["bash", "-c", names + commands], stdout=subprocess.PIPE, text=True,
+                              check=False)
+
+    def said(self, word):
+        prefix = f"  {word}: "
+        lines = self.bash("quenbyctl who 10.0.0.4").stdout.splitlines()
+        return [line.removeprefix(prefix) for line in lines if line.startswith(prefix)]
+
+    def test_each(self):
+        for name, (damage, problem) in self.DAMAGES.items():
+            with self.subTest(name):
+                ROUTER.reset()
+                ROUTER.load(global_text(100000, True), TARIFFS)
+                self.assertEqual([], self.said("problem"))
+                self.assertEqual(0, self.bash(damage).returncode)
+                self.assertIn(problem, self.said("problem"))
+                self.bash("quenbyctl repair")
+                self.assertIn(problem, self.said("problem"))
+                for remedy in self.said("mended by"):
+                    self.assertEqual(0, self.bash(remedy).returncode, remedy)
+                self.assertEqual([], self.said("problem"))
 
 
 if __name__ == "__main__":
