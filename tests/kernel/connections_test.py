@@ -1,11 +1,15 @@
 #!/usr/bin/env python3
 """Open connections follow their subscriber: after every command that changes whose class an address
 has, long downloads, uploads and UDP streams are in the right class within a second, and no other
-class counts their packets.
+class counts their packets. So they do after a repair that finds other addresses and numbers in the
+stored file.
 
 Call: scripts/lab tests/kernel/connections_test.py PROGRAM
 """
 
+import collections
+import contextlib
+import ipaddress
 import pathlib
 import re
 import subprocess
@@ -14,8 +18,9 @@ import threading
 import time
 import unittest
 
-from packets import INET_ADDRESS, Connection
-from router import IFB, TREE, WAN, Router, arrivals, program_path, use_legacy_iptables, use_plain_sudo
+from packets import INET_ADDRESS, INET_ADDRESS6, Connection
+from router import (IFB, TREE, WAN, Router, arrivals, program_path, shell, use_legacy_iptables,
+                    use_plain_sudo)
 
 sys.path.insert(0, str(TREE / "lab/demo"))
 from traffic import Flow  # pylint: disable=wrong-import-position
@@ -39,7 +44,7 @@ SETTLE, WATCH = 1.0, 1.5
 
 def section(name, *addresses, number=None):
     lines = [f"[{name}]", *([f"id={number}"] if number else []),
-             *(f"ip={address}" for address in addresses),
+             *(f"{'ip6' if ':' in address else 'ip'}={address}" for address in addresses),
              "download_speed=2000", "upload_speed=2000", "queuing_discipline=pfifo", ""]
     return "\n".join(lines)
 
@@ -100,12 +105,11 @@ def marks():
     """{subscriber's address: the marks of its connections with the internet host}."""
     found = {}
     for line in CONNECTIONS.read_text().splitlines():
-        ends = re.findall(r"src=(\S+) dst=(\S+)", line)
+        ends = [str(ipaddress.ip_address(end)) for end in re.findall(r"(?:src|dst)=(\S+)", line)[:2]]
         mark = re.search(r" mark=(\d+)", line)
-        if not mark or INET_ADDRESS not in ends[0]:
-            continue
-        address = ends[0][0] if ends[0][1] == INET_ADDRESS else ends[0][1]
-        found.setdefault(address, set()).add(int(mark[1]))
+        inner = [end for end in ends if end not in (INET_ADDRESS, INET_ADDRESS6)]
+        if mark and len(inner) == 1:
+            found.setdefault(inner[0], set()).add(int(mark[1]))
     return found
 
 
@@ -187,6 +191,105 @@ class Connections(unittest.TestCase):
         self.assertEqual(0, slow.returncode)
         self.assertGreater(strangers, 0, f"none of {begun} met the change")
         self.assertEqual({FLAG | FOREIGN | NUMBERS["amy"]}, marks()[ADDRESSES["amy"]])
+
+
+# The numbers and addresses of tariffs, before an edit by hand and after it: amy and cat change their
+# numbers, what bob has becomes cat's and what nobody has bob's, dan goes, and what was eve's lies in
+# a prefix of amy's.
+BEFORE = {"amy": (4, "10.0.0.4", "2001:db8:1::/48"), "bob": (5, "10.0.0.5", "2001:db8:1:5::/64"),
+          "cat": (6, "10.0.0.6", "2001:db8:2::7"), "dan": (7, "10.0.0.7", "2001:db8:3::/48"),
+          "eve": (8, "10.0.0.8", "2001:db8:1:8::/61")}
+AFTER = {"amy": (6, "10.0.0.4", "2001:db8:1::/48"), "bob": (5, "10.0.0.9", "2001:db8:9::9"),
+         "cat": (4, "10.0.0.6", "2001:db8:2::7", "10.0.0.5", "2001:db8:1:5::/64"),
+         "eve": (8, "10.0.0.8")}
+# Whose class an address has before and after.
+MOVES = {"10.0.0.4": (4, 6), "10.0.0.5": (5, 4), "10.0.0.6": (6, 4), "10.0.0.7": (7, STRANGERS),
+         "10.0.0.8": (8, 8), "10.0.0.9": (STRANGERS, 5), "2001:db8:1::4": (4, 6),
+         "2001:db8:1:5::5": (5, 4), "2001:db8:2::7": (6, 4), "2001:db8:3::7": (7, STRANGERS),
+         "2001:db8:1:8::8": (8, 6), "2001:db8:9::9": (STRANGERS, 5)}
+
+
+class EditedByHand(unittest.TestCase):
+    """The stored tariffs were edited by hand while connections of both families were open."""
+
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        shell("network_add_ipv6; network_add_subscribers 2001:db8::/44")
+
+    @staticmethod
+    def write(tariffs_of):
+        ROUTER.configure(GLOBAL.replace("enabled=true\n", "enabled=true\nipv6=true\n"), "".join(
+            section(name, *addresses, number=number)
+            for name, (number, *addresses) in tariffs_of.items()))
+
+    def setUp(self):
+        ROUTER.reset()
+        # What stays of this would build IPv6 rules for the tests without.
+        self.addCleanup(ROUTER.run, "--stop")
+        self.write(BEFORE)
+        self.assertEqual((0, "", ""), ROUTER.run("--load"))
+        for program in ("iptables", "ip6tables"):
+            subprocess.run([f"{program}-restore", "--noflush"], input=FOREIGN_RULES, text=True,
+                           check=True)
+        self.addCleanup(subprocess.run, ["ip6tables", "-t", "mangle", "-D", "PREROUTING", "1"],
+                        check=True)
+        self.connections = []
+        closing = self.enterContext(contextlib.ExitStack())
+        for address in MOVES:
+            for outside in (False, True):
+                connection = closing.enter_context(Connection(address))
+                self.assertEqual(1, connection.answer(1) if outside else connection.upload(1))
+                self.connections.append((address, connection))
+        # Those that began outside have their mark since the first packet to the internet.
+        self.exchange()
+        self.assert_marks({address: before for address, (before, _) in MOVES.items()})
+
+    def exchange(self):
+        for address, connection in self.connections:
+            self.assertEqual((1, 1), (connection.upload(1), connection.answer(1)), address)
+
+    def assert_marks(self, numbers):
+        wanted = {address: {FLAG | FOREIGN | number} for address, number in numbers.items()}
+        self.assertEqual(wanted, {address: found for address, found in marks().items()
+                                  if address in wanted})
+
+    def assert_classes(self, numbers):
+        """Each connection's next packets are counted in these classes."""
+        wanted = collections.Counter(numbers[address] for address, _ in self.connections)
+        before = arrivals(WAN), arrivals(IFB)
+        self.exchange()
+        for former, now in zip(before, (arrivals(WAN), arrivals(IFB))):
+            self.assertEqual(wanted, {number: count - former[number]
+                                      for number, count in now.items()
+                                      if number >= STRANGERS and count != former[number]})
+
+    def control(self, *words):
+        program = pathlib.Path(ROUTER.program).with_name("quenbyctl")
+        done = subprocess.run([program, *words], capture_output=True, text=True, check=False)
+        self.assertEqual((0, ""), (done.returncode, done.stderr), done.stdout)
+        return done.stdout
+
+    def repair(self, *options):
+        self.write(AFTER)
+        self.assertIn("mended ", self.control("repair", *options))
+        self.assertEqual("", self.control("verify"))
+
+    def test_repair(self):
+        self.repair()
+        numbers = {address: after for address, (_, after) in MOVES.items()}
+        self.assert_marks(numbers)
+        self.assert_classes(numbers)
+
+    def test_repair_that_leaves_connections_alone(self):
+        self.repair("--no-connections")
+        self.assert_marks({address: before for address, (before, _) in MOVES.items()})
+
+    def test_repair_where_only_connections_are_wrong(self):
+        self.repair("--no-connections")
+        self.assertEqual("", self.control("repair"))
+        self.assert_marks({address: after for address, (_, after) in MOVES.items()})
 
 
 class Kernel(unittest.TestCase):

@@ -6,7 +6,9 @@ else; the link learns its neighbours while every class is full.
 Call: scripts/lab tests/kernel/ipv6_test.py PROGRAM
 """
 
+import pathlib
 import socket
+import struct
 import time
 import unittest
 
@@ -122,6 +124,90 @@ class Connection:
         return _receive(self.inner, count)[0]
 
 
+def options_header(following, size=8):
+    """An extension header with one option, of a number that whoever does not know it passes over."""
+    return bytes([following, size // 8 - 1, 0x1E, size - 4]) + bytes(size - 4)
+
+
+def routing_header(following, _=8):
+    """One that has no hop left."""
+    return bytes([following, 0, 0, 0]) + bytes(4)
+
+
+HEADERS = {socket.IPPROTO_HOPOPTS: options_header, socket.IPPROTO_DSTOPTS: options_header,
+           socket.IPPROTO_ROUTING: routing_header}
+
+
+def checksum(data):
+    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
+    while total > 0xFFFF:
+        total = (total & 0xFFFF) + (total >> 16)
+    return ~total & 0xFFFF or 0xFFFF
+
+
+def udp_datagram(source, target, data):
+    """A datagram of an even length from one socket's name to another's."""
+    length = 8 + len(data)
+    ends = b"".join(socket.inet_pton(socket.AF_INET6, name[0]) for name in (source, target))
+    head = struct.pack("!HHH", source[1], target[1], length)
+    pseudo = ends + struct.pack("!II", length, socket.IPPROTO_UDP)
+    return head + struct.pack("!H", checksum(pseudo + head + bytes(2) + data)) + data
+
+
+class FragmentedConnection(Connection):
+    """A connection whose ends send each packet as three fragments behind these headers, each of which
+    has this many bytes where it has a choice."""
+
+    identity = 0
+
+    def __init__(self, address, headers, size=8):
+        super().__init__(address)
+        self.headers, self.size = headers, size
+        self.raw = {}
+        for namespace in ("lan", "inet"):
+            with entered(namespace):
+                self.raw[namespace] = socket.socket(socket.AF_INET6, socket.SOCK_RAW,
+                                                    socket.IPPROTO_RAW)
+
+    def __exit__(self, *_):
+        super().__exit__()
+        for sock in self.raw.values():
+            sock.close()
+
+    def chain(self):
+        """The headers up to that of a fragment, and the number of the first."""
+        following, made = socket.IPPROTO_FRAGMENT, b""
+        for number in reversed(self.headers):
+            made, following = HEADERS[number](following, self.size) + made, number
+        return following, made
+
+    def packets(self, source, target, data):
+        first, chain = self.chain()
+        datagram, part = udp_datagram(source, target, data), 1352
+        type(self).identity += 1
+        for offset in range(0, len(datagram), part):
+            more = offset + part < len(datagram)
+            payload = chain + struct.pack("!BxHI", socket.IPPROTO_UDP, offset | more,
+                                          self.identity) + datagram[offset:offset + part]
+            yield (struct.pack("!IHBB", 6 << 28, len(payload), first, 64)
+                   + b"".join(socket.inet_pton(socket.AF_INET6, name[0])
+                              for name in (source, target)) + payload)
+
+    def send(self, namespace, source, target, data):
+        for packet in self.packets(source.getsockname(), target.getsockname(), data):
+            self.raw[namespace].sendto(packet, (target.getsockname()[0], 0))
+
+    def upload(self, count, data=LONG):
+        for _ in range(count):
+            self.send("lan", self.inner, self.outer, data)
+        return _receive(self.outer, count)[0]
+
+    def answer(self, count, data=LONG):
+        for _ in range(count):
+            self.send("inet", self.outer, self.inner, data)
+        return _receive(self.inner, count)[0]
+
+
 def added(before, after):
     """What the leaf classes have got in between, without those that got nothing."""
     return {number: count - before.get(number, 0) for number, count in after.items()
@@ -157,14 +243,18 @@ class Ipv6Test(unittest.TestCase):
         self.assertEqual((0, "", ""), tuple(ROUTER.run(*options)))
 
     def exchange(self, address, namespace="lan", options=(), data=SHORT):
+        return self.exchange_on(Connection(address, namespace, options), data)
+
+    def exchange_on(self, new_connection, data):
         before = counters()
-        with Connection(address, namespace, options) as connection:
+        with new_connection as connection:
             self.assertEqual((UP, DOWN), (connection.upload(UP, data),
                                           connection.answer(DOWN, data)))
         return [added(one, other) for one, other in zip(before, counters())]
 
     def verified(self):
-        self.assertEqual("", command(f"{ROUTER.program}ctl", "verify", check=False))
+        program = pathlib.Path(ROUTER.program).with_name("quenbyctl")
+        self.assertEqual((0, "", ""), tuple(guest.run(program, "verify")))
 
 
 class Classes(Ipv6Test):
@@ -196,6 +286,18 @@ class Classes(Ipv6Test):
             with self.subTest(options=options):
                 self.assertEqual([{6: 3 * UP}, {6: DOWN}],
                                  self.exchange("2001:db8:1:102::6", options=options, data=LONG))
+
+    def test_fragments_behind_headers(self):
+        before = (socket.IPPROTO_HOPOPTS, socket.IPPROTO_ROUTING, socket.IPPROTO_DSTOPTS)
+        several = ((socket.IPPROTO_HOPOPTS, socket.IPPROTO_DSTOPTS),
+                   (socket.IPPROTO_HOPOPTS, socket.IPPROTO_ROUTING),
+                   (socket.IPPROTO_DSTOPTS, socket.IPPROTO_ROUTING))
+        for headers in ((), *((one,) for one in before), *several):
+            for size in (8, 16) if headers else (8,):
+                with self.subTest(headers=headers, size=size):
+                    connection = FragmentedConnection("2001:db8:1:102::6", headers, size)
+                    self.assertEqual([{6: 3 * UP}, {6: DOWN}],
+                                     self.exchange_on(connection, LONG))
 
 
 class Changes(Ipv6Test):
@@ -252,19 +354,26 @@ class Discovery(Ipv6Test):
     def setUp(self):
         pass
 
+    def assert_learns(self):
+        """The internet host finds the router again, and the router the host: each asks and is
+        answered."""
+        for learner, device, neighbour in ((("-n", "inet"), "inet0", WAN_ADDRESS),
+                                           ((), WAN, INET_ADDRESS)):
+            command("ip", "-6", "neighbour", "flush", "dev", WAN)
+            command("ip", "-n", "inet", "-6", "neighbour", "flush", "dev", "inet0")
+            # What a packet for it brings about, without a packet: some directions are closed.
+            command("ip", *learner, "-6", "neighbour", "replace", neighbour, "dev", device, "nud",
+                    "none", "use")
+            self.assertRegex(self.state_of(learner, neighbour), r" lladdr \S+ .*REACHABLE")
+
     @staticmethod
-    def learns():
-        """Whether the internet host, which has something to send, finds the router again."""
-        command("ip", "-6", "neighbour", "flush", "dev", WAN)
-        command("ip", "-n", "inet", "-6", "neighbour", "flush", "dev", "inet0")
-        with bound("inet", INET_ADDRESS) as outer:
-            outer.sendto(b"x", (WAN_ADDRESS, 9))
-        end = time.monotonic() + 0.9
-        while time.monotonic() < end:
-            state = command("ip", "-n", "inet", "-6", "neighbour", "show", WAN_ADDRESS)
-            if "lladdr" in state:
-                return True
-        return False
+    def state_of(learner, neighbour):
+        """What the learner knows of its neighbour, as soon as that is reachable and at last after
+        the time of one question."""
+        end, state = time.monotonic() + 0.9, ""
+        while time.monotonic() < end and "REACHABLE" not in state:
+            state = command("ip", *learner, "-6", "neighbour", "show", neighbour)
+        return state
 
     def test_while_every_class_is_full(self):
         """The guarantees fill the line, and far more than that waits."""
@@ -281,7 +390,7 @@ class Discovery(Ipv6Test):
             for _ in range(150):
                 connection.inner.sendto(b"x" * 1400, connection.outer.getsockname())
                 connection.outer.sendto(b"x" * 1400, connection.inner.getsockname())
-        self.assertTrue(self.learns())
+        self.assert_learns()
         self.assertGreater(htb_direct_packets(WAN), direct[0])
         self.assertGreater(htb_direct_packets(IFB), direct[1])
         for connection in ends:
@@ -293,7 +402,7 @@ class Discovery(Ipv6Test):
                 ROUTER.configure(f"[global]\nwan=eth1\nenabled=true\nipv6=true\n{way}_speed=0\n",
                                  TARIFFS)
                 guest.load(ROUTER.program)
-                self.assertTrue(self.learns())
+                self.assert_learns()
                 with Connection("2001:db8:1::5") as connection:
                     passed = connection.upload(2), connection.answer(2)
                 self.assertEqual((2, 0) if way == "download" else (0, 2), passed)

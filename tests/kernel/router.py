@@ -28,18 +28,29 @@ def shell(commands):
                    cwd=TREE, check=True)
 
 
+# That objects of IPv6 may stand.
+IPV6_NOTE = pathlib.Path("/run/quenby-ipv6")
+
+
 class Router:
-    def __init__(self, program):
+    """With `ipv6` the platform has set up that family too, and a reset brings it back."""
+
+    def __init__(self, program, ipv6=False):
         guest.only_in_lab()
         self.program = program
+        if ipv6:
+            IPV6_NOTE.touch()
         subscribers = " ".join(SUBSCRIBERS)
         shell(f"network_up; platform_install; network_add_subscribers {subscribers}; "
               "/opt/ostrea/sbin/firewall.init start opt-qos")
         self._rules = command("iptables-save")
+        self._ip6_rules = command("ip6tables-save") if ipv6 else None
+        self._sets = command("ipset", "save")
+        IPV6_NOTE.unlink(missing_ok=True)
         self.pristine = router_state.read_state()
 
-    def run(self, *options):
-        return guest.run(self.program, *options)
+    def run(self, *options, wrapper=()):
+        return guest.run(self.program, *options, wrapper=wrapper)
 
     @staticmethod
     def configure(global_text, tariff_text):
@@ -55,7 +66,10 @@ class Router:
         """Back to what the platform's set-up leaves: no qdisc, class, rule or entry. With the
         IMQ stand-in, the ingress qdisc of the WAN device is the lab's and stays."""
         command("iptables-restore", text=self._rules)
-        command("ipset", "flush")
+        if self._ip6_rules:
+            command("ip6tables-restore", text=self._ip6_rules)
+            IPV6_NOTE.unlink(missing_ok=True)
+        command("ipset", "-exist", "restore", text=f"{self._sets}flush\n")
         places = [f"{IMQ} root"] if imq else [f"{WAN} root", f"{WAN} ingress"]
         command("tc", "-force", "-batch", "-", check=False,
                 text="".join(f"qdisc del dev {place}\n" for place in places))

@@ -13,12 +13,15 @@ rounded on their way into the kernel.
     eth1 filter 8000: pref 1 bpf class mark&80003fff if mark&80000000
     eth1 filter ffff: pref 1 redirect ifb_ingr connmark
     eth1 filter 8000: pref 4 ipv6 bpf class mark&80003fff if mark&80000000
+    eth1 filter 8000: pref 3 ipv6 u32 1: 3aff/ffff at 4 class 8000:
+    eth1 filter ffff: pref 2 ipv6 u32 2: 0/ff00 at 4 2c000000/ff000000 at 40 ingress redirect eth1 ct
     imq0 filter 8000: pref 1 dst 10.0.0.1 class 8000:4
     set kavo_opt_shaper 10.0.0.1 skbmark 0x80000004/0x80003fff
     mangle -A KAVO_QOS_FW_OUT_HOOK ! -o eth1 -j RETURN
 """
 
 import argparse
+import collections
 import difflib
 import json
 import re
@@ -93,11 +96,12 @@ def _class_line(device, entry):
 
 # Filters
 
-def _action_words(options):
+def _action_words(options, direction=False):
     words = []
     for action in options.get("actions", []):
         if action["kind"] == "mirred":
-            words.insert(0, f"{action['mirred_action']} {action.get('to_dev', '*')}")
+            way = f"{action['direction']} " if direction else ""
+            words.insert(0, f"{way}{action['mirred_action']} {action.get('to_dev', '*')}")
         else:
             words.append(action["kind"])
     return " ".join(words)
@@ -119,23 +123,25 @@ def filter_line(prefix, entry):
     return f"{prefix} {entry['kind']} {json.dumps(options, sort_keys=True)}"
 
 
-def _ip6_line(prefix, entry):
-    """A u32 filter has one match or several, of which the last shows."""
-    options = entry["options"]
-    if entry["kind"] != "u32":
-        return filter_line(f"{prefix} ipv6", entry)
-    match = options.get("match", {})
-    words = [f"{match.get('value')}/{match.get('mask')} at {match.get('off')}",
-             f"class {options.get('flowid')}", _action_words(options)]
-    return " ".join([prefix, "ipv6 u32", *filter(None, words)])
+def _ip6_lines(device, parent, entries):
+    """The u32 filters of a priority are numbered, as the first that matches counts."""
+    numbers = collections.Counter()
+    for entry in entries:
+        prefix, options = f"{device} filter {parent} pref {entry['pref']} ipv6", entry["options"]
+        if entry["kind"] != "u32":
+            yield filter_line(prefix, entry)
+        elif "matches" in options:
+            numbers[entry["pref"]] += 1
+            words = [f"{m['value']}/{m['mask']} at {m['off']}" for m in options["matches"]]
+            words += [f"class {options['flowid']}"] if "flowid" in options else []
+            yield " ".join([f"{prefix} u32 {numbers[entry['pref']]}:", *words,
+                            *filter(None, [_action_words(options, True)])])
 
 
 def _filter_lines(device, parent, entries):
     """One line per filter; the u32 filters of IPv4 without actions are an address tree."""
     entries = [entry for entry in entries if "options" in entry]
-    for entry in entries:
-        if entry["protocol"] == "ipv6":
-            yield _ip6_line(f"{device} filter {parent} pref {entry['pref']}", entry)
+    yield from _ip6_lines(device, parent, [e for e in entries if e["protocol"] == "ipv6"])
     entries = [entry for entry in entries if entry["protocol"] != "ipv6"]
     tree = [e for e in entries if e["kind"] == "u32" and "actions" not in e["options"]]
     others = [e for e in entries if e not in tree]
@@ -147,25 +153,36 @@ def _filter_lines(device, parent, entries):
             yield f"{device} filter {parent} pref {pref} {line}"
 
 
+def _with_all_matches(pairs):
+    """tc writes one member "match" for each of a filter's, and all but one would be lost."""
+    matches = [value for name, value in pairs if name == "match"]
+    return {**dict(pairs), **({"matches": matches} if matches else {})}
+
+
 def _documents(text):
     """The JSON documents that stand one after the other in a text."""
-    decoder, offset = json.JSONDecoder(), 0
+    decoder, offset = json.JSONDecoder(object_pairs_hook=_with_all_matches), 0
     while text[offset:].strip():
         offset += len(text[offset:]) - len(text[offset:].lstrip())
         document, offset = decoder.raw_decode(text, offset)
         yield document
 
 
-def _all_filters(places):
-    """Filters of each (device, qdisc handle), out of one run of tc."""
-    if not places:
-        return
-    batch = "".join(f"filter show dev {device} parent {parent}\n" for device, parent in places)
-    documents = list(_documents(_run("tc", "-j", "-batch", "-", text=batch)))
+def read_filters(places, text):
+    """Filters of each (device, qdisc handle), out of what tc lists for them."""
+    documents = list(_documents(text))
     if len(documents) != len(places):
         raise RuntimeError(f"tc answered {len(documents)} of {len(places)} requests")
     for (device, parent), entries in zip(places, documents):
         yield from _filter_lines(device, parent, entries)
+
+
+def _all_filters(places):
+    """The same out of one run of tc."""
+    if not places:
+        return []
+    batch = "".join(f"filter show dev {device} parent {parent}\n" for device, parent in places)
+    return read_filters(places, _run("tc", "-j", "-batch", "-", text=batch))
 
 
 # Address set and rules

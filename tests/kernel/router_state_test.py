@@ -7,7 +7,7 @@ Call: tests/kernel/router_state_test.py
 import unittest
 
 from cases import state_lines
-from router_state import differences, filter_line
+from router_state import differences, filter_line, read_filters
 from u32_tree import tree_lines
 
 
@@ -27,6 +27,26 @@ class FilterLineTest(unittest.TestCase):
 
     def test_redirection_to_a_device_that_has_gone(self):
         self.assertEqual("eth1 filter ffff: pref 1 redirect * connmark", self.redirection())
+
+
+class Ip6FilterTest(unittest.TestCase):
+    """As tc lists them: a hash table, which is none, a filter of two matches, one of none."""
+
+    MATCHES = ('"match":{"value":"0","mask":"ff00","offmask":"","off":4},'
+               '"match":{"value":"2c000000","mask":"ff000000","offmask":"","off":40},')
+    TEXT = ('[{"protocol":"ipv6","pref":2,"kind":"u32","chain":0},'
+            '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802:","ht_divisor":1}},'
+            '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802::800",' + MATCHES +
+            '"actions":[{"kind":"ct"},{"kind":"mirred","mirred_action":"redirect",'
+            '"direction":"ingress","to_dev":"eth1"}]}},'
+            '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802::801","flowid":"8000:",'
+            '"match":{"value":"3aff","mask":"ffff","offmask":"","off":4}}}]\n')
+
+    def test_all_matches_show_in_their_order(self):
+        self.assertEqual(
+            ["eth1 filter ffff: pref 2 ipv6 u32 1: 0/ff00 at 4 2c000000/ff000000 at 40 "
+             "ingress redirect eth1 ct", "eth1 filter ffff: pref 2 ipv6 u32 2: 3aff/ffff at 4 "
+             "class 8000:"], list(read_filters([("eth1", "ffff:")], self.TEXT)))
 
 
 class DifferencesTest(unittest.TestCase):

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """A teardown leaves no device that feeds a deleted one: not when the line has another name in the
 file, not when somebody deleted "ifb_ingr", and not when it is repeated after a kill at any of its
-requests and commands. Firewall rules play no part.
+requests and commands, of both families. Firewall rules play no part.
 
 Call: scripts/lab tests/kernel/teardown_test.py PROGRAM
 """
@@ -12,20 +12,24 @@ import unittest
 
 import router_state
 from packets import Connection
-from router import IFB, WAN, Router, program_path, use_idle_sudo, use_legacy_iptables
+from router import (IFB, IPV6_NOTE, WAN, Router, program_path, shell, use_idle_sudo,
+                    use_legacy_iptables)
 
 ROUTER = None
 PROGRAM = program_path()
 OTHER = "ppp9"
 DEVICES = (WAN, OTHER, IFB)
 TARIFFS = "[amy]\nid=4\nip=10.0.0.4\ndownload_speed=4000\nupload_speed=2000\n"
+TARIFFS6 = (TARIFFS.replace("ip=", "ip6=2001:db8:1::/48\nip=")
+            + "[zed]\nid=5\nip6=2001:db8:1::5\ndownload_speed=4000\nupload_speed=2000\n")
 
 # Every request is one sendmsg, every shell command begins with one of the others.
 REQUESTS, COMMANDS = ("sendmsg",), ("clone", "clone3", "vfork")
 
 
-def settings(wan):
-    return f"[global]\nwan={wan}\nenabled=true\ndownload_speed=50000\nupload_speed=20000\n"
+def settings(wan, ipv6=False):
+    return (f"[global]\nwan={wan}\nenabled=true\nipv6={'true' if ipv6 else 'false'}\n"
+            "download_speed=50000\nupload_speed=20000\n")
 
 
 def read():
@@ -51,11 +55,13 @@ class TeardownTest(unittest.TestCase):
         self.assertFalse(lines, "\n" + "\n".join(lines))
 
     def assert_packets_pass(self):
-        with Connection("10.0.0.4") as connection:
-            self.assertEqual((1, 1), (connection.upload(1), connection.answer(1)))
+        for address in ("10.0.0.4", "2001:db8:1::5"):
+            with Connection(address) as connection:
+                self.assertEqual((1, 1), (connection.upload(1), connection.answer(1)), address)
 
     def assert_bare(self):
         self.assert_state(self.bare)
+        self.assertFalse(IPV6_NOTE.exists())
         self.assert_packets_pass()
 
     def load_and_rename(self, name=OTHER):
@@ -164,6 +170,13 @@ class Killed(TeardownTest):
     def load(self):
         ROUTER.load(settings(WAN), TARIFFS)
 
+    def load_with_ipv6(self):
+        ROUTER.load(settings(WAN, True), TARIFFS6)
+
+    def load_with_ipv6_and_turn_off(self):
+        self.load_with_ipv6()
+        ROUTER.configure(settings(OTHER), TARIFFS)
+
     # Of the requests, one each lists the links, empties the set, asks for the filters of a link,
     # and deletes WAN's root and ingress qdisc and "ifb_ingr".
 
@@ -176,9 +189,21 @@ class Killed(TeardownTest):
     def test_at_each_command(self):
         self.check(self.load, COMMANDS, 1)
 
+    # One more empties the set of IPv6.
+
+    def test_at_each_request_with_ipv6(self):
+        self.check(self.load_with_ipv6, REQUESTS, 9)
+
+    def test_at_each_request_when_ipv6_is_off_since(self):
+        self.check(self.load_with_ipv6_and_turn_off, REQUESTS, 9)
+
+    def test_at_each_command_with_ipv6(self):
+        self.check(self.load_with_ipv6, COMMANDS, 2)
+
 
 if __name__ == "__main__":
     use_idle_sudo()
     use_legacy_iptables()
-    ROUTER = Router(PROGRAM)
+    ROUTER = Router(PROGRAM, ipv6=True)
+    shell("network_add_ipv6; network_add_subscribers 2001:db8:1::/48")
     unittest.main(verbosity=2)

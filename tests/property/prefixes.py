@@ -12,7 +12,10 @@ _CLASS = re.compile(r"\S+ class 8000:([0-9a-f]+) ")
 _RULE = re.compile(rf"(?:{'|'.join(TABLES)}) -")
 _DROP = re.compile(r"(filter -A KAVO_OPT_QOS_HOOK -[io] \S+) -j DROP$")
 _MARK_FILTER = re.compile(r"(\S+ filter 8000:) pref 1 (bpf .*)")
-_REDIRECTION = re.compile(r"(\S+ filter ffff:) pref 1 redirect ifb_ingr( connmark)?$")
+_REDIRECTION = re.compile(r"(\S+) filter ffff: pref 1 redirect ifb_ingr( connmark)?$")
+_IP6_FILTER = re.compile(r"\S+ filter \S+ pref \d+ ipv6 ")
+_ROOT = re.compile(r"(\S+) qdisc 8000: root htb ")
+_CLASSIFYING = ("eth1", "ppp0", "ifb_ingr")
 _FIRST_TARIFF = 4
 
 
@@ -66,15 +69,35 @@ def _rule_differences(shaped, state, bare):
     return differences(wanted, [line for line in state if line.startswith("ip6 ")])
 
 
+def _discovery(device):
+    """ICMPv6, 58, with the hop limit 255 goes to the direct queue, which is the root's own class."""
+    return f"{device} filter 8000: pref 3 ipv6 u32 1: 3aff/ffff at 4 class 8000:"
+
+
+def _redirections(wan, connmark):
+    """Fragments, whose header is number 44, are put together and come in again: those that begin
+    with it, and those with it behind hop-by-hop options, routing or destination options. Then comes
+    what IPv4 has."""
+    again = f"ingress redirect {wan} ct"
+    matches = ["2c00/ff00 at 4 " + again,
+               *(f"{header}/ff00 at 4 2c000000/ff000000 at 40 {again}"
+                 for header in ("0", "2b00", "3c00")),
+               f"0/0 at 0 egress redirect ifb_ingr{connmark or ''}"]
+    for number, match in enumerate(matches, 1):
+        yield f"{wan} filter ffff: pref 2 ipv6 u32 {number}: {match}"
+
+
 def _filter_differences(shaped, state):
     """What IPv4 has on its way to a class, IPv6 has too."""
-    wanted, found = [], []
-    for line in state:
+    wanted = []
+    for line in state if shaped else ():
         if match := _MARK_FILTER.match(line):
             wanted.append(f"{match[1]} pref 4 ipv6 {match[2]}")
-        elif " ipv6 bpf " in line:
-            found.append(line)
-    return differences(wanted if shaped else [], found)
+        elif match := _REDIRECTION.match(line):
+            wanted.extend(_redirections(*match.groups()))
+        elif (match := _ROOT.match(line)) and match[1] in _CLASSIFYING:
+            wanted.append(_discovery(match[1]))
+    return differences(wanted, [line for line in state if _IP6_FILTER.match(line)])
 
 
 def _class_differences(shaped, text, state):
