@@ -376,12 +376,12 @@ class Discovery(Ipv6Test):
         return state
 
     def test_while_every_class_is_full(self):
-        """The guarantees fill the line, and far more than that waits."""
+        """The guarantees fill the line, and far more than that waits, the router's own too."""
         full = GLOBAL.replace("=100000", "=400").replace("=800", "=8")
         tariffs = TARIFFS.replace("=8000", "=98")
         ROUTER.configure(full, tariffs)
         guest.load(ROUTER.program)
-        ends = [Connection(address) for address in CLASS_OF]
+        ends = [Connection(WAN_ADDRESS, None), *map(Connection, CLASS_OF)]
         for connection in ends:
             connection.upload(1)
             connection.answer(1)
