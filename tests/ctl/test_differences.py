@@ -74,7 +74,7 @@ class Findings(DifferencesTest):
 
     def test_refused_files(self):
         TARIFF_FILE.write_text("wrong\n")
-        for command in self.COMMANDS:
+        for command in (*self.COMMANDS, ("plan",), ("export",), ("top", "--once")):
             for options in ((), ("--json",)):
                 result = ctl(*command, *options)
                 self.assertEqual((1, ""), (result.status, result.out), result)
