@@ -14,7 +14,7 @@ rounded on their way into the kernel.
     eth1 filter ffff: pref 1 redirect ifb_ingr connmark
     eth1 filter 8000: pref 4 ipv6 bpf class mark&80003fff if mark&80000000
     eth1 filter 8000: pref 3 ipv6 u32 1: 3aff/ffff at 4 class 8000:
-    eth1 filter ffff: pref 2 ipv6 u32 2: 0/ff00 at 4 2c000000/ff000000 at 40 ingress redirect eth1 ct
+    eth1 filter ffff: pref 2 ipv6 u32 6: 0/0 at 0 egress redirect ifb_ingr connmark
     imq0 filter 8000: pref 1 dst 10.0.0.1 class 8000:4
     set kavo_opt_shaper 10.0.0.1 skbmark 0x80000004/0x80003fff
     mangle -A KAVO_QOS_FW_OUT_HOOK ! -o eth1 -j RETURN
@@ -102,6 +102,8 @@ def _action_words(options, direction=False):
         if action["kind"] == "mirred":
             way = f"{action['direction']} " if direction else ""
             words.insert(0, f"{way}{action['mirred_action']} {action.get('to_dev', '*')}")
+        elif action["kind"] == "skbedit":
+            words.append(f"skbedit mark {action.get('mark')}/{action.get('mask')}")
         else:
             words.append(action["kind"])
     return " ".join(words)
@@ -133,6 +135,8 @@ def _ip6_lines(device, parent, entries):
         elif "matches" in options:
             numbers[entry["pref"]] += 1
             words = [f"{m['value']}/{m['mask']} at {m['off']}" for m in options["matches"]]
+            if "fwmark_mask" in options:
+                words.insert(0, f"mark {options['fwmark_value']}/{options['fwmark_mask']}")
             words += [f"class {options['flowid']}"] if "flowid" in options else []
             yield " ".join([f"{prefix} u32 {numbers[entry['pref']]}:", *words,
                             *filter(None, [_action_words(options, True)])])

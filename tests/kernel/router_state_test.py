@@ -36,16 +36,17 @@ class Ip6FilterTest(unittest.TestCase):
                '"match":{"value":"2c000000","mask":"ff000000","offmask":"","off":40},')
     TEXT = ('[{"protocol":"ipv6","pref":2,"kind":"u32","chain":0},'
             '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802:","ht_divisor":1}},'
-            '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802::800",' + MATCHES +
-            '"actions":[{"kind":"ct"},{"kind":"mirred","mirred_action":"redirect",'
+            '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802::800",'
+            '"fwmark_value":"0","fwmark_mask":"0x80003fff",' + MATCHES + '"actions":[{"kind":"ct"},'
+            '{"kind":"skbedit","mark":1,"mask":"80003fff"},{"kind":"mirred","mirred_action":"redirect",'
             '"direction":"ingress","to_dev":"eth1"}]}},'
             '{"protocol":"ipv6","pref":2,"kind":"u32","options":{"fh":"802::801","flowid":"8000:",'
             '"match":{"value":"3aff","mask":"ffff","offmask":"","off":4}}}]\n')
 
     def test_all_matches_show_in_their_order(self):
         self.assertEqual(
-            ["eth1 filter ffff: pref 2 ipv6 u32 1: 0/ff00 at 4 2c000000/ff000000 at 40 "
-             "ingress redirect eth1 ct", "eth1 filter ffff: pref 2 ipv6 u32 2: 3aff/ffff at 4 "
+            ["eth1 filter ffff: pref 2 ipv6 u32 1: mark 0/0x80003fff 0/ff00 at 4 "
+             "2c000000/ff000000 at 40 ingress redirect eth1 ct skbedit mark 1/80003fff", "eth1 filter ffff: pref 2 ipv6 u32 2: 3aff/ffff at 4 "
              "class 8000:"], list(read_filters([("eth1", "ffff:")], self.TEXT)))
 
 

@@ -75,13 +75,12 @@ def _discovery(device):
 
 
 def _redirections(wan, connmark):
-    """Fragments, whose header is number 44, are put together and come in again: those that begin
-    with it, and those with it behind hop-by-hop options, routing or destination options. Then comes
-    what IPv4 has."""
-    again = f"ingress redirect {wan} ct"
-    matches = ["2c00/ff00 at 4 " + again,
-               *(f"{header}/ff00 at 4 2c000000/ff000000 at 40 {again}"
-                 for header in ("0", "2b00", "3c00")),
+    """What begins with a fragment header, 44, or with one that such may stand behind, hop-by-hop
+    options, routing, authentication or destination options, is put together and comes in again,
+    marked so that it does so once. Then comes what IPv4 has."""
+    again = f"ingress redirect {wan} ct skbedit mark 1/80003fff"
+    matches = [*(f"mark 0/0x80003fff {header}/ff00 at 4 {again}"
+                 for header in ("2c00", "0", "2b00", "3300", "3c00")),
                f"0/0 at 0 egress redirect ifb_ingr{connmark or ''}"]
     for number, match in enumerate(matches, 1):
         yield f"{wan} filter ffff: pref 2 ipv6 u32 {number}: {match}"
