@@ -43,12 +43,12 @@ constexpr std::chrono::seconds kPatience(5);
 constexpr std::chrono::milliseconds kLookAgain(10);
 
 // The next child that has ended, with its status; 0 where `options` do not let it wait, -1 where
-// there is none any more.
+// there is none any more, which is all that ends the wait.
 pid_t next_ended(int& status, int options) {
   pid_t ended = 0;
   do {
     ended = waitpid(-1, &status, options);
-  } while (ended < 0 && errno == EINTR);
+  } while (ended < 0 && errno != ECHILD);
   return ended;
 }
 
