@@ -134,7 +134,7 @@ OTHERS = ["delete", "change", "replace"]
 EDITED_OTHERWISE = {
     "stopped": {"both": OTHERS, "ipv6": ["delete"]},
     "line came back": {"both": OTHERS, "ipv6": ["replace"]},
-    "ifb_ingr deleted": {"both": OTHERS},
-    "load killed at its 5th request": {"both": OTHERS},
-    "load killed at its request 52": {"ipv6": OTHERS},
+    "ifb_ingr deleted": {"both": ["delete"]},
+    "load killed at its 5th request": {"both": ["replace"]},
+    "load killed at its request 52": {"ipv6": ["change"]},
 }

@@ -10,6 +10,10 @@ package=${1:?Call: tests/package/boot_set_up.sh PACKAGE}
 DEBIAN_FRONTEND=noninteractive dpkg -i "$package"
 systemctl enable nftables.service
 
+# Debian's journal switches the kernel's auditing off as soon as it runs.
+mkdir -p /etc/systemd/journald.conf.d
+printf '[Journal]\nAudit=yes\n' >/etc/systemd/journald.conf.d/audit.conf
+
 # A change was under way when the router lost its power: the files before it, with numbers that
 # counting again would change, and one of those after it.
 kept=/config/tc/tc_kept
