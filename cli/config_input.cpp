@@ -6,9 +6,11 @@
 namespace quenby {
 namespace {
 
-bool shaped_alike(const TariffSettings& one, TariffSettings other, bool ipv6) {
-  if (!ipv6) other.prefixes = one.prefixes;
-  return one == other;
+bool shaped_alike(const TariffSettings& one, const TariffSettings& other, bool ipv6) {
+  if (ipv6 || one == other) return one == other;
+  TariffSettings same = other;
+  same.prefixes = one.prefixes;
+  return one == same;
 }
 
 }  // namespace

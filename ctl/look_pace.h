@@ -1,6 +1,5 @@
 #pragma once
 
-#include <algorithm>
 #include <cmath>
 
 /// How often the live screen looks.
@@ -15,7 +14,7 @@ inline constexpr double kLookShare = 25;
 /// than the interval comes in whole tenths, to be shown.
 inline double seconds_to_next_look(double interval, double elapsed, double used) {
   const double needed = elapsed + used * kLookShare;
-  return needed <= interval ? interval : std::max(interval, std::ceil(needed * 10) / 10);
+  return needed <= interval ? interval : std::ceil(needed * 10) / 10;
 }
 
 }  // namespace quenby

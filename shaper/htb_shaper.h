@@ -94,7 +94,6 @@ class HtbShaper {
     DeviceChange upload;
     DeviceChange download;
 
-    DeviceChange& at(Direction way) { return way == Direction::download ? download : upload; }
     const DeviceChange& at(Direction way) const {
       return way == Direction::download ? download : upload;
     }

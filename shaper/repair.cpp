@@ -69,7 +69,7 @@ void put_in(const Session& session, Family family, const SetDriftOf<Key>& set) {
 
 std::vector<std::string> repair(Session& session, const StateDrift& drift) {
   Mender mender(session);
-  if (drift.ipv6) mender.attempt(note_ipv6);
+  if (!drift.note.empty()) mender.attempt(note_ipv6);
   mender.attempt([&] { take_out(session, drift.set.drop); });
   mender.attempt([&] { take_out(session, drift.prefix_set.drop); });
   mender.mend(drift.devices, false);

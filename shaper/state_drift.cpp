@@ -206,8 +206,9 @@ SetDriftOf<Key> drift_of_set(const std::vector<SetEntry<Key>>& wanted, bool need
 void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrift& drift,
                     std::optional<StandingPrefixSet>& standing) {
   const bool needed = wanted.shaped && wanted.state.ipv6;
-  drift.ipv6 = needed;
-  if (!needed && !ipv6_is_noted()) return;
+  const bool noted = ipv6_is_noted();
+  if (!needed && !noted) return;
+  if (!noted) drift.note.push_back({DriftKind::missing, "note", kIpv6Note, "", {}, false});
   standing = list_prefix_set(session.netfilter);
   drift.prefix_set = prefix_set_drift(wanted.state.prefixes, needed, standing);
   const std::string commands =
@@ -219,7 +220,8 @@ void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrif
 }  // namespace
 
 std::vector<Drift> StateDrift::all() const {
-  std::vector<Drift> list = devices;
+  std::vector<Drift> list = note;
+  list.insert(list.end(), devices.begin(), devices.end());
   list.insert(list.end(), set.found.begin(), set.found.end());
   list.insert(list.end(), prefix_set.found.begin(), prefix_set.found.end());
   list.insert(list.end(), commands.begin(), commands.end());

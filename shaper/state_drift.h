@@ -28,11 +28,11 @@ using SetDrift = SetDriftOf<std::uint32_t>;
 using PrefixSetDrift = SetDriftOf<Ip6Prefix>;
 
 struct StateDrift {
+  /// The note of IPv6 where it is missing. It comes back before any object.
+  std::vector<Drift> note{};
   std::vector<Drift> devices;
   SetDrift set;
   PrefixSetDrift prefix_set{};
-  /// Whether objects of IPv6 are wanted, so that mending may make some.
-  bool ipv6 = false;
   /// Those of firewall and packet steering.
   std::vector<Drift> commands;
 

@@ -127,18 +127,17 @@ void HtbShaper::keep_line_only(const TariffChange& change) {
 
 HtbShaper::DeviceChanges HtbShaper::device_changes(const TariffChange& change,
                                                    const TariffSet& removed) {
-  DeviceChanges changes;
   const GlobalSettings& g = change.before.configured.global;
-  for (const Direction way : kDirections) {
+  const auto changed = [&](Direction way) {
     const std::int64_t configured = g.direction(way).speed;
     const std::int64_t previous = change.before.direction(way).line.speed;
     const bool remove = configured != kNeverSet || previous != kNeverSet;
     const ResolvedDirection& next = change.after.direction(way);
-    changes.at(way) =
-        change_of(*device(g, way), {next.line, previous, configured, largest_burst(next.tariffs)},
-                  {removed, change.created(way), remove});
-  }
-  return changes;
+    return change_of(*device(g, way),
+                     {next.line, previous, configured, largest_burst(next.tariffs)},
+                     {removed, change.created(way), remove});
+  };
+  return {changed(Direction::upload), changed(Direction::download)};
 }
 
 DeviceChange HtbShaper::change_of(const HtbIntf& intf, const LineChange& line,

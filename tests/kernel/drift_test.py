@@ -200,6 +200,7 @@ IP6_DAMAGES = {
     "mark of a prefix": (SET6.format("add") + "2001:db8:1:2::/64 skbmark 0x80000004/0x80003fff",
                          ["different: set prefix 2001:db8:1:2::/64: mark 0x80000004/0x80003fff, "
                           "not 0x80000005/0x80003fff"]),
+    "note": ("rm /run/quenby-ipv6", ["missing: note /run/quenby-ipv6"]),
     "marking rules": (f"ip6tables -t mangle -F {OUT}",
                       [f"missing: {MARKS.replace('rule', 'IPv6 rule')} .*"] * 7),
     "jump to the marking rules": (f"ip6tables -t mangle -D POSTROUTING -j {OUT}",
