@@ -17,12 +17,8 @@ bool contains(const std::vector<T>& list, const T& wanted) {
 
 std::optional<Holder> find_prefix(const Shaping& shaping, const Ip6Address& address) {
   const Ip6Prefix* longest = nullptr;
-  for (const ShapedClass& one : shaping.classes) {
-    for (const Ip6Prefix& prefix : one.planned.prefixes) {
-      const bool is_longer = longest == nullptr || prefix.length > longest->length;
-      if (is_longer && holds(prefix, address)) longest = &prefix;
-    }
-  }
+  for (const ShapedClass& one : shaping.classes)
+    longest = longest_of(one.planned.prefixes, address, longest);
   if (longest == nullptr) return std::nullopt;
   return *longest;
 }
@@ -66,6 +62,15 @@ std::string to_text(const Address& address) {
 
 bool holds(const Ip6Prefix& prefix, const Ip6Address& address) {
   return masked(address, prefix.length) == prefix.address;
+}
+
+const Ip6Prefix* longest_of(const std::vector<Ip6Prefix>& prefixes, const Ip6Address& address,
+                            const Ip6Prefix* longest) {
+  for (const Ip6Prefix& prefix : prefixes) {
+    const bool is_longer = longest == nullptr || prefix.length > longest->length;
+    if (is_longer && holds(prefix, address)) longest = &prefix;
+  }
+  return longest;
 }
 
 std::optional<Holder> find_holder(const Shaping& shaping, const Address& address) {

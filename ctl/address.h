@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "ctl/shaping.h"
 
@@ -21,6 +22,11 @@ std::string to_text(const Address& address);
 
 /// Whether an address is one of a prefix's.
 bool holds(const Ip6Prefix& prefix, const Ip6Address& address);
+
+/// The longest of `longest`, which may be null, and of those prefixes that hold the address; of
+/// several as long the first. Null where there is none.
+const Ip6Prefix* longest_of(const std::vector<Ip6Prefix>& prefixes, const Ip6Address& address,
+                            const Ip6Prefix* longest);
 
 /// What a tariff has of an address: itself, or the prefix that holds it.
 using Holder = std::variant<std::uint32_t, Ip6Prefix>;

@@ -21,12 +21,8 @@ bool lists(const std::vector<T>& list, const T& wanted) {
 
 std::optional<Ip6Prefix> longest_prefix(const TariffSet& tariffs, const Ip6Address& address) {
   const Ip6Prefix* longest = nullptr;
-  for (const TariffSettings& tariff : tariffs.tariffs()) {
-    for (const Ip6Prefix& prefix : tariff.prefixes) {
-      const bool is_longer = longest == nullptr || prefix.length > longest->length;
-      if (is_longer && holds(prefix, address)) longest = &prefix;
-    }
-  }
+  for (const TariffSettings& tariff : tariffs.tariffs())
+    longest = longest_of(tariff.prefixes, address, longest);
   if (longest == nullptr) return std::nullopt;
   return *longest;
 }

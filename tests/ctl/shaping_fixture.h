@@ -31,6 +31,14 @@ inline GlobalSet line(const std::string& wan = "eth1") {
   return set;
 }
 
+/// How the classes of packets that have none of their own show on that line.
+inline constexpr const char* kDefaultUpload =
+    "  upload: eth1 class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 5000 kbit/s, queue "
+    "fq_codel 8002:\n";
+inline constexpr const char* kDefaultDownload =
+    "  download: ifb_ingr class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 10000 "
+    "kbit/s, queue fq_codel 8002:\n";
+
 template <typename... T>
 Edit load_of(const GlobalSet& global, const T&... tariffs) {
   Edit edit;

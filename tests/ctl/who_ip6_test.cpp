@@ -9,18 +9,13 @@
 namespace quenby {
 namespace {
 
+using test::kDefaultDownload;
+using test::kDefaultUpload;
+
 constexpr const char* kClassesOfB =
     "  upload: eth1 class 8000:5, guarantee 500 kbit/s, ceiling 500 kbit/s, queue of the kernel\n"
     "  download: ifb_ingr class 8000:5, guarantee 1000 kbit/s, ceiling 1000 kbit/s, queue of the "
     "kernel\n";
-
-constexpr const char* kDefaultUpload =
-    "  upload: eth1 class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 5000 kbit/s, queue "
-    "fq_codel 8002:\n";
-constexpr const char* kDefaultDownload =
-    "  download: ifb_ingr class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 10000 "
-    "kbit/s, "
-    "queue fq_codel 8002:\n";
 
 // Of tariff "b", within one of tariff "a".
 constexpr const char* kAddress = "2001:db8:0:1203::5";

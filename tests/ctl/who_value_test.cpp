@@ -10,18 +10,14 @@
 namespace quenby {
 namespace {
 
+using test::kDefaultDownload;
+using test::kDefaultUpload;
+
 constexpr const char* kUploadOfA =
     "  upload: eth1 class 8000:4, guarantee 500 kbit/s, ceiling 500 kbit/s, queue of the kernel\n";
 constexpr const char* kDownloadOfA =
     "  download: ifb_ingr class 8000:4, guarantee 1000 kbit/s, ceiling 1000 kbit/s, queue of the "
     "kernel\n";
-constexpr const char* kDefaultUpload =
-    "  upload: eth1 class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 5000 kbit/s, queue "
-    "fq_codel 8002:\n";
-constexpr const char* kDefaultDownload =
-    "  download: ifb_ingr class 8000:2 of \"system\", guarantee 0.064 kbit/s, ceiling 10000 "
-    "kbit/s, "
-    "queue fq_codel 8002:\n";
 const std::string kDefaultClasses = std::string(kDefaultUpload) + kDefaultDownload;
 
 // A line with a default tariff; a direction without a speed has none of it.
