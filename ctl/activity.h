@@ -17,10 +17,9 @@ struct Activity {
   bool present = false;
 };
 
-/// Compares two readings of the same classes, `seconds` apart. Rates are 0 for a class that was not
-/// there before; one whose counters have begun again counts from 0. Needs lists of equal length and
-/// more than 0 seconds.
-std::vector<Activity> activity_between(const Counters& before, const Counters& after,
-                                       double seconds);
+/// Compares two readings of a class, `seconds` apart, of which there must be more than 0. Rates are
+/// 0 for a class that was not there before; one whose counters have begun again counts from 0.
+Activity activity_between(const std::optional<ClassCounters>& before,
+                          const std::optional<ClassCounters>& after, double seconds);
 
 }  // namespace quenby

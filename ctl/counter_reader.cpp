@@ -23,18 +23,21 @@ std::optional<std::size_t> CounterReader::Listed::place_of(std::uint32_t handle)
 }
 
 CounterReader::CounterReader(const std::vector<ShapedClass>& classes)
-    : socket_(open_socket(NETLINK_ROUTE)), size_(classes.size()) {
-  std::int32_t place = 0;
-  for (const ShapedClass& shaped : classes)
-    listed(shaped.planned.device).places[minor_of(shaped.planned.htb.handle)] = place++;
+    : socket_(open_socket(NETLINK_ROUTE)) {
+  for (const ShapedClass& shaped : classes) {
+    const Place place{listed(shaped.planned.device), shaped.planned.htb.handle};
+    devices_[place.device].places[minor_of(place.handle)] =
+        static_cast<std::int32_t>(places_.size());
+    places_.push_back(place);
+  }
 }
 
-CounterReader::Listed& CounterReader::listed(const std::string& name) {
+std::size_t CounterReader::listed(const std::string& name) {
   const auto found = std::find_if(devices_.begin(), devices_.end(),
                                   [&name](const Listed& device) { return device.name == name; });
-  if (found != devices_.end()) return *found;
+  if (found != devices_.end()) return static_cast<std::size_t>(found - devices_.begin());
   devices_.push_back({name, std::vector<std::int32_t>(kMinors, kNoPlace)});
-  return devices_.back();
+  return devices_.size() - 1;
 }
 
 void CounterReader::place(const std::vector<ClassCounters>& read, const Listed& device,
@@ -56,17 +59,34 @@ void CounterReader::place(const std::vector<LeafDrops>& read, Counters& counters
   }
 }
 
+int CounterReader::ifindex_of(const Listed& device) {
+  return static_cast<int>(if_nametoindex(device.name.c_str()));
+}
+
 std::map<int, const CounterReader::Listed*> CounterReader::devices() const {
   std::map<int, const Listed*> found;
   for (const Listed& device : devices_) {
-    const auto ifindex = static_cast<int>(if_nametoindex(device.name.c_str()));
+    const int ifindex = ifindex_of(device);
     if (ifindex != 0) found[ifindex] = &device;
   }
   return found;
 }
 
+Counters CounterReader::read_classes(const std::vector<std::size_t>& places) const {
+  std::vector<int> ifindexes;
+  for (const Listed& device : devices_) ifindexes.push_back(ifindex_of(device));
+  Counters counters;
+  for (const std::size_t at : places) {
+    const auto& [device, handle] = places_[at];
+    const int ifindex = ifindexes[device];
+    const Device asked{devices_[device].name, socket_.get(), nullptr, ifindex};
+    counters.push_back(ifindex == 0 ? std::nullopt : class_counters(asked, handle));
+  }
+  return counters;
+}
+
 Counters CounterReader::read_classes() const {
-  Counters counters(size_);
+  Counters counters(places_.size());
   for (const auto& [ifindex, device] : devices())
     place(class_counters({device->name, socket_.get(), nullptr, ifindex}), *device, counters);
   return counters;
@@ -83,7 +103,7 @@ Counters CounterReader::read() const {
 }
 
 Counters CounterReader::of(const CounterLists& lists) const {
-  Counters counters(size_);
+  Counters counters(places_.size());
   for (const auto& [ifindex, device] : devices()) {
     const auto read = lists.classes.find(ifindex);
     if (read != lists.classes.end()) place(read->second, *device, counters);

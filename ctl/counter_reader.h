@@ -25,6 +25,9 @@ class CounterReader {
   /// With one dump of classes per device. Drops are those that HTB knows.
   Counters read_classes() const;
 
+  /// The same of a few, by their places in the list and in that order, with a request for each.
+  Counters read_classes(const std::vector<std::size_t>& places) const;
+
   /// Raises the drops to what classes and leaves have dropped together, with a dump of all leaves.
   /// It takes the kernel the longer the more there are in the square: 60 ms for 30,000.
   void add_leaf_drops(Counters& counters) const;
@@ -44,7 +47,16 @@ class CounterReader {
     std::optional<std::size_t> place_of(std::uint32_t handle) const;
   };
 
-  Listed& listed(const std::string& name);
+  /// A class of the list.
+  struct Place {
+    /// Which of the devices has it.
+    std::size_t device = 0;
+    std::uint32_t handle = 0;
+  };
+
+  std::size_t listed(const std::string& name);
+  /// 0 for a device that there is not.
+  static int ifindex_of(const Listed& device);
   /// The devices that there are, by their interface indexes.
   std::map<int, const Listed*> devices() const;
   static void place(const std::vector<ClassCounters>& read, const Listed& device,
@@ -52,8 +64,8 @@ class CounterReader {
   void place(const std::vector<LeafDrops>& read, Counters& counters) const;
 
   SocketPtr socket_;
-  std::size_t size_;
   std::vector<Listed> devices_;
+  std::vector<Place> places_;
 };
 
 }  // namespace quenby

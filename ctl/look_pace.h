@@ -1,20 +1,36 @@
 #pragma once
 
-#include <cmath>
+#include <chrono>
 
-/// How often the live screen looks.
 namespace quenby {
 
-/// Looking takes no more than 4 % of a processor, however many classes there are: the router has
-/// other work.
-inline constexpr double kLookShare = 25;
+/// How often the live screen looks at all classes, or at those that it shows alone: the router has
+/// other work. Looks at all take no more than 3 % of a processor, however many classes there are;
+/// where they come more seldom than they should, looks at what is shown take 1 % in between.
+class LookPace {
+ public:
+  using Clock = std::chrono::steady_clock;
 
-/// What lies between the beginnings of a look and of the next one, which are to be `interval`
-/// apart, where the look lasted `elapsed` and `used` so much of a processor. All in seconds; more
-/// than the interval comes in whole tenths, to be shown.
-inline double seconds_to_next_look(double interval, double elapsed, double used) {
-  const double needed = elapsed + used * kLookShare;
-  return needed <= interval ? interval : std::ceil(needed * 10) / 10;
-}
+  /// Looks that take little are `interval` seconds apart.
+  explicit LookPace(double interval);
+
+  /// Whether a look that begins now is to be at all classes.
+  bool is_at_all(Clock::time_point now) const { return now >= all_due_; }
+  /// Takes note of a look that lasted `elapsed` seconds and used so many of a processor.
+  void note(bool at_all, Clock::time_point begin, double elapsed, double used);
+
+  /// What lies between the beginnings of looks, and of looks at all, in seconds. More than was
+  /// asked for comes in whole tenths, and the second in multiples of the first.
+  double interval() const { return interval_; }
+  double interval_of_all() const { return interval_of_all_; }
+
+ private:
+  double needed(double elapsed, double used, double share) const;
+
+  double wanted_;
+  double interval_;
+  double interval_of_all_;
+  Clock::time_point all_due_;
+};
 
 }  // namespace quenby

@@ -22,7 +22,7 @@
 namespace quenby {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using Clock = LookPace::Clock;
 
 constexpr std::size_t kAllRows = std::numeric_limits<std::size_t>::max();
 constexpr std::size_t kUsualWidth = 80;
@@ -64,13 +64,13 @@ void print_line(const ScreenLine& line) {
 Status print_once(const TopOptions& options) {
   TopModel model;
   std::this_thread::sleep_for(std::chrono::duration<double>(options.interval));
-  model.sample(true);
+  model.look_at_all(true);
   const TopState state = first_state(options);
   const TopView view = view_of(model.shaping(), model.activities(), state, kAllRows);
   if (options.json) {
     std::cout << json_text(model.shaping(), view, model.seconds());
   } else {
-    const ScreenFacts facts = {time_of_day(), options.interval, ""};
+    const ScreenFacts facts = {time_of_day(), options.interval, options.interval, ""};
     for (const ScreenLine& line : screen_of(model.shaping(), view, state, facts, stdout_width()))
       print_line(line);
   }
@@ -86,14 +86,16 @@ class LiveScreen {
  public:
   explicit LiveScreen(const TopOptions& options)
       : state_(first_state(options)),
-        facts_{time_of_day(), options.interval, ""},
-        interval_(options.interval) {}
+        facts_{time_of_day(), options.interval, options.interval, ""},
+        interval_(options.interval),
+        pace_(options.interval) {}
 
   // Until the operator ends it.
   void run();
 
  private:
   void look();
+  void read(bool at_all);
   void draw();
   int milliseconds_left() const;
 
@@ -103,33 +105,48 @@ class LiveScreen {
   TopState state_;
   ScreenFacts facts_;
   double interval_;
+  LookPace pace_;
   Clock::time_point next_ = Clock::now();
   std::size_t rows_ = 0;
+  std::vector<std::size_t> shown_;
 };
 
 void LiveScreen::look() {
   const Clock::time_point begin = Clock::now();
   next_ = std::max(next_ + in_clock(interval_), begin);
-  if (state_.paused) return;
+  if (state_.paused) return draw();
   const std::clock_t before = std::clock();
+  const bool at_all = pace_.is_at_all(begin);
+  read(at_all);
+  draw();
+  const double used = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
+  const std::chrono::duration<double> elapsed = Clock::now() - begin;
+  pace_.note(at_all, begin, elapsed.count(), used);
+  if (pace_.interval() > interval_) next_ = std::max(next_, begin + in_clock(pace_.interval()));
+}
+
+void LiveScreen::read(bool at_all) {
   facts_.time = time_of_day();
-  facts_.message.clear();
   // The files may be good again at the next look, and the kernel answer.
   try {
-    model_.sample(false);
+    if (at_all) {
+      facts_.message.clear();
+      model_.look_at_all(false);
+    } else {
+      model_.look_at(shown_);
+    }
   } catch (const std::exception& e) {
     facts_.message = e.what();
   }
-  const double used = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC;
-  const std::chrono::duration<double> elapsed = Clock::now() - begin;
-  facts_.interval = seconds_to_next_look(interval_, elapsed.count(), used);
-  if (facts_.interval > interval_) next_ = std::max(next_, begin + in_clock(facts_.interval));
 }
 
 void LiveScreen::draw() {
+  facts_.interval = pace_.interval();
+  facts_.interval_of_all = pace_.interval_of_all();
   const TopView view =
       view_of(model_.shaping(), model_.activities(), state_, rows_of_screen(terminal_.height()));
   rows_ = view.all;
+  shown_ = places_shown(model_.shaping(), view);
   state_.offset = view.offset;
   terminal_.draw(screen_of(model_.shaping(), view, state_, facts_, terminal_.width()),
                  key_line(state_));
@@ -142,11 +159,15 @@ int LiveScreen::milliseconds_left() const {
 
 void LiveScreen::run() {
   next_ = Clock::now() + in_clock(interval_);
+  draw();
   for (bool wanted = true; wanted;) {
-    draw();
     const auto key = terminal_.wait(milliseconds_left());
     if (key) wanted = press(state_, *key, rows_of_screen(terminal_.height()), rows_);
-    if (Clock::now() >= next_) look();
+    if (Clock::now() >= next_) {
+      look();
+    } else {
+      draw();
+    }
   }
 }
 

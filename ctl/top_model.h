@@ -17,16 +17,20 @@ class TopModel {
   /// Reads files and counters. Throws as `read_shaping`.
   TopModel();
 
-  /// Looks again: activities are those since the last look that succeeded. The drops of leaves are
-  /// listed so often that it takes half a per cent of a processor, and their rates are of the time
-  /// in between; or each time, with `all`. Throws when files or kernel fail; then what was read
-  /// before stays.
-  void sample(bool all);
+  /// Looks at all classes again, and at the files: activities are those since a class was last
+  /// read. The drops of leaves are listed so often that it takes half a per cent of a processor,
+  /// and their rates are of the time in between; or each time, with `drops`. Throws when files or
+  /// kernel fail; then what was read before stays.
+  void look_at_all(bool drops);
+
+  /// Looks at a few classes again, by their places in the list, with what the last look at all told
+  /// of files and leaves. Throws when the kernel fails; then what was read before stays.
+  void look_at(const std::vector<std::size_t>& places);
 
   const Shaping& shaping() const { return shaping_; }
   /// In the order of the classes.
   const std::vector<Activity>& activities() const { return activities_; }
-  /// The seconds between the last two looks; 0 after the first.
+  /// The seconds between the last two looks at all; 0 after the first.
   double seconds() const { return seconds_; }
 
  private:
@@ -53,18 +57,28 @@ class TopModel {
     Counters counters;
     Clock::time_point at;
   };
+  /// The same with the drops of leaves, which took so many seconds of a processor.
+  struct DropLook {
+    Look look;
+    double used = 0;
+  };
 
   static Stamp stamp_of(const std::string& path);
   static Surroundings surroundings(const Shaping& shaping);
+  static DropLook with_drops(const CounterReader& reader, Look look);
   void load();
-  /// Lists the drops of leaves too.
-  void look_at_drops(Look& look);
-  void take_over_drops(std::vector<Activity>& activities) const;
+  void take_over(DropLook drops);
+  void take_over(std::size_t place, const std::optional<ClassCounters>& counters,
+                 Clock::time_point at);
 
   Shaping shaping_;
   Surroundings loaded_;
   std::unique_ptr<CounterReader> reader_;
-  Look last_;
+  /// What each class has told last, and when.
+  Counters counters_;
+  std::vector<Clock::time_point> times_;
+  /// The last look at all.
+  Clock::time_point looked_;
   /// The last look at drops, what it told and when the next one is due.
   Look last_drops_;
   std::vector<Activity> drops_;

@@ -157,8 +157,11 @@ ScreenLine direction_line(const ShapedDirection& direction, const TopTotal& tota
 }
 
 ScreenLine title(const Shaping& shaping, const TopState& state, const ScreenFacts& facts) {
-  std::string text = "quenbyctl top  " + facts.time + "  every " + plain_number(facts.interval) +
-                     " s  " + std::to_string(shaping.tariffs) + " tariffs";
+  std::string text =
+      "quenbyctl top  " + facts.time + "  every " + plain_number(facts.interval) + " s";
+  if (facts.interval_of_all > facts.interval)
+    text += ", all every " + plain_number(facts.interval_of_all) + " s";
+  text += "  " + std::to_string(shaping.tariffs) + " tariffs";
   if (!shaping.enabled) text += "  shaping is not enabled";
   if (state.paused) text += "  paused";
   if (!state.filter.empty()) text += "  filter: " + state.filter;

@@ -19,6 +19,8 @@ struct ScreenFacts {
   std::string time;
   /// What lies between the last look and the next one, in seconds.
   double interval = 1;
+  /// The same of looks at all classes, where the others are at those on the screen.
+  double interval_of_all = 1;
   /// What went wrong at the last look; empty when all is well.
   std::string message;
 };

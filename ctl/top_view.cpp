@@ -113,4 +113,16 @@ TopView view_of(const Shaping& shaping, const std::vector<Activity>& activities,
   return view;
 }
 
+std::vector<std::size_t> places_shown(const Shaping& shaping, const TopView& view) {
+  std::vector<std::size_t> places;
+  const auto note = [&](const TopRow& row) {
+    places.push_back(static_cast<std::size_t>(row.shaped - shaping.classes.data()));
+  };
+  for (const TopTotal& total : view.totals) {
+    if (total.line) note(*total.line);
+  }
+  for (const TopRow& row : view.rows) note(row);
+  return places;
+}
+
 }  // namespace quenby

@@ -43,4 +43,7 @@ struct TopView {
 TopView view_of(const Shaping& shaping, const std::vector<Activity>& activities,
                 const TopState& state, std::size_t page);
 
+/// The places in the list of classes of what the view shows, lines and rows.
+std::vector<std::size_t> places_shown(const Shaping& shaping, const TopView& view);
+
 }  // namespace quenby

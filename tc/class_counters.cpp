@@ -3,8 +3,8 @@
 #include <linux/gen_stats.h>
 #include <linux/pkt_sched.h>
 #include <linux/rtnetlink.h>
+#include <netlink/errno.h>
 
-#include <optional>
 #include <utility>
 
 #include "tc/attributes.h"
@@ -81,6 +81,20 @@ std::vector<ClassCounters> class_counters(const Device& device) {
   CounterLists lists = list_counters(device.sock, RTM_GETTCLASS, header, result);
   device.chk_nl_error("list classes", result);
   return std::move(lists.classes[device.ifindex]);
+}
+
+std::optional<ClassCounters> class_counters(const Device& device, std::uint32_t handle) {
+  tcmsg header{};
+  header.tcm_ifindex = device.ifindex;
+  header.tcm_handle = handle;
+  CounterLists lists;
+  const int result = get_object(device.sock, RTM_GETTCLASS, header,
+                                [&lists](const nlmsghdr* message) { lists.note(message); });
+  if (result == -NLE_OBJ_NOTFOUND) return std::nullopt;
+  device.chk_nl_error("get class", result);
+  const std::vector<ClassCounters>& classes = lists.classes[device.ifindex];
+  if (classes.empty()) return std::nullopt;
+  return classes.front();
 }
 
 std::vector<LeafDrops> leaf_drops(nl_sock* sock) {

@@ -4,12 +4,13 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include "tc/device.h"
 
-/// What classes have carried and what waits in them, with one dump for all of a device. Every
-/// refusal of the kernel is an error as in `Device`.
+/// What classes have carried and what waits in them, with one dump for all of a device or a request
+/// for each. Every refusal of the kernel is an error as in `Device`.
 namespace quenby {
 
 /// The counters of a class since it was made.
@@ -32,6 +33,10 @@ struct ClassCounters {
 /// The classes of the device's HTB root of ours, in the kernel's order; none where there is no such
 /// root. The flows that leaves list as classes are not even asked for.
 std::vector<ClassCounters> class_counters(const Device& device);
+
+/// One class of the device; nothing where the kernel has none of that handle. For a few of many: a
+/// dump takes the kernel the longer the more classes there are.
+std::optional<ClassCounters> class_counters(const Device& device, std::uint32_t handle);
 
 /// All packets that a leaf has dropped since it was made, refused ones included.
 struct LeafDrops {

@@ -15,4 +15,9 @@ namespace quenby {
 int list_objects(nl_sock* sock, int type, tcmsg header,
                  const std::function<void(const nlmsghdr*)>& note);
 
+/// The same for the one object that `header` names. The kernel tells all who listen to traffic
+/// control of it, as of a change. -NLE_OBJ_NOTFOUND when there is none.
+int get_object(nl_sock* sock, int type, tcmsg header,
+               const std::function<void(const nlmsghdr*)>& note);
+
 }  // namespace quenby

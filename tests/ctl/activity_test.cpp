@@ -12,7 +12,7 @@ ClassCounters counted(std::uint64_t packets, std::uint64_t bytes, std::uint64_t 
 
 Activity between(const std::optional<ClassCounters>& before,
                  const std::optional<ClassCounters>& after, double seconds = 2) {
-  return activity_between({before}, {after}, seconds).at(0);
+  return activity_between(before, after, seconds);
 }
 
 TEST(Activity, IsTheDifferenceOverTheTime) {

@@ -167,6 +167,22 @@ TEST(View, AddsUpWhatIsShown) {
   EXPECT_EQ(view.totals[0].line->activity->packets_per_second, 20);
 }
 
+TEST(View, TellsWhatItShows) {
+  const Shaping shaping = three();
+  const std::vector<Activity> activities = busy();
+  TopState state;
+  state.filter = "a";
+  state.ways = Ways::download;
+  const TopView view = view_of(shaping, activities, state, 1);
+  ASSERT_EQ(view.rows.size(), 1U);
+  std::vector<std::string> shown;
+  for (const std::size_t place : places_shown(shaping, view)) {
+    const PlannedClass& planned = shaping.classes[place].planned;
+    shown.push_back(planned.device + ' ' + planned.name);
+  }
+  EXPECT_EQ(shown, (std::vector<std::string>{"eth1 root", "ifb_ingr root", "ifb_ingr amy"}));
+}
+
 Lines texts(const std::vector<ScreenLine>& lines) {
   Lines all;
   for (const ScreenLine& line : lines) all.push_back(line.text);
@@ -177,7 +193,7 @@ struct Shown {
   Shaping shaping = three();
   std::vector<Activity> activities = busy();
   TopState state;
-  ScreenFacts facts = {"12:34:56", 1, ""};
+  ScreenFacts facts = {"12:34:56", 1, 1, ""};
 
   std::vector<ScreenLine> lines(std::size_t width, std::size_t page = kAll) const {
     return screen_of(shaping, view_of(shaping, activities, state, page), state, facts, width);
@@ -198,6 +214,14 @@ TEST(Screen, OfEightyColumns) {
       "cat                 up        0   2.00M [          ]    0%      0      0       0",
       "cat                 down      0   2.00M [          ]    0%      0      0       0"}));
   // clang-format on
+}
+
+TEST(Screen, TellsOfLooksAtAll) {
+  Shown shown;
+  shown.facts.interval = 0.5;
+  shown.facts.interval_of_all = 3.5;
+  EXPECT_EQ(shown.lines(60)[0].text,
+            "quenbyctl top  12:34:56  every 0.5 s, all every 3.5 s  3 tar");
 }
 
 TEST(Screen, FitsEveryWidth) {

@@ -13,12 +13,17 @@ using quenby::ClassCounters;
 using quenby::leaf_drops;
 using quenby::LeafDrops;
 using testing::ElementsAre;
+using testing::Eq;
+using testing::ExitedWithCode;
 using testing::IsEmpty;
 
 class CountersTest : public DeviceTest {
  protected:
   std::vector<ClassCounters> counters() {
     return class_counters({"eth1", kernel.socket().get(), nullptr, kWanIndex});
+  }
+  std::optional<ClassCounters> counters_of(std::uint32_t handle) {
+    return class_counters({"eth1", kernel.socket().get(), nullptr, kWanIndex}, handle);
   }
   std::vector<std::uint32_t> handles() {
     std::vector<std::uint32_t> found;
@@ -56,6 +61,34 @@ TEST_F(CountersTest, TheFlowsOfLeavesAreNoClasses) {
   kernel.has_class(listed_class(kWanIndex, 0x00010001, 0x00010000));
   kernel.has_class(listed_class(kIfbIndex, 0x80000005, 0x80000001));
   EXPECT_THAT(handles(), ElementsAre(0x80000004));
+}
+
+TEST_F(CountersTest, OneClassIsAskedFor) {
+  EXPECT_EQ(counters_of(0x80000005), std::nullopt);
+  EXPECT_EQ(kernel.requests(), R"(RTM_GETTCLASS REQUEST|ACK|ECHO
+  family 0 ifindex 3
+  handle 8000:5
+  parent none
+  info 0
+)");
+}
+
+TEST_F(CountersTest, OneClassIsReadAsAmongAll) {
+  ListedClass gold = listed_class(kWanIndex, 0x80000005, 0x80000001);
+  gold.traffic = {0xffff'ffff'ffff'ffff, 0xffff'ffff};
+  gold.queue = {21, 0xffff'fffe, 0x8000'0000, 24, 17};
+  kernel.has_class(listed_class(kWanIndex, 0x80000004, 0x80000001));
+  kernel.has_class(gold);
+  kernel.has_class(listed_class(kIfbIndex, 0x80000005, 0x80000001));
+  EXPECT_EQ(counters_of(0x80000005), counters().at(1));
+  EXPECT_EQ(counters_of(0x80000006), std::nullopt);
+}
+
+TEST_F(CountersTest, ARefusalThatMeansMoreIsAnError) {
+  kernel.has_class(listed_class(kWanIndex, 0x80000005, 0x80000001));
+  kernel.refuse(RTM_GETTCLASS, ENODEV);
+  EXPECT_EXIT(counters_of(0x80000005), ExitedWithCode(1),
+              Eq("Error: eth1 failed to get class(No such device)\n"));
 }
 
 TEST_F(CountersTest, LeavesAreListedWithTheirClasses) {

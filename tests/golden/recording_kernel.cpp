@@ -131,6 +131,8 @@ void RecordingKernel::handle(const nlmsghdr& request) {
   if (error == 0 && is_dump(request)) {
     answer_dump(request);
   } else {
+    if (error == 0 && request.nlmsg_type == RTM_GETTCLASS && protocol_ == NETLINK_ROUTE)
+      answer_class_query(request, header_of<tcmsg>(request));
     answer_status(request, error);
   }
 }
@@ -221,6 +223,18 @@ void RecordingKernel::answer_device_dump(const nlmsghdr& request, const tcmsg& h
   for (const ListedClass& listed : classes_) {
     if (request.nlmsg_type == RTM_GETTCLASS && listed.ifindex == header.tcm_ifindex)
       queue(request, class_message(listed));
+  }
+}
+
+// Its asker is told only when that is wanted.
+void RecordingKernel::answer_class_query(const nlmsghdr& request, const tcmsg& header) {
+  if ((request.nlmsg_flags & NLM_F_ECHO) == 0) return;
+  for (const ListedClass& listed : classes_) {
+    if (listed.ifindex != header.tcm_ifindex || listed.handle != header.tcm_handle) continue;
+    MsgPtr answer = class_message(listed);
+    // It is no part of a list.
+    nlmsg_hdr(answer.get())->nlmsg_flags &= static_cast<std::uint16_t>(~NLM_F_MULTI);
+    queue(request, std::move(answer));
   }
 }
 

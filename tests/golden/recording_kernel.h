@@ -85,6 +85,7 @@ class RecordingKernel {
   void answer_status(const nlmsghdr& request, int error);
   void answer_dump(const nlmsghdr& request);
   void answer_device_dump(const nlmsghdr& request, const tcmsg& header);
+  void answer_class_query(const nlmsghdr& request, const tcmsg& header);
   void queue(const nlmsghdr& request, quenby::MsgPtr reply);
 
   int protocol_;
