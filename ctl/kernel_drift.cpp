@@ -52,12 +52,9 @@ Asked read_asked() {
 std::vector<Drift> all_drift(const Asked& asked, const StateDrift& drift) {
   std::vector<Drift> list = drift.all();
   if (asked.is_renumbered()) {
-    list.insert(list.begin(), {DriftKind::different,
-                               kTariffFile,
-                               "class numbers",
-                               "they do not fit, and are handed out again",
-                               {},
-                               false});
+    list.insert(list.begin(),
+                {DriftKind::different, kTariffFile, "class numbers",
+                 "they do not fit, and are handed out again", MendedOtherwise{}, false});
   }
   return list;
 }

@@ -5,33 +5,28 @@
 namespace quenby {
 namespace {
 
-// Not taken away by a repair or a teardown, as somebody else's programs may hang on it.
-std::string remedy_of_ingress(const Drift& drift) {
-  const std::string kind = drift.detail.substr(0, drift.detail.find(','));
-  return "tc qdisc del dev " + shell_word(drift.place) + ' ' + kind + " && " + kRepair;
-}
+struct Adviser {
+  const std::string& device;
 
-// Of a table that cannot be listed.
-std::string remedy_of_table(const std::string& object) {
-  constexpr std::string_view kIp6Table = "IPv6 table ";
-  constexpr std::string_view kTable = "table ";
-  const bool ipv6 = object.starts_with(kIp6Table);
-  return std::string("see to what \"") + (ipv6 ? "ip6tables" : "iptables") + " -t " +
-         object.substr((ipv6 ? kIp6Table : kTable).size()) + " -S\" says, then " + kRepair;
-}
+  std::string operator()(const Mendings& requests) const {
+    return requests.empty() ? "quenby --stop && quenby --load" : kRepair;
+  }
+  std::string operator()(MendedOtherwise) const { return kRepair; }
+  std::string operator()(const OtherSetType& set) const {
+    return "quenby --stop && ipset destroy " + set.name + " && quenby --load";
+  }
+  std::string operator()(const UnlistedTable& table) const {
+    const char* const program = table.family == Family::ipv6 ? "ip6tables" : "iptables";
+    return std::string("see to what \"") + program + " -t " + table.name + " -S\" says, then " +
+           kRepair;
+  }
+  std::string operator()(const OtherIngress& ingress) const {
+    return "tc qdisc del dev " + shell_word(device) + ' ' + ingress.kind + " && " + kRepair;
+  }
+};
 
 }  // namespace
 
-std::string remedy_of(const Drift& drift) {
-  const bool is_set_type = drift.place == "set" && drift.kind == DriftKind::different &&
-                           drift.detail.starts_with("type ");
-  if (is_set_type) return "quenby --stop && ipset destroy " + drift.object + " && quenby --load";
-  // Entries of a set, and class numbers, are mended without a request to a device.
-  const bool is_of_device = drift.place != "set" && drift.object != "class numbers";
-  if (!drift.mendings.empty() || !is_of_device) return kRepair;
-  if (drift.place == "firewall") return remedy_of_table(drift.object);
-  if (drift.object.starts_with("qdisc ffff:")) return remedy_of_ingress(drift);
-  return "quenby --stop && quenby --load";
-}
+std::string remedy_of(const Drift& drift) { return std::visit(Adviser{drift.place}, drift.cure); }
 
 }  // namespace quenby

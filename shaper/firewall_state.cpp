@@ -139,10 +139,13 @@ class Comparison {
   std::vector<Drift> run();
 
  private:
-  Drift& note(DriftKind kind, const std::string& object, const std::string& mending) {
+  Drift& note(DriftKind kind, const std::string& object, Cure cure) {
     const std::string family = family_ == Family::ipv6 ? "IPv6 " : "";
     return found_.emplace_back(
-        Drift{kind, "firewall", family + object, "", {RunCommand{mending}}, false});
+        Drift{kind, "firewall", family + object, "", std::move(cure), false});
+  }
+  Drift& note(DriftKind kind, const std::string& object, const std::string& command) {
+    return note(kind, object, Mendings{RunCommand{command}});
   }
   std::string command(const FirewallChain& chain, const std::string& action,
                       const std::string& rest) const {
@@ -166,9 +169,8 @@ class Comparison {
 
 std::vector<Drift> Comparison::run() {
   for (const std::string& table : standing_.unknown) {
-    Drift& drift = note(DriftKind::different, "table " + table, "");
-    drift.detail = "cannot be listed";
-    drift.mendings.clear();
+    note(DriftKind::different, "table " + table, UnlistedTable{family_, table}).detail =
+        "cannot be listed";
   }
   if (knows(kTracking)) compare_tracking();
   for (const FirewallChain& chain : {kMarkOut, kMarkIn, kDrop}) {

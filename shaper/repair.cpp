@@ -17,9 +17,10 @@ class Mender {
 
   void mend(const std::vector<Drift>& drifts, bool last) {
     for (const Drift& drift : drifts) {
-      if (drift.last != last) continue;
+      const auto* const mendings = std::get_if<Mendings>(&drift.cure);
+      if (mendings == nullptr || drift.last != last) continue;
       attempt([&] {
-        for (const Mending& mending : drift.mendings) mend(drift.place, mending);
+        for (const Mending& mending : *mendings) mend(drift.place, mending);
       });
     }
   }

@@ -100,7 +100,7 @@ void compare_imq(Devices& devices, const WantedState& wanted, std::vector<Drift>
 void compare_removed(Devices& devices, std::vector<Drift>& found) {
   const Device ifb = devices.find(kIfbName);
   if (!ifb.exists()) return;
-  found.push_back({DriftKind::unwanted, kIfbName, "", "", {DropDevice{}}, false});
+  found.push_back({DriftKind::unwanted, kIfbName, "", "", Mendings{DropDevice{}}, false});
 }
 
 std::vector<Drift> compare_devices(const Session& session, const WantedState& wanted,
@@ -121,12 +121,9 @@ std::vector<Drift> compare_steering(const WantedState& wanted) {
   const std::string processors = steered_processors(wanted.state.steering);
   const std::string standing = processors.empty() ? "" : standing_processors(wanted.wan);
   if (processors == standing) return {};
-  return {{DriftKind::different,
-           "steering",
-           wanted.wan,
+  return {{DriftKind::different, "steering", wanted.wan,
            (standing.empty() ? "none" : standing) + ", not " + processors,
-           {RunCommand{wanted.state.steering}},
-           false}};
+           Mendings{RunCommand{wanted.state.steering}}, false}};
 }
 
 template <typename Key>
@@ -142,7 +139,7 @@ const char* name_of_set(const PrefixSetDrift& /*kind*/) { return kAddressSet6; }
 
 template <typename Key>
 Drift entry_drift(DriftKind kind, const Key& address, std::string detail = "") {
-  return {kind, "set", key_text(address), std::move(detail), {}, false};
+  return {kind, "set", key_text(address), std::move(detail), MendedOtherwise{}, false};
 }
 
 // One entry for each address, the last that it has in the list.
@@ -182,13 +179,15 @@ SetDriftOf<Key> drift_of_set(const std::vector<SetEntry<Key>>& wanted, bool need
   if (!standing) {
     if (!needed) return drift;
     drift.make = true;
-    drift.found.push_back({DriftKind::missing, "set", name_of_set(drift), "", {}, false});
+    drift.found.push_back(
+        {DriftKind::missing, "set", name_of_set(drift), "", MendedOtherwise{}, false});
     for (const auto& [address, entry] : entries) drift.put.push_back(entry);
     return drift;
   }
   if (needed && !standing->is_of_our_type()) {
+    const char* const name = name_of_set(drift);
     drift.found.push_back(
-        {DriftKind::different, "set", name_of_set(drift), "type " + standing->type, {}, false});
+        {DriftKind::different, "set", name, "type " + standing->type, OtherSetType{name}, false});
     return drift;
   }
   compare_standing(*standing, entries, drift);
@@ -208,7 +207,8 @@ void find_ip6_drift(const Session& session, const WantedState& wanted, StateDrif
   const bool needed = wanted.shaped && wanted.state.ipv6;
   const bool noted = ipv6_is_noted();
   if (!needed && !noted) return;
-  if (!noted) drift.note.push_back({DriftKind::missing, "note", kIpv6Note, "", {}, false});
+  if (!noted)
+    drift.note.push_back({DriftKind::missing, "note", kIpv6Note, "", MendedOtherwise{}, false});
   standing = list_prefix_set(session.netfilter);
   drift.prefix_set = prefix_set_drift(wanted.state.prefixes, needed, standing);
   const std::string commands =

@@ -47,7 +47,7 @@ class WantedObjects {
   std::map<Values, TcObject> made_;
 };
 
-void add_branch(std::vector<Mending>& mendings, const ClassBranch& branch) {
+void add_branch(Mendings& mendings, const ClassBranch& branch) {
   mendings.push_back(MakeClass{branch.htb});
   if (branch.leaf) mendings.push_back(MakeQdisc{*branch.leaf});
 }
@@ -81,9 +81,9 @@ class Comparison {
   std::vector<Drift> run();
 
  private:
-  Drift& note(DriftKind kind, std::string object, std::string detail = "") {
-    return found_.emplace_back(
-        Drift{kind, wanted_.device.name, std::move(object), std::move(detail), {}, false});
+  Drift& note(DriftKind kind, std::string object, Cure cure, std::string detail = "") {
+    return found_.emplace_back(Drift{kind, wanted_.device.name, std::move(object),
+                                     std::move(detail), std::move(cure), false});
   }
 
   const Qdisc* wanted_root() const;
@@ -93,7 +93,7 @@ class Comparison {
   void compare_ingress();
   // Whether classes can be compared: there is a root of the right kind.
   bool compare_root();
-  void build_tree(std::vector<Mending>& mendings) const;
+  void build_tree(Mendings& mendings) const;
   void compare_classes();
   void compare_class(const ClassBranch& branch, const TcObject& standing);
   void compare_leaf(const ClassBranch& branch);
@@ -148,9 +148,9 @@ std::vector<Drift> Comparison::run() {
 void Comparison::compare_link() {
   if (*wanted_.kind == '\0' || wanted_root() == nullptr || standing_.up) return;
   if (standing_.ifindex == 0) {
-    note(DriftKind::missing, "").mendings.push_back(MakeDevice{wanted_.kind});
+    note(DriftKind::missing, "", Mendings{MakeDevice{wanted_.kind}});
   } else {
-    note(DriftKind::different, "link", "down, not up").mendings.push_back(RaiseDevice{});
+    note(DriftKind::different, "link", Mendings{RaiseDevice{}}, "down, not up");
   }
 }
 
@@ -160,9 +160,9 @@ void Comparison::compare_ingress() {
     const TcObject* const found = standing_.qdisc_at(tree->ingress->parent);
     const std::string name = qdisc_name(tree->ingress->handle);
     if (found == nullptr) {
-      note(DriftKind::missing, name).mendings.push_back(MakeQdisc{*tree->ingress});
+      note(DriftKind::missing, name, Mendings{MakeQdisc{*tree->ingress}});
     } else if (found->kind != kind_name(tree->ingress->kind)) {
-      note(DriftKind::different, name, found->kind + ", not ingress");
+      note(DriftKind::different, name, OtherIngress{found->kind}, found->kind + ", not ingress");
     }
   }
 }
@@ -172,14 +172,15 @@ bool Comparison::compare_root() {
   const TcObject* const found = standing_.qdisc_at(TC_H_ROOT);
   if (root == nullptr) {
     if (found != nullptr && is_our_root(*found))
-      note(DriftKind::unwanted, qdisc_name(found->handle)).mendings.push_back(DropRoot{});
+      note(DriftKind::unwanted, qdisc_name(found->handle), Mendings{DropRoot{}});
     return false;
   }
   if (found == nullptr) {
     // A device that is missing is named already.
-    Drift& drift =
-        standing_.ifindex != 0 ? note(DriftKind::missing, qdisc_name(root->handle)) : found_.back();
-    build_tree(drift.mendings);
+    Drift& drift = standing_.ifindex != 0
+                       ? note(DriftKind::missing, qdisc_name(root->handle), Mendings{})
+                       : found_.back();
+    build_tree(std::get<Mendings>(drift.cure));
     return false;
   }
   const TcObject object = wanted_object(wanted_.device, *root);
@@ -187,13 +188,13 @@ bool Comparison::compare_root() {
   const bool alike = found->kind == object.kind && found->handle == object.handle;
   if (alike && detail.empty()) return root->kind == QdiscKind::htb;
   if (!alike) detail = found->kind + ' ' + handle_text(found->handle) + ", not " + object.kind;
-  Drift& drift = note(DriftKind::different, qdisc_name(root->handle), detail);
-  drift.mendings.push_back(DropRoot{});
-  build_tree(drift.mendings);
+  Mendings mendings{DropRoot{}};
+  build_tree(mendings);
+  note(DriftKind::different, qdisc_name(root->handle), std::move(mendings), std::move(detail));
   return false;
 }
 
-void Comparison::build_tree(std::vector<Mending>& mendings) const {
+void Comparison::build_tree(Mendings& mendings) const {
   mendings.push_back(MakeQdisc{*wanted_root()});
   for (const DeviceTree* const tree : wanted_.trees) {
     for (const ClassBranch& branch : tree->line) add_branch(mendings, branch);
@@ -217,7 +218,9 @@ void Comparison::compare_classes() {
     known.insert(branch.htb.handle);
     const auto found = standing.find(branch.htb.handle);
     if (found != standing.end()) return compare_class(branch, *found->second);
-    add_branch(note(DriftKind::missing, class_name(branch.htb.handle)).mendings, branch);
+    Mendings mendings;
+    add_branch(mendings, branch);
+    note(DriftKind::missing, class_name(branch.htb.handle), std::move(mendings));
   };
   for (const DeviceTree* const tree : wanted_.trees) {
     for (const ClassBranch& branch : tree->line) compare(branch);
@@ -230,17 +233,16 @@ void Comparison::compare_class(const ClassBranch& branch, const TcObject& standi
   // The kernel lists the root qdisc as the parent of a class under it by its own name.
   const bool at_root = branch.htb.parent == kHtbHandle && standing.parent == TC_H_ROOT;
   if (standing.parent != branch.htb.parent && !at_root) {
-    Drift& drift =
-        note(DriftKind::different, class_name(branch.htb.handle),
-             "parent " + handle_text(standing.parent) + ", not " + handle_text(branch.htb.parent));
-    drift.mendings.push_back(DropClass{standing.handle, standing.parent});
-    add_branch(drift.mendings, branch);
+    Mendings mendings{DropClass{standing.handle, standing.parent}};
+    add_branch(mendings, branch);
+    note(DriftKind::different, class_name(branch.htb.handle), std::move(mendings),
+         "parent " + handle_text(standing.parent) + ", not " + handle_text(branch.htb.parent));
     return;
   }
   const std::string detail = differing(wanted_classes_.of(wanted_.device, branch.htb), standing);
   if (!detail.empty()) {
-    note(DriftKind::different, class_name(branch.htb.handle), detail)
-        .mendings.push_back(ChangeClass{branch.htb});
+    note(DriftKind::different, class_name(branch.htb.handle), Mendings{ChangeClass{branch.htb}},
+         detail);
   }
   compare_leaf(branch);
 }
@@ -250,12 +252,12 @@ void Comparison::compare_leaf(const ClassBranch& branch) {
   const TcObject* const found = entry == leaves_.end() ? nullptr : entry->second;
   if (!branch.leaf) {
     if (found != nullptr)
-      note(DriftKind::unwanted, qdisc_name(found->handle)).mendings.push_back(drop_of(*found));
+      note(DriftKind::unwanted, qdisc_name(found->handle), Mendings{drop_of(*found)});
     return;
   }
   const std::string name = qdisc_name(branch.leaf->handle);
   if (found == nullptr) {
-    note(DriftKind::missing, name).mendings.push_back(MakeQdisc{*branch.leaf});
+    note(DriftKind::missing, name, Mendings{MakeQdisc{*branch.leaf}});
     return;
   }
   const TcObject& object = wanted_leaves_.of(wanted_.device, *branch.leaf);
@@ -264,16 +266,17 @@ void Comparison::compare_leaf(const ClassBranch& branch) {
       alike ? differing(object, *found)
             : found->kind + ' ' + handle_text(found->handle) + ", not " + object.kind;
   if (detail.empty()) return;
-  Drift& drift = note(DriftKind::different, name, detail);
-  if (!alike) drift.mendings.push_back(drop_of(*found));
-  drift.mendings.push_back(MakeQdisc{*branch.leaf});
+  Mendings mendings;
+  if (!alike) mendings.push_back(drop_of(*found));
+  mendings.push_back(MakeQdisc{*branch.leaf});
+  note(DriftKind::different, name, std::move(mendings), detail);
 }
 
 void Comparison::drop_unwanted_classes(const std::unordered_set<std::uint32_t>& known) {
   for (auto object = standing_.classes.rbegin(); object != standing_.classes.rend(); ++object) {
     if (known.count(object->handle) != 0) continue;
-    Drift& drift = note(DriftKind::unwanted, class_name(object->handle));
-    drift.mendings.push_back(DropClass{object->handle, object->parent});
+    Drift& drift = note(DriftKind::unwanted, class_name(object->handle),
+                        Mendings{DropClass{object->handle, object->parent}});
     // One under a tariff's class keeps that from having a queue.
     drift.last = known.count(object->parent) == 0 || TC_H_MIN(object->parent) == 1;
   }
@@ -290,7 +293,7 @@ void Comparison::compare_classifiers() {
     note_unwanted(filter);
   }
   if (wants_classifier() && !stands)
-    note(DriftKind::missing, "filter by mark").mendings.push_back(MakeClassifier{});
+    note(DriftKind::missing, "filter by mark", Mendings{MakeClassifier{}});
 }
 
 void Comparison::compare_ip6_classifiers() {
@@ -306,19 +309,16 @@ void Comparison::compare_ip6_classifiers() {
     note_unwanted(filter);
   }
   if (wants_ipv6() && !discovery)
-    note(DriftKind::missing, "filter of IPv6 discovery").mendings.push_back(MakeDiscovery{});
-  if (wants_marks && !marks) {
-    note(DriftKind::missing, "IPv6 filter by mark")
-        .mendings.push_back(MakeClassifier{Family::ipv6});
-  }
+    note(DriftKind::missing, "filter of IPv6 discovery", Mendings{MakeDiscovery{}});
+  if (wants_marks && !marks)
+    note(DriftKind::missing, "IPv6 filter by mark", Mendings{MakeClassifier{Family::ipv6}});
 }
 
 void Comparison::note_unwanted(const StandingFilter& filter) {
   const std::string family = filter.protocol == ETH_P_IPV6 ? "IPv6 " : "";
   note(DriftKind::unwanted,
-       family + "filter " + filter.kind + " of priority " + std::to_string(filter.prio))
-      .mendings.push_back(
-          DropFilter{filter.kind, kHtbHandle, filter.handle, filter.prio, filter.protocol});
+       family + "filter " + filter.kind + " of priority " + std::to_string(filter.prio),
+       Mendings{DropFilter{filter.kind, kHtbHandle, filter.handle, filter.prio, filter.protocol}});
 }
 
 }  // namespace
@@ -340,15 +340,17 @@ void compare_ip6_redirections(const Device& feeder, const MarkPath& path, int ta
                                   return one.target != 0 && one.filter == other;
                                 });
   if (equal) return;
-  Drift drift{DriftKind::different, feeder.name, "IPv6 redirection to ifb_ingr", "", {}, false};
+  Mendings mendings;
+  for (const StandingIp6Redirection& one : ours) {
+    mendings.push_back(
+        DropFilter{"u32", kIngressHandle, one.handle, kIp6RedirectionPrio, ETH_P_IPV6});
+  }
+  if (!wanted.empty()) mendings.push_back(RunCommand{path.ip6_feed});
+  Drift drift{DriftKind::different, feeder.name, "IPv6 redirection to ifb_ingr", "",
+              std::move(mendings),  false};
   if (ours.empty()) drift.kind = DriftKind::missing;
   if (wanted.empty()) drift.kind = DriftKind::unwanted;
   if (drift.kind == DriftKind::different) drift.detail = "other filters, or in another order";
-  for (const StandingIp6Redirection& one : ours) {
-    drift.mendings.push_back(
-        DropFilter{"u32", kIngressHandle, one.handle, kIp6RedirectionPrio, ETH_P_IPV6});
-  }
-  if (!wanted.empty()) drift.mendings.push_back(RunCommand{path.ip6_feed});
   found.push_back(std::move(drift));
 }
 
@@ -357,9 +359,9 @@ void compare_ip6_redirections(const Device& feeder, const MarkPath& path, int ta
 std::vector<Drift> redirection_drift(const Device& feeder, const MarkPath& path, int target,
                                      const IngressFilters& standing) {
   std::vector<Drift> found;
-  const auto note = [&](DriftKind kind, const std::string& detail = "") -> Drift& {
+  const auto note = [&](DriftKind kind, Mendings mendings, const char* detail = "") -> Drift& {
     return found.emplace_back(
-        Drift{kind, feeder.name, "redirection to ifb_ingr", detail, {}, false});
+        Drift{kind, feeder.name, "redirection to ifb_ingr", detail, std::move(mendings), false});
   };
   const auto drop = [](const Redirection& redirection) {
     return DropFilter{"u32", kIngressHandle, redirection.handle, kRedirectionPrio, ETH_P_IP};
@@ -367,21 +369,18 @@ std::vector<Drift> redirection_drift(const Device& feeder, const MarkPath& path,
   bool stands = false;
   for (const Redirection& redirection : standing.redirections) {
     if (redirection.target == 0) {
-      Drift& drift = note(DriftKind::unwanted);
-      drift.object = "redirection to a device that is gone";
-      drift.mendings.push_back(drop(redirection));
+      note(DriftKind::unwanted, {drop(redirection)}).object =
+          "redirection to a device that is gone";
     } else if (redirection.target != target) {
       continue;
     } else if (path.feed.empty() || std::exchange(stands, true)) {
-      note(DriftKind::unwanted).mendings.push_back(drop(redirection));
+      note(DriftKind::unwanted, {drop(redirection)});
     } else if (redirection.restores_mark != path.classifier) {
-      Drift& drift = note(DriftKind::different, path.classifier ? "without marks, not with them"
-                                                                : "with marks, not without them");
-      drift.mendings = {drop(redirection), RunCommand{path.feed}};
+      note(DriftKind::different, {drop(redirection), RunCommand{path.feed}},
+           path.classifier ? "without marks, not with them" : "with marks, not without them");
     }
   }
-  if (!path.feed.empty() && !stands)
-    note(DriftKind::missing).mendings.push_back(RunCommand{path.feed});
+  if (!path.feed.empty() && !stands) note(DriftKind::missing, {RunCommand{path.feed}});
   compare_ip6_redirections(feeder, path, target, standing, found);
   return found;
 }

@@ -65,7 +65,7 @@ Mending drop_of(const StandingFilter& filter) {
 
 }  // namespace
 
-void add_matches(const DeviceTree& tree, std::vector<Mending>& mendings) {
+void add_matches(const DeviceTree& tree, Mendings& mendings) {
   const Matches matches = matches_of(tree);
   for (const U32Table& table : matches.tables) mendings.push_back(MakeTable{table});
   for (const U32Filter& filter : matches.filters) mendings.push_back(MakeMatch{filter});
@@ -91,12 +91,8 @@ void match_drift(const std::string& place, const std::vector<const DeviceTree*>&
     const bool matter = matches.lead_somewhere();
     for (const U32Table& table : matches.tables) {
       if (tables.count(table.id) != 0 || !matter) continue;
-      missing.push_back({DriftKind::missing,
-                         place,
-                         "table " + hex(table.id) + ':',
-                         "",
-                         {MakeTable{table}},
-                         false});
+      missing.push_back({DriftKind::missing, place, "table " + hex(table.id) + ':', "",
+                         Mendings{MakeTable{table}}, false});
     }
     for (U32Filter filter : matches.filters) {
       if (matter && filter.link_table != 0) links.emplace(filter.link_table, key_of(filter));
@@ -108,15 +104,15 @@ void match_drift(const std::string& place, const std::vector<const DeviceTree*>&
       if (!matter) continue;
       filter.own_node = filter.own_node && taken.insert(filter.handle()).second;
       missing.push_back(
-          {DriftKind::missing, place, match_text(filter), "", {MakeMatch{filter}}, false});
+          {DriftKind::missing, place, match_text(filter), "", Mendings{MakeMatch{filter}}, false});
     }
   }
   for (const auto& [key, filter] : filters) {
     const auto link = links.find(filter->match->link_table);
     const bool wrong_way = link != links.end() && link->second != key;
     if (!wrong_way && leads_nowhere(*filter->match, trees)) continue;
-    found.push_back(
-        {DriftKind::unwanted, place, match_text(*filter->match), "", {drop_of(*filter)}, false});
+    found.push_back({DriftKind::unwanted, place, match_text(*filter->match), "",
+                     Mendings{drop_of(*filter)}, false});
   }
   found.insert(found.end(), missing.begin(), missing.end());
 }

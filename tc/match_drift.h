@@ -11,7 +11,7 @@
 namespace quenby {
 
 /// What makes all of a tree's.
-void add_matches(const DeviceTree& tree, std::vector<Mending>& mendings);
+void add_matches(const DeviceTree& tree, Mendings& mendings);
 
 /// Appends to `found` in what those of `place` differ from those of the trees. Which node of its
 /// bucket a filter has does not matter.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "model/family.h"
 #include "tc/device.h"
@@ -72,6 +73,8 @@ struct RunCommand {
 using Mending = std::variant<MakeDevice, DropDevice, RaiseDevice, DropRoot, MakeQdisc, DropQdisc,
                              MakeClass, ChangeClass, DropClass, MakeTable, MakeMatch,
                              MakeClassifier, MakeDiscovery, DropFilter, RunCommand>;
+/// In the order in which they are sent.
+using Mendings = std::vector<Mending>;
 
 /// Sends it. `links` is filled again when a device comes or goes: then look `device` up again.
 void mend(const Device& device, const Mending& mending, nl_cache* links);

@@ -201,9 +201,11 @@ TEST_F(WhoTest, CountsConnectionsOfEitherEnd) {
 }
 
 TEST_F(WhoTest, NamesWhatMendsItsProblems) {
-  facts.drift = {{DriftKind::missing, "eth1", "class 8000:4", "", {MakeClass{}}, false},
-                 {DriftKind::different, "set", "kavo_opt_shaper", "type hash:net", {}, false},
-                 {DriftKind::missing, "ifb_ingr", "class 8000:4", "", {MakeClass{}}, false}};
+  facts.drift = {
+      {DriftKind::missing, "eth1", "class 8000:4", "", Mendings{MakeClass{}}, false},
+      {DriftKind::different, "set", "kavo_opt_shaper", "type hash:net",
+       OtherSetType{"kavo_opt_shaper"}, false},
+      {DriftKind::missing, "ifb_ingr", "class 8000:4", "", Mendings{MakeClass{}}, false}};
   const std::string all = text();
   EXPECT_EQ(all.substr(all.find("  mended by")),
             "  mended by: quenbyctl repair\n"

@@ -8,12 +8,14 @@
 #include "shaper/state_drift.h"
 #include "shaper/tariff_change.h"
 #include "tc/firewall_rules.h"
+#include "tests/support/drift.h"
 #include "tests/support/tariffs.h"
 
 // What IPv6 adds to the values: state, marks, changes, differences.
 namespace quenby {
 namespace {
 
+using test::lines_of;
 using test::set_of;
 using testing::HasSubstr;
 
@@ -161,33 +163,40 @@ TEST(Ip6Change, PrefixesCountForNothingWhereIPv6IsNotShaped) {
   EXPECT_TRUE(change.created(Direction::upload).empty());
 }
 
-std::string text(const std::vector<Drift>& found) {
-  std::string text;
-  for (const Drift& one : found) text += to_text(one) + '\n';
-  return text;
-}
-
 TEST(Ip6SetDrift, OfPrefixes) {
   const PrefixSetEntry wide = entry("2001:db8::/48", 4);
   const PrefixSetEntry narrow = entry("2001:db8::/64", 5);
   const PrefixSetDrift drift =
       prefix_set_drift({wide}, true, StandingPrefixSet{"hash:net", {narrow}});
-  EXPECT_EQ(text(drift.found),
+  EXPECT_EQ(lines_of(drift.found),
             "unwanted: set prefix 2001:db8::/64\nmissing: set prefix 2001:db8::/48\n");
+  EXPECT_TRUE(test::are_mended_otherwise(drift.found));
   EXPECT_EQ(drift.put, std::vector<PrefixSetEntry>{wide});
   EXPECT_EQ(drift.drop, std::vector<Ip6Prefix>{narrow.address});
   EXPECT_EQ(
-      text(prefix_set_drift({narrow, wide}, true, StandingPrefixSet{"hash:net", {wide, narrow}})
-               .found),
+      lines_of(prefix_set_drift({narrow, wide}, true, StandingPrefixSet{"hash:net", {wide, narrow}})
+                   .found),
       "");
 }
 
 TEST(Ip6SetDrift, OfTheSetItself) {
   const PrefixSetDrift missing = prefix_set_drift({entry("2001:db8::1", 4)}, true, std::nullopt);
-  EXPECT_EQ(text(missing.found), "missing: set kavo_opt_shaper6\n");
+  EXPECT_EQ(lines_of(missing.found), "missing: set kavo_opt_shaper6\n");
+  EXPECT_TRUE(test::are_mended_otherwise(missing.found));
   EXPECT_TRUE(missing.make);
   const auto other = prefix_set_drift({}, true, StandingPrefixSet{"hash:ip", {}});
-  EXPECT_EQ(text(other.found), "different: set kavo_opt_shaper6: type hash:ip\n");
+  EXPECT_EQ(lines_of(other.found), "different: set kavo_opt_shaper6: type hash:ip\n");
+  EXPECT_EQ(std::get<OtherSetType>(other.found[0].cure).name, "kavo_opt_shaper6");
+}
+
+TEST(Ip6FirewallDrift, OfATableThatCannotBeListed) {
+  StandingFirewall standing;
+  standing.unknown = {"mangle"};
+  const auto found = firewall_drift({}, standing, Family::ipv6);
+  ASSERT_EQ(found.size(), 1U);
+  const auto& table = std::get<UnlistedTable>(found[0].cure);
+  EXPECT_EQ(table.family, Family::ipv6);
+  EXPECT_EQ(table.name, "mangle");
 }
 
 TEST(Ip6FirewallDrift, IsMendedByItsOwnProgram) {
@@ -203,10 +212,11 @@ TEST(Ip6FirewallDrift, IsMendedByItsOwnProgram) {
   EXPECT_EQ(to_text(found[1]),
             "missing: firewall IPv6 rule mangle KAVO_QOS_FW_OUT_HOOK -j SET --map-set "
             "kavo_opt_shaper6 src --map-mark");
-  EXPECT_EQ(std::get<RunCommand>(found[1].mendings[0]).command.substr(0, 55),
+  EXPECT_EQ(std::get<RunCommand>(test::mendings_of(found[1])[0]).command.substr(0, 55),
             "sudo ip6tables -t mangle -I KAVO_QOS_FW_OUT_HOOK 2 -j S");
-  EXPECT_THAT(text(found), HasSubstr("unwanted: firewall IPv6 rule mangle KAVO_QOS_FW_OUT_HOOK -j "
-                                     "SET --map-set kavo_opt_shaper src --map-mark\n"));
+  EXPECT_THAT(lines_of(found),
+              HasSubstr("unwanted: firewall IPv6 rule mangle KAVO_QOS_FW_OUT_HOOK -j "
+                        "SET --map-set kavo_opt_shaper src --map-mark\n"));
 }
 
 }  // namespace

@@ -10,12 +10,15 @@
 #include "tc/classes.h"
 #include "tc/filters.h"
 #include "tc/qdiscs.h"
+#include "tests/support/drift.h"
 #include "tests/support/tariffs.h"
 
 // In what a device differs from its tree, and what mends it. What stands is read from the requests
 // that make it, as the kernel would list it.
 namespace quenby {
 namespace {
+
+using test::mendings_of;
 
 constexpr std::int64_t kTenMbit = 1'250'000;
 constexpr int kIndex = 7;
@@ -97,9 +100,7 @@ class StandingTest : public testing::Test {
     return device_drift({device, kind, {&tree}}, standing);
   }
   std::string text(const DeviceTree& tree, const char* kind = "") {
-    std::string text;
-    for (const Drift& one : drift(tree, kind)) text += to_text(one) + '\n';
-    return text;
+    return test::lines_of(drift(tree, kind));
   }
 
   TcObject& standing_class(unsigned minor) {
@@ -157,8 +158,8 @@ TEST_F(DeviceDriftTest, AClassThatDiffersIsChangedInPlace) {
   standing_class(4).properties[0] = {"rate", 1, 1, "bytes/s"};
   const std::vector<Drift> found = drift(upload);
   ASSERT_EQ(found.size(), 1U);
-  ASSERT_EQ(found[0].mendings.size(), 1U);
-  EXPECT_EQ(std::get<ChangeClass>(found[0].mendings[0]).htb, upload.tariffs[0].htb);
+  ASSERT_EQ(mendings_of(found[0]).size(), 1U);
+  EXPECT_EQ(std::get<ChangeClass>(mendings_of(found[0])[0]).htb, upload.tariffs[0].htb);
 }
 
 TEST_F(DeviceDriftTest, AMissingClassStandsForItsLeaf) {
@@ -167,9 +168,9 @@ TEST_F(DeviceDriftTest, AMissingClassStandsForItsLeaf) {
                 [](const TcObject& qdisc) { return qdisc.parent == class_handle(4); });
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "missing: eth1 class 8000:4\n");
-  ASSERT_EQ(found[0].mendings.size(), 2U);
-  EXPECT_EQ(std::get<MakeClass>(found[0].mendings[0]).htb, upload.tariffs[0].htb);
-  EXPECT_EQ(std::get<MakeQdisc>(found[0].mendings[1]).qdisc, *upload.tariffs[0].leaf);
+  ASSERT_EQ(mendings_of(found[0]).size(), 2U);
+  EXPECT_EQ(std::get<MakeClass>(mendings_of(found[0])[0]).htb, upload.tariffs[0].htb);
+  EXPECT_EQ(std::get<MakeQdisc>(mendings_of(found[0])[1]).qdisc, *upload.tariffs[0].leaf);
 }
 
 TEST_F(DeviceDriftTest, AClassOfNobodysGoesLastUnlessItIsUnderATariffs) {
@@ -179,7 +180,7 @@ TEST_F(DeviceDriftTest, AClassOfNobodysGoesLastUnlessItIsUnderATariffs) {
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "unwanted: eth1 class 8000:77\n");
   EXPECT_TRUE(found[0].last);
-  EXPECT_EQ(std::get<DropClass>(found[0].mendings[0]).handle, class_handle(0x77));
+  EXPECT_EQ(std::get<DropClass>(mendings_of(found[0])[0]).handle, class_handle(0x77));
   standing.classes.back().parent = class_handle(5);
   EXPECT_FALSE(drift(upload)[0].last);
 }
@@ -188,9 +189,9 @@ TEST_F(DeviceDriftTest, AnotherParentIsMadeAgain) {
   standing_class(5).parent = class_handle(4);
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 class 8000:5: parent 8000:4, not 8000:1\n");
-  ASSERT_EQ(found[0].mendings.size(), 2U);
-  EXPECT_EQ(std::get<DropClass>(found[0].mendings[0]).parent, class_handle(4));
-  EXPECT_EQ(std::get<MakeClass>(found[0].mendings[1]).htb, upload.tariffs[1].htb);
+  ASSERT_EQ(mendings_of(found[0]).size(), 2U);
+  EXPECT_EQ(std::get<DropClass>(mendings_of(found[0])[0]).parent, class_handle(4));
+  EXPECT_EQ(std::get<MakeClass>(mendings_of(found[0])[1]).htb, upload.tariffs[1].htb);
 }
 
 TEST_F(DeviceDriftTest, TheKernelNamesTheRootOtherwise) {
@@ -202,8 +203,8 @@ TEST_F(DeviceDriftTest, LeavesOfAnotherKind) {
   standing_qdisc(class_handle(4)).kind = "pfifo";
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 qdisc 8004: pfifo 8004:, not fq_codel\n");
-  EXPECT_EQ(std::get<DropQdisc>(found[0].mendings[0]).kind, "pfifo");
-  EXPECT_EQ(std::get<MakeQdisc>(found[0].mendings[1]).qdisc, *upload.tariffs[0].leaf);
+  EXPECT_EQ(std::get<DropQdisc>(mendings_of(found[0])[0]).kind, "pfifo");
+  EXPECT_EQ(std::get<MakeQdisc>(mendings_of(found[0])[1]).qdisc, *upload.tariffs[0].leaf);
 }
 
 TEST_F(DeviceDriftTest, AMissingRootStandsForTheTree) {
@@ -214,16 +215,16 @@ TEST_F(DeviceDriftTest, AMissingRootStandsForTheTree) {
   EXPECT_EQ(text(upload), "missing: eth1 qdisc 8000:\nmissing: eth1 qdisc ffff:\n");
   // The root, three classes with two leaves, the classes of two tariffs with one, the classifier.
   const std::size_t line = upload.line.size();
-  EXPECT_EQ(found[0].mendings.size(), 1 + line + (line - 1) + 3 + 1);
-  EXPECT_TRUE(std::holds_alternative<MakeClassifier>(found[0].mendings.back()));
+  EXPECT_EQ(mendings_of(found[0]).size(), 1 + line + (line - 1) + 3 + 1);
+  EXPECT_TRUE(std::holds_alternative<MakeClassifier>(mendings_of(found[0]).back()));
 }
 
 TEST_F(DeviceDriftTest, ARootOfAnotherKindGoesFirst) {
   standing_qdisc(TC_H_ROOT).kind = "fq_codel";
   const std::vector<Drift> found = drift(upload);
   EXPECT_EQ(text(upload), "different: eth1 qdisc 8000: fq_codel 8000:, not htb\n");
-  EXPECT_TRUE(std::holds_alternative<DropRoot>(found[0].mendings[0]));
-  EXPECT_TRUE(std::holds_alternative<MakeQdisc>(found[0].mendings[1]));
+  EXPECT_TRUE(std::holds_alternative<DropRoot>(mendings_of(found[0])[0]));
+  EXPECT_TRUE(std::holds_alternative<MakeQdisc>(mendings_of(found[0])[1]));
 }
 
 TEST_F(DeviceDriftTest, OnlyOurRootIsUnwanted) {
@@ -243,8 +244,8 @@ TEST_F(StandingTest, MissingDevices) {
   device = {"ifb_ingr", nullptr, nullptr, 0};
   const std::vector<Drift> found = drift(download, "ifb");
   EXPECT_EQ(text(download, "ifb"), "missing: ifb_ingr\n");
-  EXPECT_TRUE(std::holds_alternative<MakeDevice>(found[0].mendings[0]));
-  EXPECT_GT(found[0].mendings.size(), 5U);
+  EXPECT_TRUE(std::holds_alternative<MakeDevice>(mendings_of(found[0])[0]));
+  EXPECT_GT(mendings_of(found[0]).size(), 5U);
   EXPECT_EQ(text(upload), "");
   EXPECT_EQ(text(DeviceTree(), "ifb"), "");
 }
@@ -270,7 +271,7 @@ TEST_F(DeviceDriftTest, Classifiers) {
 TEST_F(DeviceDriftTest, AnIngressOfAnotherKindIsLeftAlone) {
   standing_qdisc(TC_H_INGRESS).kind = "clsact";
   EXPECT_EQ(text(upload), "different: eth1 qdisc ffff: clsact, not ingress\n");
-  EXPECT_TRUE(drift(upload)[0].mendings.empty());
+  EXPECT_EQ(std::get<OtherIngress>(drift(upload)[0].cure).kind, "clsact");
 }
 
 class MatchDriftTest : public StandingTest {
@@ -356,15 +357,15 @@ TEST_F(MatchDriftTest, ANodeThatIsTakenIsLeftToTheKernel) {
   first_match().match->classid = class_handle(5);
   const std::vector<Drift> found = drift(tree);
   ASSERT_EQ(found.size(), 2U);
-  EXPECT_EQ(std::get<DropFilter>(found[0].mendings[0]).handle, first_match().handle);
-  EXPECT_FALSE(std::get<MakeMatch>(found[1].mendings[0]).match.own_node);
+  EXPECT_EQ(std::get<DropFilter>(mendings_of(found[0])[0]).handle, first_match().handle);
+  EXPECT_FALSE(std::get<MakeMatch>(mendings_of(found[1])[0]).match.own_node);
 }
 
 TEST_F(MatchDriftTest, TablesComeBeforeTheirMatches) {
   standing.filters.clear();
   const std::vector<Drift> found = drift(tree);
   EXPECT_EQ(to_text(found[0]), "missing: imq0 table 2:");
-  EXPECT_TRUE(std::holds_alternative<MakeTable>(found[0].mendings[0]));
+  EXPECT_TRUE(std::holds_alternative<MakeTable>(mendings_of(found[0])[0]));
   EXPECT_EQ(to_text(found[1]), "missing: imq0 table 3:");
 }
 
@@ -386,7 +387,7 @@ std::string redirections(const IngressFilters& standing, bool fed = true, bool i
   if (ip6_fed) path.ip6_feed = "feed6";
   std::string text;
   for (const Drift& one : redirection_drift({"eth1", nullptr, nullptr, 3}, path, kIndex, standing))
-    text += to_text(one) + ' ' + std::to_string(one.mendings.size()) + '\n';
+    text += to_text(one) + ' ' + std::to_string(mendings_of(one).size()) + '\n';
   return text;
 }
 
@@ -435,8 +436,8 @@ TEST_F(Ip6DeviceDriftTest, BothClassifiersAreMissed) {
   EXPECT_EQ(text(tree),
             "missing: eth1 filter of IPv6 discovery\nmissing: eth1 IPv6 filter by mark\n");
   const std::vector<Drift> found = drift(tree);
-  EXPECT_TRUE(std::holds_alternative<MakeDiscovery>(found[0].mendings.at(0)));
-  EXPECT_EQ(std::get<MakeClassifier>(found[1].mendings.at(0)).family, Family::ipv6);
+  EXPECT_TRUE(std::holds_alternative<MakeDiscovery>(mendings_of(found[0]).at(0)));
+  EXPECT_EQ(std::get<MakeClassifier>(mendings_of(found[1]).at(0)).family, Family::ipv6);
 }
 
 TEST_F(Ip6DeviceDriftTest, NoneWhereTheyStand) {
