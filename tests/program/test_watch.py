@@ -2,6 +2,7 @@
 reading of its dumps, and the live screen is what a terminal shows."""
 
 import json
+import os
 import pathlib
 import re
 import subprocess
@@ -21,7 +22,7 @@ TARIFFS = "".join(
     % (name, number, number, speed, speed, queue) for name, number, speed, queue in
     (("fair", 5, SLOW, "sfq"), ("first", 4, SLOW, "pfifo"), ("timed", 6, SLOW, "fq_codel"),
      ("usual", 7, SLOW, "none"), ("quick", 9, 8000, "pfifo")))
-NUMBERS = {"first": 4, "fair": 5, "timed": 6, "usual": 7, "quick": 9}
+CROWD = 5000
 
 
 def quenbyctl(*arguments):
@@ -264,6 +265,28 @@ class Screen(Watched):
     def wide(self, pane):
         pane.resize(120, 40)
         return pane.lines()
+
+    def test_classes_on_the_screen_are_looked_at_more_often(self):
+        """A look at all reads the files when they have changed, which many tariffs make long."""
+        crowd = "".join("[c%04d]\nid=%d\nip=10.1.%d.%d\n" % (i, 10 + i, i >> 8, i & 255)
+                        for i in range(CROWD))
+        q.store(tariff_text=TARIFFS + crowd)
+        pane = self.start(options="--interval 0.1")
+        seldom = re.compile(r"every 0\.\d s, all every (\d+\.?\d*) s  %d tariffs$" % (CROWD + 5))
+        rates, end = [], time.monotonic() + 60
+        # Three rates of a class in half the time between two looks at all.
+        while len(rates) < 3 or rates[-1][0] - rates[-3][0] >= rates[-1][2] / 2:
+            self.assertLess(time.monotonic(), end, rates)
+            title, *lines = pane.lines()
+            all_every = seldom.search(title)
+            if not all_every or float(all_every[1]) < 2:
+                os.utime(q.TARIFF_FILE)
+                continue
+            send("eth1", 40 + len(rates) % 7, mark(9), waits=False)
+            rate = [line.split()[2] for line in lines if re.match("quick +up ", line)]
+            if rate and [rate[0]] != [known for _, known, _ in rates[-1:]]:
+                rates.append((time.monotonic(), rate[0], float(all_every[1])))
+        self.assertNotIn("failed to", pane.lines()[0])
 
     def test_what_a_tool_says_does_not_disturb_it(self):
         pane = self.start()
