@@ -39,7 +39,7 @@ void sleep_until(std::int64_t ms) {
 // The pipe at descriptor 0 ends with the process that makes the change.
 void wait_for_end() {
   char byte = 0;
-  while (read(STDIN_FILENO, &byte, 1) != 0) {
+  while (::read(STDIN_FILENO, &byte, 1) != 0) {
   }
 }
 

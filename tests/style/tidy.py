@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Every source file of the program passes clang-tidy.
 
-The files of a layer are read together, in the batches in which the presets compile them: most of the
+The files of a layer are read together, in the batches in which they are compiled: most of the
 time would go into the headers that they share. A batch is written as one file, since the analyzer
 passes over functions that are included; its shallow mode takes a third of the time.
 
