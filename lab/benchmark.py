@@ -7,6 +7,8 @@ Call: python3 lab/benchmark.py QUENBY [TARIFFS...]
 
 import os
 import pathlib
+import pty
+import select
 import subprocess
 import sys
 import time
@@ -66,8 +68,38 @@ def damage(count):
     subprocess.run(["tc", "-batch", "-"], input=lines, text=True, check=True)
 
 
+def processor_time(process):
+    """Seconds that it has taken, in user mode and in the kernel."""
+    fields = pathlib.Path(f"/proc/{process.pid}/stat").read_text().rpartition(")")[2].split()
+    return sum(map(int, fields[11:13])) / os.sysconf("SC_CLK_TCK")
+
+
+def read_for(terminal, duration):
+    end = time.monotonic() + duration
+    while (left := end - time.monotonic()) > 0:
+        if select.select([terminal], [], [], left)[0]:
+            os.read(terminal, 65536)
+
+
+def top_share(ctl):
+    """Per cent of a processor that the live screen takes at one second, once it has settled."""
+    ours, theirs = pty.openpty()
+    process = subprocess.Popen([ctl, "top"], stdin=theirs, stdout=theirs, stderr=theirs,
+                               start_new_session=True, env=dict(os.environ, TERM="xterm"))
+    read_for(ours, 20)
+    begin, before = time.monotonic(), processor_time(process)
+    read_for(ours, 60)
+    share = 100 * (processor_time(process) - before) / (time.monotonic() - begin)
+    os.write(ours, b"q")
+    process.wait()
+    os.close(ours)
+    os.close(theirs)
+    return share
+
+
 def watched_row(quenby, count):
-    """Seconds of quenbyctl's subcommands beside those of the statistics, and of repairs."""
+    """Seconds of quenbyctl's subcommands beside those of the statistics, of repairs, and the share
+    of the live screen."""
     ctl = str(pathlib.Path(quenby).with_name("quenbyctl"))
     store(count, "pfifo")
     load = seconds(quenby, "--load")
@@ -78,13 +110,14 @@ def watched_row(quenby, count):
     for differences in (0, 1, 100):
         damage(min(differences, count))
         times.append(seconds(ctl, "repair"))
+    times.append(top_share(ctl))
     run(quenby, "--stop")
     return times
 
 
 def print_watched(quenby, counts):
     columns = ("--stat", "check", "plan", "who", "verify", "export", "--load", "repair 0",
-               "repair 1", "repair 100")
+               "repair 1", "repair 100", "top, %")
     print("seconds of     " + " ".join(f"{name:>10}" for name in columns))
     for count in counts:
         row = " ".join(f"{time:10.2f}" for time in watched_row(quenby, count))
