@@ -36,10 +36,10 @@ void sleep_until(std::int64_t ms) {
   }
 }
 
-// The pipe at descriptor 0 ends with the process that makes the change.
-void wait_for_end() {
+// A pipe that nothing is written to ends when nobody can any more.
+void wait_for_end(int pipe) {
   char byte = 0;
-  while (::read(STDIN_FILENO, &byte, 1) != 0) {
+  while (::read(pipe, &byte, 1) != 0) {
   }
 }
 
@@ -50,7 +50,8 @@ void report(int level, const std::string& text) {
 
 void guard(const std::string& id, bool waits) {
   try {
-    wait_for_end();
+    // That of the process that makes the change.
+    wait_for_end(STDIN_FILENO);
     if (watch(id, waits)) report(LOG_NOTICE, "a change was taken back");
   } catch (const std::exception& e) {
     report(LOG_ERR, e.what());
@@ -84,17 +85,29 @@ bool ended_well(pid_t child) {
   return ended == child && status == 0;
 }
 
-// The descriptor that the end of this process closes.
+struct Pipe {
+  FileDescriptor reading;
+  FileDescriptor writing;
+
+  static Pipe open() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) cannot_start();
+    return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
+  }
+};
+
+// The descriptor that the end of this process closes. By then the guard has closed all others that
+// it was given, the lock's among them.
 int start_guard(const std::string& id, bool waits) {
-  std::array<int, 2> ends{};
-  if (pipe2(ends.data(), O_CLOEXEC) != 0) cannot_start();
-  const FileDescriptor reading(ends[0]);
-  FileDescriptor alive(ends[1]);
+  Pipe alive = Pipe::open();
+  Pipe closing = Pipe::open();
   std::signal(SIGCHLD, SIG_DFL);
   const pid_t child = fork();
-  if (child == 0) become_guard(reading.get(), id, waits);
+  if (child == 0) become_guard(alive.reading.get(), id, waits);
   if (child < 0 || !ended_well(child)) cannot_start();
-  return alive.release();
+  ::close(closing.writing.release());
+  wait_for_end(closing.reading.get());
+  return alive.writing.release();
 }
 
 struct Due {

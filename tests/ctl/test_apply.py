@@ -318,6 +318,17 @@ class Confirmation(ApplyTest):
         self.assertEqual(json.loads(confirm("--json").out)["outcome"], "confirmed")
         self.assertEqual(json.loads(confirm("--json").out)["outcome"], "none")
 
+    def test_what_watches_has_let_go_of_the_lock(self):
+        """However late it comes to close what it was given."""
+        slowly = ("strace", "-DDD", "-f", "-o", "/dev/null", "-e", "trace=close_range",
+                  "-e", "inject=close_range:delay_enter=2000000")
+        process = subprocess.Popen([*slowly, "/quenbyctl", "apply", "--confirm", "100", "tariff-add",
+                                    str(s.GIVEN)], stdin=subprocess.DEVNULL,
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.assertEqual(process.wait(30), 0)
+        self.assertEqual(confirm(), s.Result(0, "confirmed\n", ""))
+        a.settle()
+
     def test_what_is_kept_is_nobody_elses(self):
         self.begin()
         self.assertEqual(KEPT.stat().st_mode & 0o7777, 0o700)
